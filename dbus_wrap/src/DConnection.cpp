@@ -1,0 +1,49 @@
+#include "DConnection.h"
+
+#include <gateway/log_macros.h>
+
+#include <cstdio>
+
+#include "DBusErrorGuard.h"
+
+namespace quillon {
+namespace {
+
+constexpr const char* kBusAddress = "unix:path=/tmp/var/run/mbusd/mbusd_socket";
+// Readers of the connection line know it by this number.
+constexpr int kConnectionLine = 18;
+
+}  // namespace
+
+void ConnectionCloser::operator()(DBusConnection* connection) const {
+  dbus_connection_set_exit_on_disconnect(connection, FALSE);
+  dbus_connection_close(connection);
+  dbus_connection_unref(connection);
+}
+
+ConnectionPtr DConnection::getDbusConnection() {
+  DBusErrorGuard error;
+  ConnectionPtr connection(dbus_connection_open_private(kBusAddress, error.get()));
+  std::printf("%s %d connection : %p\n", "getDbusConnection", kConnectionLine,
+              static_cast<void*>(connection.get()));
+  if (connection && dbus_bus_register(connection.get(), error.get())) {
+    dbus_connection_set_exit_on_disconnect(connection.get(), TRUE);
+  } else if (error.isSet()) {
+    std::printf("[%s] getDbusConnection failed: %s \n", "quillon::DConnection", error.message());
+  }
+  // The process may end by _exit at any time, which writes no buffers.
+  std::fflush(stdout);
+  return connection;
+}
+
+bool DConnection::sendOn(DBusConnection* connection, const std::shared_ptr<DMessage>& message,
+                         std::uint32_t* serial) {
+  if (connection == nullptr || !message || message->raw() == nullptr) return false;
+  if (!message->fitsBus()) {
+    LOGW("message of more than %zu bytes is not sent.\n", DMessage::kMaxBytes);
+    return false;
+  }
+  return dbus_connection_send(connection, message->raw(), serial);
+}
+
+}  // namespace quillon

@@ -1,0 +1,139 @@
+#include "DProxy.h"
+
+#include <gateway/log_macros.h>
+
+#include <utility>
+
+#include "ProxyWorker.h"
+
+namespace quillon {
+namespace {
+
+constexpr const char* kBlocking = "sendMessageWithReplyBlocking";
+
+struct PendingCallRelease {
+  void operator()(DBusPendingCall* call) const { dbus_pending_call_unref(call); }
+};
+using PendingCallPtr = std::unique_ptr<DBusPendingCall, PendingCallRelease>;
+
+// A connection that the daemon refused to register will be dropped by it, which must not look like
+// the daemon going away.
+bool isRegistered(const ConnectionPtr& connection) {
+  return connection && dbus_bus_get_unique_name(connection.get()) != nullptr;
+}
+
+// Nobody reads this connection between calls; what others address to it must not pile up. A pop on
+// a lost connection would end the process without a word.
+void dropUnasked(DBusConnection* connection) {
+  while (dbus_connection_get_is_connected(connection)) {
+    DBusMessage* message = dbus_connection_pop_message(connection);
+    if (message == nullptr) return;
+    dbus_message_unref(message);
+  }
+}
+
+// A pending call keeps error replies, unlike libdbus's own blocking call.
+DBusMessage* callAndWait(DBusConnection* connection, DBusMessage* message) {
+  DBusPendingCall* raw = nullptr;
+  if (!dbus_connection_send_with_reply(connection, message, &raw, -1) || raw == nullptr) {
+    return nullptr;
+  }
+  const PendingCallPtr pending(raw);
+  dbus_pending_call_block(pending.get());
+  DBusMessage* reply = dbus_pending_call_steal_reply(pending.get());
+  dropUnasked(connection);
+  return reply;
+}
+
+std::string firstString(DBusMessage* message) {
+  return DMessage(message, DMessage::kRead).readString();
+}
+
+}  // namespace
+
+DProxy::DProxy(const char* serviceName, const char* servicePath, const char* serviceInterface)
+    : wellknownName(serviceName), path(servicePath), interface(serviceInterface) {
+  ConnectionPtr async = getDbusConnection();
+  mConnectionBlocking = getDbusConnection();
+  if (!isRegistered(async) || !isRegistered(mConnectionBlocking)) return;
+  worker = std::make_shared<ProxyWorker>(std::move(async));
+  connected = worker->startWorkers();
+  if (connected) LOGI("DProxy workers started. wellknown name: %s", wellknownName.c_str());
+}
+
+DProxy::~DProxy() {
+  LOGD("release connection for '%s'.\n", path.c_str());
+  if (!worker) return;
+  LOGD("release connection for mConnectionAsync \n");
+  worker->release();
+}
+
+std::shared_ptr<DMessage> DProxy::makeMethodCall(const char* member) const {
+  return DMessage::makeNewMethodCallMessage(wellknownName.c_str(), path.c_str(), interface.c_str(),
+                                            member);
+}
+
+std::shared_ptr<DMessage> DProxy::makeSignal(const char* member) const {
+  return DMessage::makeSignalMessage(path.c_str(), interface.c_str(), member);
+}
+
+bool DProxy::sendMessageWithReply(const std::shared_ptr<DMessage>& message, ReplyCallback callback,
+                                  void* userData) {
+  if (!connected) {
+    LOGW("Connection to '%s' is not established.\n", path.c_str());
+    return false;
+  }
+  return worker->sendMessageWithReply(message, std::move(callback), userData);
+}
+
+std::shared_ptr<DMessage> DProxy::sendMessageWithReplyBlocking(
+    const std::shared_ptr<DMessage>& message) {
+  if (!connected) {
+    LOGW("Connection to '%s' is not established.\n", path.c_str());
+    return {};
+  }
+  const bool sendable = message && message->raw() != nullptr && message->fitsBus();
+  DBusMessage* raw = sendable ? withBlockingConnection([&](DBusConnection* connection) {
+    return callAndWait(connection, message->raw());
+  })
+                              : nullptr;
+  std::shared_ptr<DMessage> reply;
+  if (raw != nullptr) reply = std::make_shared<DMessage>(raw, true, DMessage::kRead);
+  const bool isError = reply && dbus_message_get_type(raw) == DBUS_MESSAGE_TYPE_ERROR;
+  if (isError) {
+    LOGD("dbus_connection_send_with_reply_and_block failed: %s \n", firstString(raw).c_str());
+  }
+  // An error without a sender never crossed the bus: libdbus makes it up for a time-out or a lost
+  // connection.
+  if (!reply || (isError && dbus_message_get_sender(raw) == nullptr)) {
+    LOGD("[%s]return message is NULL!\n", kBlocking);
+    return {};
+  }
+  if (isError) {
+    LOGE("[%s]return message type is DBUS_MESSAGE_TYPE_ERROR reason: %s \n", kBlocking,
+         reply->getErrorName().c_str());
+  }
+  return reply;
+}
+
+int DProxy::sendSignal(const std::shared_ptr<DMessage>& message) {
+  if (!connected) {
+    LOGE("Connection to '%s' is not established.\n", path.c_str());
+    return -1;
+  }
+  if (worker->sendSignal(message)) return 0;
+  LOGD("send signal failed.\n");
+  return -1;
+}
+
+void DProxy::stopWorkers() {
+  if (worker) worker->stopWorkers();
+}
+
+bool DProxy::isFor(const std::string& otherName, const std::string& otherPath,
+                   const std::string& otherInterface) const {
+  return connected && wellknownName == otherName && path == otherPath &&
+         interface == otherInterface;
+}
+
+}  // namespace quillon
