@@ -1,0 +1,173 @@
+#include "config_store.h"
+
+#include <gateway/log_macros.h>
+#include <sqlite3.h>
+#include <sys/stat.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+#include <mutex>
+#include <system_error>
+
+namespace config_store {
+namespace {
+
+struct DatabaseCloser {
+  void operator()(sqlite3* database) const { sqlite3_close_v2(database); }
+};
+struct StatementCloser {
+  void operator()(sqlite3_stmt* statement) const { sqlite3_finalize(statement); }
+};
+using StatementPtr = std::unique_ptr<sqlite3_stmt, StatementCloser>;
+
+constexpr const char* kCreate =
+    "PRAGMA journal_mode=WAL;"
+    "PRAGMA synchronous=FULL;"
+    "CREATE TABLE IF NOT EXISTS config(key TEXT PRIMARY KEY, value TEXT NOT NULL)";
+constexpr const char* kGet = "SELECT value FROM config WHERE key=?1";
+constexpr const char* kSet =
+    "INSERT INTO config(key,value) VALUES(?1,?2) ON CONFLICT(key) DO UPDATE SET "
+    "value=excluded.value";
+constexpr const char* kList = "SELECT key,value FROM config ORDER BY key";
+
+// The open database and its statements, which go before it.
+struct Store {
+  std::unique_ptr<sqlite3, DatabaseCloser> database;
+  StatementPtr getStatement;
+  StatementPtr setStatement;
+  dev_t device = 0;
+  ino_t inode = 0;
+
+  void close() {
+    getStatement.reset();
+    setStatement.reset();
+    database.reset();
+  }
+};
+
+std::mutex storeLock;
+
+// With the lock held. Never destroyed: threads outlive static destruction.
+Store& store() {
+  static auto& theStore = *std::make_unique<Store>().release();
+  return theStore;
+}
+
+StatementPtr prepare(sqlite3* database, const char* sql) {
+  sqlite3_stmt* statement = nullptr;
+  sqlite3_prepare_v3(database, sql, -1, SQLITE_PREPARE_PERSISTENT, &statement, nullptr);
+  return StatementPtr(statement);
+}
+
+// A database that was deleted or replaced would go on taking writes that nobody ever reads.
+bool isSameFile(const Store& open, const std::string& path) {
+  struct stat info {};
+  return stat(path.c_str(), &info) == 0 && info.st_dev == open.device && info.st_ino == open.inode;
+}
+
+int openStore(Store& open, const std::string& path, int timeoutMs) {
+  std::error_code ignored;
+  std::filesystem::create_directories(std::filesystem::path(path).parent_path(), ignored);
+  sqlite3* raw = nullptr;
+  const int opened =
+      sqlite3_open_v2(path.c_str(), &raw,
+                      SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX, nullptr);
+  open.database.reset(raw);
+  if (opened != SQLITE_OK) return opened;
+  sqlite3_busy_timeout(raw, timeoutMs);
+  const int created = sqlite3_exec(raw, kCreate, nullptr, nullptr, nullptr);
+  if (created != SQLITE_OK) return created;
+  open.getStatement = prepare(raw, kGet);
+  open.setStatement = prepare(raw, kSet);
+  struct stat info {};
+  if (stat(path.c_str(), &info) == 0) {
+    open.device = info.st_dev;
+    open.inode = info.st_ino;
+  }
+  return open.getStatement && open.setStatement ? SQLITE_OK : SQLITE_ERROR;
+}
+
+// With the lock held: the store, open and ready for a call of `timeoutMs`. SQLITE_OK, or why it
+// isn't.
+int ready(int timeoutMs) {
+  Store& open = store();
+  const std::string path = databasePath();
+  if (open.database && !isSameFile(open, path)) open.close();
+  if (open.database) {
+    sqlite3_busy_timeout(open.database.get(), timeoutMs);
+    return SQLITE_OK;
+  }
+  const int result = openStore(open, path, timeoutMs);
+  if (result == SQLITE_OK) return result;
+  LOGW("configuration store %s can't be opened: %s\n", path.c_str(), sqlite3_errstr(result));
+  open.close();
+  return result;
+}
+
+// What can be wrong with the file itself may have been mended by the next call, which opens it
+// anew.
+void finish(sqlite3_stmt* statement, int result) {
+  sqlite3_reset(statement);
+  sqlite3_clear_bindings(statement);
+  if (result == SQLITE_ROW || result == SQLITE_DONE) return;
+  LOGW("configuration store: %s\n", sqlite3_errstr(result));
+  if ((result & 0xFF) != SQLITE_BUSY) store().close();
+}
+
+void bind(sqlite3_stmt* statement, int index, const std::string& text) {
+  sqlite3_bind_text64(statement, index, text.data(), text.size(), SQLITE_STATIC, SQLITE_UTF8);
+}
+
+std::string column(sqlite3_stmt* statement, int index) {
+  const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(statement, index));
+  return text != nullptr
+             ? std::string(text, static_cast<std::size_t>(sqlite3_column_bytes(statement, index)))
+             : std::string();
+}
+
+}  // namespace
+
+std::string databasePath() {
+  const char* path = std::getenv("GATEWAY_CONFIG_DB");
+  return path != nullptr && *path != '\0' ? path : "/tarnvale/config/gateway.db";
+}
+
+std::optional<std::string> get(const std::string& key, int timeout_ms) {
+  const std::lock_guard guard(storeLock);
+  if (ready(timeout_ms) != SQLITE_OK) return std::nullopt;
+  sqlite3_stmt* statement = store().getStatement.get();
+  bind(statement, 1, key);
+  const int result = sqlite3_step(statement);
+  std::optional<std::string> value;
+  if (result == SQLITE_ROW) value = column(statement, 0);
+  finish(statement, result);
+  return value;
+}
+
+int set(const std::string& key, const std::string& value, int timeout_ms) {
+  const std::lock_guard guard(storeLock);
+  if (const int result = ready(timeout_ms); result != SQLITE_OK) return result;
+  sqlite3_stmt* statement = store().setStatement.get();
+  bind(statement, 1, key);
+  bind(statement, 2, value);
+  const int result = sqlite3_step(statement);
+  finish(statement, result);
+  return result == SQLITE_DONE ? 0 : result;
+}
+
+std::optional<std::vector<std::pair<std::string, std::string>>> list(int timeout_ms) {
+  const std::lock_guard guard(storeLock);
+  if (ready(timeout_ms) != SQLITE_OK) return std::nullopt;
+  const StatementPtr statement = prepare(store().database.get(), kList);
+  if (!statement) return std::nullopt;
+  std::vector<std::pair<std::string, std::string>> entries;
+  int result = sqlite3_step(statement.get());
+  for (; result == SQLITE_ROW; result = sqlite3_step(statement.get())) {
+    entries.emplace_back(column(statement.get(), 0), column(statement.get(), 1));
+  }
+  if (result != SQLITE_DONE) return std::nullopt;
+  return entries;
+}
+
+}  // namespace config_store

@@ -1,0 +1,152 @@
+// The path of a record takes no lock, allocates nothing and asks for no time zone, so that it also
+// works inside a signal handler: the fields are formatted into a buffer on the stack and written
+// with one write(2). vsnprintf of this C library keeps to that for what the program logs (texts,
+// integers, one plain double): it allocates only for positional arguments, wide characters and
+// precisions beyond its own buffers, none of which occur.
+
+#include <gateway/log.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <string_view>
+
+namespace {
+
+constexpr std::size_t kRecordBytes = 4096;
+constexpr std::string_view kCutMark = " [cut]";
+constexpr int kDefaultLevel = 1;
+constexpr int kUnread = -1;
+
+std::atomic<bool> destroyed = false;
+std::atomic<int> threshold = kUnread;
+
+int readThreshold() {
+  const char* text = std::getenv("GATEWAY_LOG_LEVEL");
+  if (text == nullptr || *text == '\0') return kDefaultLevel;
+  const long level = std::strtol(text, nullptr, 10);
+  return static_cast<int>(std::clamp(level, 0L, 6L));
+}
+
+int currentThreshold() {
+  int level = threshold.load(std::memory_order_relaxed);
+  if (level == kUnread) {
+    level = readThreshold();
+    threshold.store(level, std::memory_order_relaxed);
+  }
+  return level;
+}
+
+const char* levelWord(int level) {
+  switch (level) {
+    case 0:
+      return "DEBUG";
+    case 1:
+      return "INFO";
+    case 2:
+      return "WARN";
+    case 3:
+      return "ERROR";
+    case 5:
+      return "REPORT";
+    default:
+      return "LEVEL?";
+  }
+}
+
+struct UtcTime {
+  int year, month, day, hour, minute, second, millisecond;
+};
+
+// The calendar from the days since 1970-01-01, counted in 400-year eras that begin with March, so
+// that the leap day is the last of its year.
+UtcTime utcNow() {
+  timespec now{};
+  clock_gettime(CLOCK_REALTIME, &now);
+  constexpr std::int64_t kDaySeconds = 86400;
+  const std::int64_t seconds = now.tv_sec;
+  const std::int64_t days = seconds / kDaySeconds;
+  const auto ofDay = static_cast<int>(seconds % kDaySeconds);
+  const std::int64_t shifted = days + 719468;
+  const std::int64_t era = shifted / 146097;
+  const std::int64_t ofEra = shifted % 146097;
+  const std::int64_t yearOfEra = (ofEra - ofEra / 1460 + ofEra / 36524 - ofEra / 146096) / 365;
+  const std::int64_t dayOfYear = ofEra - (365 * yearOfEra + yearOfEra / 4 - yearOfEra / 100);
+  const std::int64_t monthFromMarch = (5 * dayOfYear + 2) / 153;
+  const auto day = static_cast<int>(dayOfYear - (153 * monthFromMarch + 2) / 5 + 1);
+  const auto month =
+      static_cast<int>(monthFromMarch < 10 ? monthFromMarch + 3 : monthFromMarch - 9);
+  const auto year = static_cast<int>(yearOfEra + era * 400 + (month <= 2 ? 1 : 0));
+  return {year,
+          month,
+          day,
+          ofDay / 3600,
+          ofDay / 60 % 60,
+          ofDay % 60,
+          static_cast<int>(now.tv_nsec / 1000000)};
+}
+
+// How much of `length` bytes is left when a UTF-8 character that the end may have split is dropped.
+std::size_t wholeCharacters(const char* text, std::size_t length) {
+  std::size_t lead = length;
+  while (lead > 0 && (static_cast<unsigned char>(text[lead - 1]) & 0xC0U) == 0x80U) --lead;
+  const bool startsCharacter = lead > 0 && static_cast<unsigned char>(text[lead - 1]) >= 0xC0U;
+  return startsCharacter ? lead - 1 : length;
+}
+
+using Record = std::array<char, kRecordBytes>;
+
+std::size_t writeHead(Record& record, int level, const char* function) {
+  const UtcTime t = utcNow();
+  return static_cast<std::size_t>(std::snprintf(
+      record.data(), record.size(), "%04d-%02d-%02dT%02d:%02d:%02d.%03dZ %s %.100s: ", t.year,
+      t.month, t.day, t.hour, t.minute, t.second, t.millisecond, levelWord(level), function));
+}
+
+// Appends the message to the head and returns the length of both; one byte is left for the line
+// end.
+std::size_t writeMessage(Record& record, std::size_t head, const char* format, va_list arguments) {
+  const std::size_t room = record.size() - head - kCutMark.size() - 1;
+  const int wanted = std::vsnprintf(record.data() + head, room, format, arguments);
+  if (wanted < 0) return head;
+  if (static_cast<std::size_t>(wanted) < room) return head + static_cast<std::size_t>(wanted);
+  const std::size_t length = head + wholeCharacters(record.data() + head, room - 1);
+  std::memcpy(record.data() + length, kCutMark.data(), kCutMark.size());
+  return length + kCutMark.size();
+}
+
+void writeRecord(const char* record, std::size_t length) {
+  ssize_t written = 0;
+  do {
+    written = write(STDERR_FILENO, record, length);
+  } while (written < 0 && errno == EINTR);
+}
+
+}  // namespace
+
+void log_init(const char* /*name*/, int /*target*/, int /*mode*/, int /*level*/) {}
+
+void log_print(int level, const char* /*color*/, const char* /*tag*/, const char* /*path*/,
+               const char* function, int /*line*/, const char* format, ...) {
+  if (destroyed.load(std::memory_order_relaxed) || level < currentThreshold()) return;
+  const int savedErrno = errno;
+  Record record;  // only what is written is read
+  const std::size_t head = writeHead(record, level, function);
+  va_list arguments;
+  va_start(arguments, format);
+  std::size_t length = writeMessage(record, head, format, arguments);
+  va_end(arguments);
+  if (record[length - 1] != '\n') record[length++] = '\n';
+  writeRecord(record.data(), length);
+  errno = savedErrno;
+}
+
+void log_destroy(void) { destroyed = true; }
