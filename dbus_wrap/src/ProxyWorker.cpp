@@ -235,8 +235,10 @@ void ProxyWorker::onTimerClosed(uv_handle_t* handle) {
   auto* worker = static_cast<ProxyWorker*>(handle->data);
   if (--worker->openTimers > 0) return;
   const auto last = std::move(worker->self);
+  // What the callbacks hold may do anything when it goes, so it goes without the lock.
+  std::map<std::uint32_t, PendingRequest> forgotten;
   const std::lock_guard guard(worker->pendingLock);
-  worker->pendingRequests.clear();
+  forgotten.swap(worker->pendingRequests);
 }
 
 }  // namespace quillon
