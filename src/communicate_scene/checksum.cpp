@@ -1,0 +1,59 @@
+#include <gateway/log_macros.h>
+#include <openssl/evp.h>
+#include <strings.h>
+
+#include <array>
+#include <cstdio>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "download.h"
+
+namespace jobm {
+namespace {
+
+// Larger files pass unchecked, to bound memory.
+constexpr std::streamoff kMaxChecked = 20 * 1024 * 1024;
+
+std::string md5Of(const std::vector<char>& bytes) {
+  std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
+  unsigned int length = 0;
+  EVP_Digest(bytes.data(), bytes.size(), digest.data(), &length, EVP_md5(), nullptr);
+  std::string text;
+  for (unsigned int i = 0; i < length; ++i) {
+    std::array<char, 3> hex{};
+    std::snprintf(hex.data(), hex.size(), "%02x", digest[i]);
+    text += hex.data();
+  }
+  return text;
+}
+
+}  // namespace
+
+int checkFileMd5sum(const std::string& path, const std::string& expected) {
+  LOGI("%s : %s ", path.c_str(), expected.c_str());
+  std::ifstream file(path, std::ios::binary | std::ios::ate);
+  if (!file) {
+    LOGE("open file(%s) fail", path.c_str());
+    return 0;
+  }
+  const std::streamoff size = file.tellg();
+  LOGI("fileSize = %d", static_cast<int>(size));
+  if (size > kMaxChecked) {
+    LOGI("fileSize(%d) > 20M, ignore md5 checksum", static_cast<int>(size));
+    return 1;
+  }
+  std::vector<char> bytes(size > 0 ? static_cast<std::size_t>(size) : 0);
+  file.seekg(0);
+  file.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  const std::string sum = md5Of(bytes);
+  if (file && strcasecmp(sum.c_str(), expected.c_str()) == 0) {
+    LOGI("md5 checksum success (%s) == (%s)", sum.c_str(), expected.c_str());
+    return 1;
+  }
+  LOGE("md5 checksum fail (%s) != (%s)", sum.c_str(), expected.c_str());
+  return 0;
+}
+
+}  // namespace jobm

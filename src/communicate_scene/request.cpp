@@ -1,0 +1,204 @@
+// Every record of this source carries the name of its one public function.
+#define LOG_FUNCTION "handle1Job"
+
+#include "request.h"
+
+#include <comm_path.h>
+#include <dbus_process_call.h>
+#include <file_text.h>
+#include <gateway/log_macros.h>
+#include <json_helper.h>
+#include "executor_api/reset.h"
+
+#include <cstdio>
+#include <exception>
+#include <utility>
+
+#include "deployment.h"
+#include "download.h"
+#include "parsers.h"
+#include "queue.h"
+#include "sync_job_status.h"
+
+namespace jobm {
+namespace {
+
+void resetAll(const std::string& deployId, const std::string& taskId) {
+  LOGI("RESET begin...");
+  Json::Value reply = resetEJobs();
+  LOGI("resetEJobs res = %s\n", json::styled(reply).c_str());
+  reply["success"] = std::as_const(reply)["code"].asInt() == 0;
+  Json::Value details(Json::arrayValue);
+  details.append(std::move(reply));
+  resourcesReply(deployId, taskId, details, kReset);
+}
+
+void reportDownloads(Deployment& deployment) {
+  resourcesReply(deployment.deployId, deployment.taskId, deployment.downloaded, kDeploy);
+}
+
+// A refused resourceId has no directory, and its item keeps saying why.
+void deleteResource(const Json::Value& resource, Json::Value& item) {
+  const std::string resourceId = json::textOf(resource, "resourceId");
+  const std::string directory = jobPath(kConfigManager, resourceId);
+  if (directory.empty()) return;
+  LOGI("ON_DELETE: snapshotId: %s resourceId: %s resourceType: %s",
+       json::textOf(resource, "snapshotId").c_str(), resourceId.c_str(),
+       json::textOf(resource, "resourceType").c_str());
+  rmDir(directory);
+  item = Json::Value(Json::objectValue);
+  item["snapshotId"] = resource["snapshotId"];
+  item["code"] = 0;
+  item["success"] = true;
+  item["message"] = "Resource has been successfully deleted.";
+}
+
+void deleteResources(Deployment& deployment) {
+  const Json::Value& resources = deployment.resources;
+  for (Json::ArrayIndex i = 0; i < resources.size() && i < deployment.downloaded.size(); ++i) {
+    if (hasOperate(resources[i], kOnDelete)) deleteResource(resources[i], deployment.downloaded[i]);
+  }
+}
+
+bool isFailure(const Json::Value& item) {
+  const bool hasCode = item.isMember("code") && item["code"].isIntegral();
+  if (hasCode && item["code"].asInt64() != 0) return true;
+  return item.isMember("success") && item["success"].isBool() && !item["success"].asBool();
+}
+
+// Whether every resource was downloaded; otherwise the outcome has been reported.
+bool checkDownloads(Deployment& deployment) {
+  const Json::Value& items = deployment.downloaded;
+  const Json::Value& resources = deployment.resources;
+  if (items.size() != resources.size()) {
+    LOGE(
+        "Error occurred while downloading: count of item that was downloaded is not equal to "
+        "resource count from cloud.");
+    reportDownloads(deployment);
+    return false;
+  }
+  for (Json::ArrayIndex i = 0; i < items.size(); ++i) {
+    if (!isFailure(items[i])) continue;
+    LOGE("Error occurred while downloading resource %s with name %s.",
+         json::textOf(resources[i], "resourceType").c_str(),
+         json::textOf(resources[i], "resourceName").c_str());
+    reportDownloads(deployment);
+    return false;
+  }
+  return true;
+}
+
+void failItem(Json::Value& item, const std::string& message) {
+  item["code"] = static_cast<int>(kStoreWrite);
+  item["message"] = message;
+  item["success"] = false;
+  item.removeMember("data");
+}
+
+// The executors of these types read the file itself.
+bool staysOnDisk(const std::string& resourceType) {
+  return resourceType == "function" || resourceType == "driver" || resourceType == "stream" ||
+         resourceType == "rule";
+}
+
+// Writes the content of one resource under its type. False when its item now says what went wrong.
+bool storeResource(const Json::Value& resource, Json::Value& item) {
+  const std::string format = json::textOf(resource, "configFormat");
+  if (format != "text" && format != "zip") return true;
+  const std::string key = json::textOf(resource, "resourceType");
+  const std::string file = json::textOf(std::as_const(item)["data"], "config");
+  if (key.empty() || file.empty()) return true;
+  std::string content;
+  readFile(file, content);
+  if (content.empty()) {
+    failItem(item, "SetConfigManager_Fail_OpenDownloadedFile");
+    return false;
+  }
+  const int result = setForeignConfig(key, content);
+  if (result != 0) {
+    failItem(item, "SetConfigManager_Fail_" + std::to_string(result));
+    return false;
+  }
+  item["data"]["textConfig"] = std::move(content);
+  if (!staysOnDisk(key)) std::remove(file.c_str());
+  return true;
+}
+
+bool storeResources(Deployment& deployment) {
+  const Json::Value& resources = deployment.resources;
+  for (Json::ArrayIndex i = 0; i < resources.size(); ++i) {
+    const Json::Value& resource = resources[i];
+    if (!hasOperate(resource, kOnAdd)) continue;
+    LOGI("Collecting parsers: processing resource type %s with name %s [%s]",
+         json::textOf(resource, "resourceType").c_str(),
+         json::textOf(resource, "resourceName").c_str(),
+         json::textOf(resource, "snapshotId").c_str());
+    if (storeResource(resource, deployment.downloaded[i])) continue;
+    reportDownloads(deployment);
+    return false;
+  }
+  return true;
+}
+
+void deploy(const std::string& deployId, const std::string& taskId, const Json::Value& resources) {
+  auto deployment = std::make_shared<Deployment>();
+  deployment->deployId = deployId;
+  deployment->taskId = taskId;
+  deployment->resources = resources;
+  LOGI("Beginning download resources...");
+  deployment->downloaded = downloadResources(resources);
+  if (!deployment->downloaded.isArray()) {
+    LOGE(
+        "Error occurred while downloading: returned result from function downloadResources is not "
+        "an JSON array.");
+    reportDownloads(*deployment);
+    return;
+  }
+  deleteResources(*deployment);
+  if (!checkDownloads(*deployment)) return;
+  LOGI("downloadResult: \n%s", json::styled(deployment->downloaded).c_str());
+  LOGI("All resources are downloaded, setting content to Config manager with key = resourceType.");
+  if (!storeResources(*deployment)) return;
+  LOGI("All resources are written into Config manager with key = resourceType.");
+  LOGI("Going to notify all parsers to process resources");
+  deployment->summary = beginDeployment(deployId);
+  notifyParsers(deployment);
+}
+
+void carryOut(const std::string& payload, const Json::Value& request) {
+  const std::string deployId = request["deployId"].asString();
+  const std::string taskId = request["taskId"].asString();
+  LOGI("handle1Job deployId =%s taskId= %s", deployId.c_str(), taskId.c_str());
+  const Json::Value& deployType = request["deployType"];
+  // A request of any other type is one for somebody else, and not answered.
+  if (!deployType.isInt()) return;
+  if (deployType.asInt() == kReset) {
+    resetAll(deployId, taskId);
+    return;
+  }
+  if (deployType.asInt() != kDeploy) return;
+  if (!request.isMember("resources")) {
+    LOGE("deployJob has no key \"resources\", origin message is %s.", payload.c_str());
+    return;
+  }
+  deploy(deployId, taskId, request["resources"]);
+}
+
+void startRequest(const std::string& payload) {
+  try {
+    Json::Value request;
+    if (!json::parse(payload, request)) {
+      LOGE("payload parse Error\n");
+      return;
+    }
+    carryOut(payload, request);
+  } catch (const std::exception& e) {
+    LOGE("handle1Job Exception e = %s, origin payload is: %s", e.what(), payload.c_str());
+  }
+}
+
+}  // namespace
+
+void handle1Job(const std::string& payload) { runInTurn(payload, startRequest); }
+
+}  // namespace jobm

@@ -1,0 +1,72 @@
+/// Calls to the neighbouring services. Each builds one bus message, sends it over a process-wide
+/// proxy and turns the answer into a plain result. After the watchdog's terminate order there are
+/// no proxies: every call then does nothing and returns its failure value. Any thread.
+#pragma once
+
+#include <DMessage.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace jobm {
+
+/// The bus name of this service, also as the receiver of what the bridge delivers.
+inline constexpr const char* kOwnBusName = "iot.job.manager";
+
+/// Publishes through the MQTT bridge and waits for its answer. Returns the bridge's code, 0 for
+/// success, or -1 without a readable answer.
+int publish(const std::string& topic, const std::string& payload, int qos);
+
+/// Publishes through the MQTT bridge without waiting; the outcome is only logged.
+void publishAsync(const std::string& topic, const std::string& payload, int qos);
+
+/// Has the bridge deliver the messages of `topic` to the bus name `subscriber`. Blocks; result as
+/// publish.
+int subscribe(const std::string& topic, const std::string& subscriber, int qos);
+
+/// Ends a subscription. Blocks; result as publish.
+int unSubscribe(const std::string& topic, const std::string& subscriber);
+
+/// The code in a bridge's answer, -1 for an empty or unreadable one. `name` tells the callers apart
+/// for whoever debugs; the log lines say "publish" for all of them, as their readers expect.
+int parseProxyRetCode(const std::shared_ptr<quillon::DMessage>& reply, const char* name);
+
+/// The value of `key` in the configuration store, "" when it is absent or can't be read. Waits up
+/// to 10 s for a locked store.
+std::string getConfig(const std::string& key);
+
+/// Writes `key`. Returns 0, or the store's error. Waits up to 10 s for a locked store.
+int setConfig(const std::string& key, const std::string& value);
+
+/// True for the keys of this service's own identity and registry, which nothing that came from the
+/// cloud or a registration may overwrite.
+bool isReservedKey(std::string_view key);
+
+/// setConfig for a key that came from outside: fails with -1 for a reserved one.
+int setForeignConfig(const std::string& key, const std::string& value);
+
+/// Tells the watchdog that `name` lives and will feed it again within `seconds`.
+void feedDog(const std::string& name, int seconds);
+
+/// Emits the signal prefix + "_Event_Invoke" with the payload for the interface word given.
+void deliveryInfoToNodeEngineBySignal(const std::string& interface, const std::string& payload,
+                                      const std::string& prefix);
+
+/// Emits the signal executor + "_Event". `parentGroupIds`, if not empty, is the text of a JSON
+/// object whose member of that name is sent in its place.
+void sendSignalToDBus(std::int64_t ackId, int ackCode, std::int64_t jobId,
+                      const std::string& executor, const std::string& path, const std::string& type,
+                      std::int64_t groupId, const std::string& parentGroupIds,
+                      const std::string& sceneId);
+
+/// Emits the signal "NodeEngine_Config_Event".
+void sendGroupConfigToDBus(std::int64_t ackId, int ackCode, std::int64_t jobId,
+                           const std::string& executor, const std::string& groupPath);
+
+/// Sends one record to the gateway's log service, over a proxy made for this one call.
+void sendSignalToLog(int level, const std::string& tag, const std::string& file,
+                     const std::string& func, const std::string& line, const std::string& message);
+
+}  // namespace jobm

@@ -1,0 +1,257 @@
+#include "job_calls.h"
+
+#include <gateway/log_macros.h>
+#include <json_helper.h>
+
+#include <algorithm>
+#include <cctype>
+#include <exception>
+#include <memory>
+#include <unordered_map>
+#include <utility>
+
+#include "stored_jobs.h"
+#include "sync_job_status.h"
+
+namespace jobm {
+namespace {
+
+using Message = std::shared_ptr<quillon::DMessage>;
+
+// The one executor that answers for each resource.
+constexpr const char* kCorvexConfig = "CorvexConfig";
+
+// What a reply handler of a deploy or delete call holds, all of it its own.
+struct JobCall {
+  std::string deployId;
+  std::string taskId;
+  std::string executorName;
+  Json::Value resources;
+  SharedResults results;
+};
+
+Json::Value immediateResult(int code, const std::string& message) {
+  Json::Value result;
+  result["code"] = code;
+  result["message"] = message;
+  return result;
+}
+
+std::string lowerCase(std::string text) {
+  std::transform(text.begin(), text.end(), text.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return text;
+}
+
+// The first element of the reply's data for each resource, letter case ignored.
+using DataIndex = std::unordered_map<std::string, const Json::Value*>;
+
+DataIndex indexData(const Json::Value& data) {
+  DataIndex index;
+  if (!data.isArray()) return index;
+  for (const Json::Value& element : data) {
+    index.emplace(lowerCase(element["resourceId"].asString()), &element);
+  }
+  return index;
+}
+
+Json::Value plainEntry(const Json::Value& item, bool success) {
+  Json::Value entry;
+  entry["snapshotId"] = item["snapshotId"];
+  entry["success"] = success;
+  entry["resourceName"] = item["resourceName"];
+  return entry;
+}
+
+// A resource that the reply says nothing about counts as successful without a code, also when the
+// whole call failed; deliberately kept.
+Json::Value corvexEntry(const Json::Value& item, const DataIndex& index) {
+  const std::string resourceId = item["resourceId"].asString();
+  const auto found = index.find(lowerCase(resourceId));
+  Json::Value entry = plainEntry(item, true);
+  entry["code"] = "";
+  entry["message"] = "";
+  if (found == index.end()) {
+    LOGW("%s can't find resourceid %s", kCorvexConfig, resourceId.c_str());
+    return entry;
+  }
+  const Json::Value& element = *found->second;
+  entry["code"] = element["code"].asString();
+  entry["success"] = element["code"].asInt() == 0;
+  entry["message"] = element["message"].asString();
+  return entry;
+}
+
+void recordPlain(const JobCall& call, bool success) {
+  for (const Json::Value& item : std::as_const(call.resources)) {
+    call.results->entries[json::textOf(item, "snapshotId")] = plainEntry(item, success);
+  }
+}
+
+void recordCorvex(const JobCall& call, const Json::Value& data) {
+  const DataIndex index = indexData(data);
+  for (const Json::Value& item : std::as_const(call.resources)) {
+    call.results->entries[json::textOf(item, "snapshotId")] = corvexEntry(item, index);
+  }
+}
+
+void recordDeployReply(const JobCall& call, const ExecutorReply& reply) {
+  if (call.executorName != kCorvexConfig) {
+    recordPlain(call, reply.code == 0);
+    return;
+  }
+  try {
+    recordCorvex(call, reply.data);
+  } catch (const std::exception& e) {
+    LOGE("deployJob json error ! e = %s\n", e.what());
+    recordCorvex(call, replyFormatError().data);
+  }
+}
+
+// Counted first, whatever the reply holds: a deployment always comes to its end.
+void countReply() {
+  ++G_ExecutorResultCounter.done;
+  LOGI("G_ExecutorResultCounter(%d/%d)", static_cast<int>(G_ExecutorResultCounter.done),
+       static_cast<int>(G_ExecutorResultCounter.total));
+}
+
+void finishWhenComplete(const JobCall& call) {
+  if (G_ExecutorResultCounter.done != G_ExecutorResultCounter.total) return;
+  reportFinalResult(call.deployId, call.taskId, call.results);
+}
+
+void logNoReply(const JobCall& call) {
+  LOGI("deployId %s taskId %s sendMessageWithReply reply NULL\n", call.deployId.c_str(),
+       call.taskId.c_str());
+}
+
+const ReplyLog& deployLog() {
+  static const ReplyLog log{
+      [](const char* text) { LOGE("deployJob parse failed res = %s\n", text); },
+      [](const char* text) { LOGE("deployJob error res = %s\n", text); },
+      [](const char* what) { LOGE("deployJob json error ! e = %s\n", what); }};
+  return log;
+}
+
+const ReplyLog& deleteLog() {
+  static const ReplyLog log{
+      [](const char* text) { LOGE("deleteJob parse failed res = %s\n", text); },
+      [](const char* text) { LOGE("deleteJob error res = %s\n", text); },
+      [](const char* what) { LOGE("publish json error ! e = %s", what); }};
+  return log;
+}
+
+void handleDeployReply(const JobCall& call, const Message& message) {
+  countReply();
+  ExecutorReply reply;
+  if (!message) {
+    logNoReply(call);
+  } else {
+    const std::string text = message->readString();
+    LOGI("deployJob executor : %s sendMessageWithReply res = %s\n", call.executorName.c_str(),
+         text.c_str());
+    reply = classifyReply(text, deployLog());
+  }
+  recordDeployReply(call, reply);
+  finishWhenComplete(call);
+}
+
+void handleDeleteReply(const JobCall& call, const Message& message) {
+  countReply();
+  ExecutorReply reply;
+  if (!message) {
+    LOGI("deleteJob %s sendMessageWithReply reply NULL\n", call.executorName.c_str());
+    logNoReply(call);
+  } else {
+    const std::string text = message->readString();
+    LOGI("deleteJob %s sendMessageWithReply res = %s\n", call.executorName.c_str(), text.c_str());
+    reply = classifyReply(text, deleteLog());
+  }
+  recordPlain(call, reply.code == 0);
+  finishWhenComplete(call);
+}
+
+using ReplyReader = void (*)(const JobCall&, const Message&);
+
+// Sends the call with the resources as its argument; the reply handler holds copies and a share of
+// the results.
+void sendJobCall(const Executor& executor, const Message& call, const std::string& payload,
+                 std::shared_ptr<const JobCall> job, ReplyReader reader) {
+  if (!payload.empty()) call->writeString(payload);
+  sendMessageWithReply(
+      executor.proxy, call,
+      [job = std::move(job), reader](const Message& reply, void*) { reader(*job, reply); },
+      nullptr);
+}
+
+void logRegistered() {
+  const std::vector<Executor> all = allExecutors();
+  LOGI("deployJob map size =%d  ", static_cast<int>(all.size()));
+  for (const Executor& executor : all) LOGI("have module : %s\n", executor.executorName.c_str());
+}
+
+Json::Value unknownExecutor(const std::string& executorName) {
+  return immediateResult(kUnknownExecutor, executorName + " not exist");
+}
+
+// The address of the record can't be called at all.
+Json::Value noService() { return immediateResult(kNoService, "Service not exist"); }
+
+}  // namespace
+
+Json::Value deployEJob(const std::string& deployId, const std::string& taskId,
+                       Json::Value& resources, const std::string& executorName,
+                       const SharedResults& results) {
+  const std::optional<Executor> executor = getExecutor(executorName);
+  if (!executor) {
+    LOGE("deployJob can`t find registered %s ", executorName.c_str());
+    return unknownExecutor(executorName);
+  }
+  logRegistered();
+  for (Json::Value& item : resources) item.removeMember("data");
+  const Message call = executor->proxy->makeMethodCall("deployJob");
+  if (!call) return noService();
+  if (updateStoredJobs(executorName, resources, kAddJob) != 0) {
+    return immediateResult(kStoreFailed, "SetConfigManager_Fail");
+  }
+  const std::string payload = json::styled(resources);
+  LOGI("deployJob executor :%s payload =%s\n", executorName.c_str(), payload.c_str());
+  auto job = std::make_shared<JobCall>(JobCall{deployId, taskId, executorName, resources, results});
+  sendJobCall(*executor, call, payload, std::move(job), handleDeployReply);
+  return immediateResult(0, "deploy success");
+}
+
+Json::Value deleteEJob(const std::string& deployId, const std::string& taskId,
+                       const Json::Value& resources, const std::string& executorName,
+                       const SharedResults& results) {
+  LOGI("deleteJob executor =%s", executorName.c_str());
+  const std::optional<Executor> executor = getExecutor(executorName);
+  if (!executor) return unknownExecutor(executorName);
+  const bool stored = updateStoredJobs(executorName, resources, kDeleteJob) == 0;
+  const Message call = executor->proxy->makeMethodCall("deleteJob");
+  if (!call) return noService();
+  const std::string payload = json::styled(resources);
+  LOGI("deleteJob executor :%s payload =%s\n", executorName.c_str(), payload.c_str());
+  auto job = std::make_shared<JobCall>(JobCall{deployId, taskId, executorName, resources, results});
+  sendJobCall(*executor, call, payload, std::move(job), handleDeleteReply);
+  return stored ? immediateResult(0, "delete success")
+                : immediateResult(kStoreFailed, "SetConfigManager_Fail");
+}
+
+void deployParserJob(const std::string& key, const std::string& value, const Executor& parser,
+                     const MethodResultCallback& callback) {
+  Json::Value parsed;
+  Json::Value request;
+  request["key"] = key;
+  request["value"] = json::parse(value, parsed) ? parsed : Json::Value(value);
+  const std::string payload = json::compact(request);
+  LOGI("deployJob executor = %s, payload = %s\n", parser.executorName.c_str(), payload.c_str());
+  callMethod("deployJob", parser, payload,
+             [key, value, callback](int code, const std::string& message, const std::string& data) {
+               LOGI("deployJob key = %s value = %s code = %d message = %s data = %s\n", key.c_str(),
+                    value.c_str(), code, message.c_str(), data.c_str());
+               if (callback) callback(code, message, data);
+             });
+}
+
+}  // namespace jobm

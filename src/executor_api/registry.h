@@ -1,0 +1,60 @@
+/// The registry of executors and parsers: services that run deployed jobs or process resources.
+/// Registrations are kept in the configuration store and restored at start-up. The listening thread
+/// owns the tables; a lock covers start-up, when the main thread restores while the first
+/// registrations come in. Lookups return copies, so that a reply handler never reaches into a
+/// table.
+#pragma once
+
+#include <DProxy.h>
+#include <json/value.h>
+
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace jobm {
+
+/// A registered executor or parser.
+struct Executor {
+  std::string name;  // well-known bus name
+  std::string interface;
+  std::string path;
+  // Shared by the record, its copies and the calls in flight; a replaced one goes with the last of
+  // them.
+  std::shared_ptr<quillon::DProxy> proxy;
+  std::string executorName;
+  std::vector<std::string> storeType;
+  std::vector<std::string> watchType;
+};
+
+/// Takes a registration in. Returns "" or the text that says what is wrong with it. A payload is
+/// stored before its address and types are checked, and comes back unchecked at the next start;
+/// deliberately so. Listening thread.
+std::string registerExecutor(const std::string& payload);
+std::string registerParser(const std::string& payload);
+
+/// Stores an executor's registration. Returns the store's result, or 1 when the payload is not
+/// JSON. Any thread, with start-up's lock held by whoever else changes the key.
+int saveExecutor2ConfigManager(const std::string& executorName, const std::string& payload);
+
+/// Sets member `name` of the JSON object under `key` to `value`; what is there and is not an object
+/// counts as empty. Returns the store's result.
+int saveToConfigManager(const std::string& key, const std::string& name, const Json::Value& value);
+
+/// Restores what is stored, then installs the built-in executors. Main thread, once, at start-up. A
+/// service that registered by itself in the meantime keeps its newer record.
+void initAllExecutors();
+
+std::optional<Executor> getExecutor(const std::string& name);
+std::optional<Executor> getParser(const std::string& name);
+
+/// The names that serve a watch type, empty for an unknown one.
+std::set<std::string> getExecutorsByWatchType(const std::string& watchType);
+std::set<std::string> getParsersByWatchType(const std::string& watchType);
+
+/// Every executor's record, in ascending order of the names.
+std::vector<Executor> allExecutors();
+
+}  // namespace jobm

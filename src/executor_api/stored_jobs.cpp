@@ -1,0 +1,77 @@
+#include "stored_jobs.h"
+
+#include <dbus_process_call.h>
+#include <json_helper.h>
+
+#include <deque>
+#include <unordered_map>
+#include <vector>
+
+#include "sync_job_status.h"
+
+namespace jobm {
+namespace {
+
+std::string idOf(const Json::Value& item) { return json::textOf(item, "resourceId"); }
+
+// For each new item in order: the first element of the same resource goes, the item is appended.
+// The index holds, by resource, where its elements are, first one first.
+Json::Value withAdded(const Json::Value& list, const Json::Value& items) {
+  std::vector<const Json::Value*> kept;
+  std::unordered_map<std::string, std::deque<std::size_t>> positions;
+  const auto append = [&](const Json::Value& item, const std::string& id) {
+    positions[id].push_back(kept.size());
+    kept.push_back(&item);
+  };
+  for (const Json::Value& item : list) append(item, idOf(item));
+  for (const Json::Value& item : items) {
+    const std::string id = idOf(item);
+    auto& same = positions[id];
+    if (!same.empty()) {
+      kept[same.front()] = nullptr;
+      same.pop_front();
+    }
+    append(item, id);
+  }
+  Json::Value result(Json::arrayValue);
+  for (const Json::Value* item : kept) {
+    if (item != nullptr) result.append(*item);
+  }
+  return result;
+}
+
+// Every pair of a given item and an element of the same resource removes at the element's index,
+// from the highest index down; an element matched twice thus takes the one behind it along. Going
+// down, `behind` holds what is left behind the present index, nearest last.
+Json::Value withDeleted(const Json::Value& list, const Json::Value& items) {
+  std::unordered_map<std::string, std::size_t> given;
+  for (const Json::Value& item : items) ++given[idOf(item)];
+  std::vector<const Json::Value*> behind;
+  for (Json::ArrayIndex i = list.size(); i-- > 0;) {
+    const auto match = given.find(idOf(list[i]));
+    behind.push_back(&list[i]);
+    const std::size_t removals = match != given.end() ? match->second : 0;
+    for (std::size_t n = 0; n < removals && !behind.empty(); ++n) behind.pop_back();
+  }
+  Json::Value result(Json::arrayValue);
+  for (auto item = behind.rbegin(); item != behind.rend(); ++item) result.append(**item);
+  return result;
+}
+
+}  // namespace
+
+int updateStoredJobs(const std::string& executorName, const Json::Value& items, int ackCode) {
+  Json::Value list;
+  const bool isList = json::parse(getConfig(executorName), list) && list.isArray();
+  if (!isList) list = Json::Value();
+  if (ackCode == kAddJob) {
+    list = withAdded(list, items);
+  } else if (isDeletion(ackCode)) {
+    list = withDeleted(list, items);
+  } else if (ackCode == kResetJobs) {
+    list = Json::Value(Json::arrayValue);
+  }
+  return setForeignConfig(executorName, json::styled(list));
+}
+
+}  // namespace jobm

@@ -1,0 +1,164 @@
+#include "jobm_server.h"
+
+#include <curl/curl.h>
+#include <dbus_process_call.h>
+#include <gateway/log_macros.h>
+#include <json_helper.h>
+#include <proxies.h>
+#include <unistd.h>
+
+#include <exception>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "engine_api/bus_control.h"
+#include "executor_api/job_status.h"
+#include "executor_api/registry.h"
+#include "runner_api/identity.h"
+#include "runner_api/routing.h"
+
+namespace jobm {
+namespace {
+
+using Message = std::shared_ptr<quillon::DMessage>;
+
+constexpr int kFailure = 100000;
+constexpr const char* kScriptEngine = "iot.runtime.js";
+
+std::string serviceReply(int code, const std::string& message) {
+  Json::Value reply;
+  reply["code"] = code;
+  reply["message"] = message;
+  reply["data"] = Json::Value();
+  return json::styled(reply);
+}
+
+std::string syncJobStatusCalled(const std::string& payload) {
+  return reportJobStatus(payload) ? serviceReply(0, "syncJobStatus success")
+                                  : serviceReply(kFailure, "syncJobStatus fail, params error");
+}
+
+std::string registrationReply(const std::string& error, const char* success) {
+  return error.empty() ? serviceReply(0, success) : serviceReply(kFailure, error);
+}
+
+// Tells executors how packages are encrypted. They look the key up as "securied".
+std::string selfDescription() {
+  Json::Value reply;
+  reply["code"] = 0;
+  reply["message"] = "success";
+  Json::Value& secured = reply["data"]["ability"]["securied"];
+  secured["algorithm"] = "aes-256-cbc";
+  secured["padding"] = "zero";
+  return json::styled(reply);
+}
+
+// The reply to one of the methods that take a JSON text; none for any other member.
+std::optional<std::string> callJsonMethod(std::string_view member, const Message& request) {
+  if (member == "syncJobStatus") return syncJobStatusCalled(request->readString());
+  if (member == "registerExecutor") {
+    return registrationReply(registerExecutor(request->readString()), "registerExecutor success");
+  }
+  if (member == "registerParser") {
+    return registrationReply(registerParser(request->readString()), "registerParser success");
+  }
+  return std::nullopt;
+}
+
+// The reply to a method call; none for a member that is not a method of this service.
+std::optional<std::string> answer(const char* member, const Message& request) {
+  if (std::string_view(member) == "getSelfDescribing") return selfDescription();
+  std::optional<std::string> reply = callJsonMethod(member, request);
+  if (reply) LOGI("onMethodCall %s res =%s\n", member, reply->c_str());
+  return reply;
+}
+
+void republishJobLog(const Message& signal) {
+  const std::string payload = signal->readString();
+  Json::Value parsed;
+  if (!json::parse(payload, parsed)) {
+    LOGE("payload parse Error ! payload = %s\n", payload.c_str());
+    return;
+  }
+  try {
+    const std::string result = std::as_const(parsed)["result"].asString();
+    publishAsync(gatewayTopic("/edge/rule/post_log"), result, 1);
+  } catch (const std::exception& e) {
+    LOGE("jobstatus_event Exception e = %s\n", e.what());
+  }
+}
+
+// The watchdog ends the process; until then it deliberately lives on without proxies and log.
+void releaseEverything() {
+  LOGE("receive WatchDog Terminate signal.");
+  dropProxies();
+  curl_global_cleanup();
+  log_destroy();
+}
+
+void superviseEngine(const Message& signal) {
+  const std::string name = signal->readString();
+  if (name != kScriptEngine) return;
+  LOGI("NameOwnerChanged called name = %s\n", name.c_str());
+  const std::string oldOwner = signal->readString();
+  const std::string newOwner = signal->readString();
+  LOGE("old_owner= %s  new_owner = %s \n", oldOwner.c_str(), newOwner.c_str());
+  if (!newOwner.empty()) return;
+  LOGE("%s offline...\n", kScriptEngine);
+  handleEngineDead(name);
+}
+
+void work(const char* member, const Message& signal) {
+  if (member == nullptr) return;
+  const std::string_view name = member;
+  if (name == "subscribe_event") {
+    const std::string topic = signal->readString();
+    const std::string payload = signal->readString();
+    dispatchMasterResponse(topic, payload);
+  } else if (name == "jobstatus_event") {
+    republishJobLog(signal);
+  } else if (name == "Terminate") {
+    releaseEverything();
+  } else if (name == "cloudConnectivityEvent") {
+    netChanged(signal->readString());
+  } else if (name == "NameOwnerChanged") {
+    superviseEngine(signal);
+  }
+}
+
+}  // namespace
+
+bool JobManagerServer::onMethodCall(const char* member, const Message& request,
+                                    const Message& reply) {
+  try {
+    LOGI("onMethodCall %s called.\n", member);
+    const std::optional<std::string> text = answer(member, request);
+    if (!text) return true;
+    reply->writeString(*text);
+    send(reply);
+  } catch (const std::exception& e) {
+    LOGE("onMethodCall Exception e = %s\n", e.what());
+    reply->writeString(serviceReply(kFailure, e.what()));
+    send(reply);
+  }
+  return true;
+}
+
+bool JobManagerServer::onSignalReceived(const char* member, const Message& signal) {
+  try {
+    work(member, signal);
+  } catch (const std::exception& e) {
+    LOGE("onSignalReceived Exception e = %s\n", e.what());
+  }
+  return true;
+}
+
+void JobManagerServer::stop() {
+  LOGE("stop called.");
+  DServer::stop();
+  _exit(0);
+}
+
+}  // namespace jobm

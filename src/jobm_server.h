@@ -1,0 +1,32 @@
+/// The service that this process offers on the bus as "iot.job.manager". Everything runs on the
+/// listening thread, one call or signal after another, so a handler that blocks holds up all of
+/// them.
+#pragma once
+
+#include <DServer.h>
+
+#include <memory>
+
+namespace jobm {
+
+class JobManagerServer : public quillon::DServer {
+ public:
+  using DServer::DServer;
+  ~JobManagerServer() override = default;
+
+  /// Answers the service's methods. Any other member deliberately gets no reply. A handler's
+  /// exception is answered with the failure code. Returns true.
+  bool onMethodCall(const char* member, const std::shared_ptr<quillon::DMessage>& request,
+                    const std::shared_ptr<quillon::DMessage>& reply) override;
+
+  /// Reacts to the signals of the script engine, the MQTT bridge, the watchdog and the bus daemon.
+  /// Returns true.
+  bool onSignalReceived(const char* member,
+                        const std::shared_ptr<quillon::DMessage>& signal) override;
+
+  /// Stops serving and ends the process with status 0. For whoever embeds the server; no bus call
+  /// leads here.
+  virtual void stop();
+};
+
+}  // namespace jobm

@@ -1,0 +1,154 @@
+#include "startup.h"
+
+#include <aes/job_aes.h>
+#include <dbus_process_call.h>
+#include <gateway/discovery.h>
+#include <gateway/log_macros.h>
+#include <http_download_kiv.h>
+#include <pthread.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <exception>
+#include <string>
+#include <system_error>
+#include <thread>
+
+#include "engine_api/bus_control.h"
+#include "executor_api/registry.h"
+#include "jobm_server.h"
+#include "runner_api/identity.h"
+#include "runner_api/routing.h"
+#include "runner_api/runner.h"
+#include "terminate.h"
+
+// A build for endurance tests shortens the heartbeat; nothing else changes it.
+#ifndef JOBM_HEARTBEAT_MS
+#define JOBM_HEARTBEAT_MS 9000
+#endif
+
+namespace jobm {
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+constexpr const char* kOwnPath = "/iot/job/manager";
+constexpr milliseconds kHeartbeatPeriod{JOBM_HEARTBEAT_MS};
+constexpr int kWatchdogSeconds = 19;
+
+std::string pathRule(const char* path) { return std::string("type='signal',path='") + path + "'"; }
+
+void serve() {
+  const std::string rules[] = {
+      pathRule("/iot/runtime/js"), pathRule("/iot/bridge/mqtt"), pathRule("/iot/gateway/watchdog"),
+      "type='signal',interface='org.freedesktop.DBus',member='NameOwnerChanged'"};
+  LOGI("startListenDBusSignals begin...\n");
+  JobManagerServer server(kOwnBusName, kOwnPath);
+  if (server.prepare() != 0) {
+    // Deliberately no error: another instance may own the name, and the rest of the process goes
+    // on.
+    LOGI("prepare dbus server for %s failed.\n", kOwnBusName);
+    return;
+  }
+  for (const std::string& rule : rules) server.addMatchRule(rule);
+  server.setRunLoop(true);
+  LOGI("startListen server started...\n");
+  server.start();
+}
+
+void* listeningRoutine(void*) {
+  pthread_detach(pthread_self());
+  try {
+    serve();
+  } catch (const std::exception& e) {
+    LOGE("listeningRoutine Exception e = %s\n", e.what());
+  }
+  return nullptr;
+}
+
+// The service manager must not see a failure.
+void endIfRunning() {
+  if (!nameHasOwner(kOwnBusName)) return;
+  LOGW("%s existed, will not restart.\n", kOwnBusName);
+  _exit(0);
+}
+
+// A failed read counts as empty, so this also waits for the configuration store.
+void waitForIdentity() {
+  std::string productKey;
+  std::string deviceName;
+  do {
+    std::this_thread::sleep_for(seconds(1));
+    productKey = getConfig("gw_system_productkey");
+    deviceName = getConfig("gw_system_devicename");
+  } while (productKey.empty() || deviceName.empty());
+  LOGI("productKey = %s deviceName = %s\n", productKey.c_str(), deviceName.c_str());
+  setDeviceInfo(productKey, deviceName);
+}
+
+void registerUntilGranted() {
+  do {
+    registerRunner(4, 1000000000, "[ConfigManager]", "1.1");
+    std::this_thread::sleep_for(seconds(5));
+  } while (getRunId() == 0);
+  LOGI("runnerId =%lld\n ", static_cast<long long>(getRunId()));
+}
+
+void beatForEver() {
+  while (true) {
+    std::this_thread::sleep_for(kHeartbeatPeriod);
+    try {
+      handleHeartbeat();
+      feedDog(kOwnBusName, kWatchdogSeconds);
+    } catch (const std::exception& e) {
+      LOGE("beatForEver Exception e = %s\n", e.what());
+    }
+  }
+}
+
+void startHeartbeat() {
+  try {
+    std::thread(beatForEver).detach();
+  } catch (const std::system_error& e) {
+    LOGE("startHeartbeat Exception e = %s\n", e.what());
+  }
+}
+
+void subscribeTriggers() {
+  bool status = false;
+  do {
+    status = subscribeInvoke();
+    LOGI("subscribeInvoke status =%d\n", status ? 1 : 0);
+    std::this_thread::sleep_for(seconds(1));
+  } while (!status);
+}
+
+}  // namespace
+
+int listen() {
+  LOGI("listen begin...\n");
+  pthread_t thread{};
+  if (pthread_create(&thread, nullptr, listeningRoutine, nullptr) == 0) return 1;
+  LOGE("pthread_create startListenSignals Error\n");
+  return 0;
+}
+
+void runService() {
+  installSignalHandlers();
+  log_init("task-dispatcher", 1, 1, 2);
+  LOGI("TaskDispatcher started...\n");
+  setDeviceSecretReader([] { return getConfig("gw_system_devicesecret"); });
+  endIfRunning();
+  listen();
+  initAllExecutors();
+  waitForIdentity();
+  registerUntilGranted();
+  curl_init();
+  startHeartbeat();
+  createThread_discovery();
+  subscribeTriggers();
+  while (true) pause();
+}
+
+}  // namespace jobm

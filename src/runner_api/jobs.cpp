@@ -1,0 +1,131 @@
+#include "jobs.h"
+
+#include <comm_path.h>
+#include <dbus_process_call.h>
+#include <file_text.h>
+#include <gateway/log_macros.h>
+#include <http_download_kiv.h>
+#include <json_helper.h>
+
+#include <exception>
+
+#include "communicate_scene/request.h"
+#include "executor_api/reset.h"
+#include "identity.h"
+#include "sync_job_status.h"
+
+namespace jobm {
+namespace {
+
+constexpr int kJobListCode = 10200;
+
+struct JobOrder {
+  std::int64_t ackId;
+  int ackCode;
+  std::int64_t jobId;
+};
+
+void reportStatus(const JobOrder& order, int status, const char* detail, const std::string& name) {
+  syncJobStatus(order.ackId, order.ackCode, order.jobId, status, kConfigManager, 0, detail, 0,
+                name);
+}
+
+void reportSuccess(const JobOrder& order, int status, const std::string& name) {
+  reportStatus(order, status, "job deploy success", name);
+}
+
+void addJob(const JobOrder& order, const std::string& jobDirectory, const Json::Value& content) {
+  LOGI("ADD_JOB begin... \n");
+  setLastJobId(order.jobId);
+  const std::string source = content["content"].asString();
+  const std::string storage = content["type"].asString();
+  const std::string name = content["name"].asString();
+  static_cast<void>(content["context"].asString());  // read for its type only
+  const std::string indexPath = jobDirectory + "/" + "index";
+  if (downloadJob(source, storage, indexPath, true) != 0) {
+    reportStatus(order, kJobFailed, "Download job package fail", name);
+    return;
+  }
+  std::string text;
+  readFile(indexPath, text);
+  // Deliberately before anything is stored or deployed: the deployment reports its own results.
+  reportSuccess(order, kJobDeployed, name);
+  setConfig("gw_jobm_jobContent", text);
+  setConfig("gw_jobm_jobId", std::to_string(order.jobId));
+  handle1Job(text);
+  rmDir(jobDirectory);
+}
+
+// For a directory that was made for a job of another executor than the label's, the status report
+// removes nothing; deliberately so.
+void deleteJob(const JobOrder& order) {
+  LOGI("DELETE_JOB begin... \n");
+  reportSuccess(order, kJobDone, "");
+}
+
+void handleListedJob(const Json::Value& job, unsigned index) {
+  const int ackCode = job["ackCode"].asInt();
+  const std::int64_t jobId = job["jobId"].asInt64();
+  const std::string executor = job["executor"].asString();
+  const std::string ackContent = job["ackContent"].isNull() ? "" : job["ackContent"].asString();
+  LOGI("index %d handleHeartbeatResp job payload = %s", static_cast<int>(index),
+       json::styled(job).c_str());
+  const std::int64_t ackId = job["id"].asInt64();
+  handleJob(ackId, ackCode, jobId, executor, ackContent);
+}
+
+}  // namespace
+
+bool handleHeartbeatResp(const Json::Value& reply) {
+  try {
+    const Json::Value& answer = reply["attrs"][0U];
+    if (answer["code"].asInt() != kJobListCode) return false;
+    const Json::Value& data = answer["data"];
+    if (data.isNull()) {
+      LOGE("handleHeartbeatResp data is null\n");
+      return false;
+    }
+    for (Json::ArrayIndex i = 0; i < data.size(); ++i) handleListedJob(data[i], i);
+    return true;
+  } catch (const std::exception& e) {
+    LOGE("handleHeartbeatResp Exception e =  %s\n", e.what());
+    return false;
+  }
+}
+
+void handleJob(std::int64_t ackId, int ackCode, std::int64_t jobId, const std::string& executor,
+               const std::string& ackContent) {
+  LOGI("handleJob begin ackCode=%d jobId = %lld ackId = %lld executor =%s\n", ackCode,
+       static_cast<long long>(jobId), static_cast<long long>(ackId), executor.c_str());
+  const JobOrder order{ackId, ackCode, jobId};
+  try {
+    Json::Value content;
+    // Deliberately before the code is looked at: an order without JSON content is never carried
+    // out.
+    if (!json::parse(ackContent, content)) {
+      LOGE("handleJob parse Error, Error content = %s\n", ackContent.c_str());
+      reportDeployParseError();
+      return;
+    }
+    if (ackCode == kResetJobs) {
+      reportSuccess(order, kJobDone, "");
+      resetEJobs();
+      return;
+    }
+    const std::string jobDirectory = generateDir(executor, std::to_string(jobId));
+    if (jobDirectory.empty()) {
+      LOGE("获取或者创建任务路径为空");
+      reportDeployParseError();
+      return;
+    }
+    if (isDeletion(ackCode)) {
+      deleteJob(order);
+    } else if (ackCode == kAddJob) {
+      addJob(order, jobDirectory, content);
+    }
+  } catch (const std::exception& e) {
+    LOGE("handleJob Exception e = %s\n", e.what());
+  }
+}
+
+}  // namespace jobm

@@ -1,0 +1,138 @@
+#include "routing.h"
+
+#include <dbus_process_call.h>
+#include <gateway/log_macros.h>
+#include <json_helper.h>
+
+#include <chrono>
+#include <map>
+#include <mutex>
+#include <stdexcept>
+#include <utility>
+
+#include "identity.h"
+
+namespace jobm {
+namespace {
+
+constexpr const char* kTriggerSuffix = "/edge/rule/trigger";
+constexpr int kJobListCode = 10200;
+
+// Filled by every thread that asks the scheduler something, emptied by the listening thread. The
+// lock is not held while a handler runs: handlers publish and file requests of their own.
+std::mutex idReqMapLock;
+std::map<std::int64_t, ReplyHandler> idReqMap;
+
+std::int64_t microseconds() {
+  const auto now = std::chrono::system_clock::now().time_since_epoch();
+  return std::chrono::duration_cast<std::chrono::microseconds>(now).count();
+}
+
+bool isFiled(std::int64_t id) {
+  const std::lock_guard guard(idReqMapLock);
+  return idReqMap.contains(id);
+}
+
+ReplyHandler handlerOf(std::int64_t id) {
+  const std::lock_guard guard(idReqMapLock);
+  return idReqMap.at(id);
+}
+
+void forget(std::int64_t id) {
+  const std::lock_guard guard(idReqMapLock);
+  idReqMap.erase(id);
+}
+
+void logUnknown(std::int64_t id) {
+  LOGW("dispatchMasterResponse id %lld no exist\n", static_cast<long long>(id));
+  const std::lock_guard guard(idReqMapLock);
+  for (const auto& entry : idReqMap) {
+    LOGI("idReqMap id = %lld \n", static_cast<long long>(entry.first));
+  }
+}
+
+void runHandler(std::int64_t id, const Json::Value& root) {
+  try {
+    const ReplyHandler handler = handlerOf(id);
+    if (handler) {
+      handler(root);
+    } else {
+      LOGE("dispatchMasterResponse func is null");
+    }
+    forget(id);
+  } catch (const std::out_of_range& e) {
+    LOGE("dispatchMasterResponse out_of_range err = %s\n", e.what());
+  }
+}
+
+}  // namespace
+
+std::int64_t fileRequest(ReplyHandler handler) {
+  const std::lock_guard guard(idReqMapLock);
+  std::int64_t id = microseconds();
+  while (idReqMap.contains(id)) ++id;
+  idReqMap.emplace(id, std::move(handler));
+  return id;
+}
+
+std::size_t outstandingRequests() {
+  const std::lock_guard guard(idReqMapLock);
+  return idReqMap.size();
+}
+
+std::string schedulerRequest(std::int64_t id, const Json::Value& attrs) {
+  Json::Value request;
+  request["attrs"] = attrs;
+  request["id"] = static_cast<Json::UInt64>(id);
+  request["reply"] = false;
+  return json::styled(request);
+}
+
+int dispatchMasterResponse(const std::string& topic, const std::string& payload) {
+  if (topic.find(kTriggerSuffix) != std::string::npos) {
+    deliveryInfo(kTriggerSuffix, payload);
+    return 1;
+  }
+  Json::Value parsed;
+  if (!json::parse(payload, parsed)) {
+    LOGE("payload parse Error\n");
+    return 0;
+  }
+  const Json::Value& root = parsed;
+  const Json::Value& reply = root["attrs"][0U];
+  if (reply["code"].asInt() == kJobListCode && !reply["data"].empty()) {
+    // Deliberately nothing: the id alone decides. The read stays, because it refuses malformed
+    // replies.
+  }
+  if (!root.isMember("id")) return 0;
+  const std::int64_t id = root["id"].asInt64();
+  if (!isFiled(id)) {
+    logUnknown(id);
+    return 1;
+  }
+  runHandler(id, root);
+  return 1;
+}
+
+int deliveryInfo(const std::string& topic, const std::string& payload) {
+  LOGI("deliveryInfo begin payload = %s \n", payload.c_str());
+  if (topic != kTriggerSuffix) return 1;
+  deliveryInfoToNodeEngineBySignal("actionOnce", payload, "IFTTTEngine");
+  return 1;
+}
+
+bool subscribeInvoke() {
+  const std::string topic = gatewayTopic(kTriggerSuffix);
+  // Deliberately without limit and pause: without its trigger channel the gateway is of no use.
+  while (subscribe(topic, kOwnBusName, 1) != 0) {
+  }
+  return true;
+}
+
+void netChanged(const std::string& status) {
+  LOGW("netChanged status= %s\n", status.c_str());
+  // Deliberately no reaction to "connected" or "disconnected": the bridge keeps the subscriptions
+  // over a reconnect, and the scheduler keeps the runner id.
+}
+
+}  // namespace jobm
