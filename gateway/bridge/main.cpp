@@ -1,0 +1,23 @@
+#include "bridge_server.h"
+#include "options.h"
+
+namespace {
+
+constexpr gateway::OptionSpec kOptions[] = {
+    {"host", "NAME", "the broker's host; default 127.0.0.1"},
+    {"port", "NUMBER", "the broker's port; default 1883"},
+    {"client-id", "TEXT", "MQTT client id; default mqtt-bridge"},
+    {"state", "FILE", "keep subscriptions in FILE over restarts of the bridge"},
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  gateway::Options options;
+  if (!options.parse(argc, argv, kOptions)) return 2;
+  gateway::BridgeServer server({.host = options.get("host", "127.0.0.1"),
+                                .port = options.number("port", 1883),
+                                .stateFile = options.get("state"),
+                                .clientId = options.get("client-id", "mqtt-bridge")});
+  return server.serve();
+}

@@ -1,0 +1,29 @@
+#include <cstdio>
+
+#include "options.h"
+#include "scheduler.h"
+
+namespace {
+
+constexpr gateway::OptionSpec kOptions[] = {
+    {"host", "NAME", "the broker's host; default 127.0.0.1"},
+    {"port", "NUMBER", "the broker's port; default 1883"},
+    {"product-key", "TEXT", "the gateway's product key"},
+    {"device-name", "TEXT", "the gateway's device name"},
+    {"run-id", "NUMBER", "the runner id to grant; default 1001"},
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  gateway::Options options;
+  if (!options.parse(argc, argv, kOptions)) return 2;
+  if (!options.has("product-key") || !options.has("device-name")) {
+    std::fputs("--product-key and --device-name are needed\n", stderr);
+    return 2;
+  }
+  gateway::Scheduler scheduler({.productKey = options.get("product-key"),
+                                .deviceName = options.get("device-name"),
+                                .runId = options.number("run-id", 1001)});
+  scheduler.run(options.get("host", "127.0.0.1"), options.number("port", 1883));
+}

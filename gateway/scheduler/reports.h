@@ -1,0 +1,36 @@
+/// Deployment results as the gateway reports them: joining the messages of one result, and finding
+/// the resources that its details speak of. Plain functions of JSON values; no thread of their own.
+#pragma once
+
+#include <json/value.h>
+
+#include <map>
+#include <optional>
+#include <string>
+#include <utility>
+
+namespace gateway {
+
+/// Joins results that came in more than one message.
+class ReportJoiner {
+ public:
+  /// Takes one message. Returns the whole result once its last message is in: {"deployId",
+  /// "taskId", "deployType", "details", "messages" (how many it took)}; nothing before that.
+  std::optional<Json::Value> add(const Json::Value& message);
+
+ private:
+  using Key = std::pair<std::string, std::string>;  // deployId, taskId
+  std::map<Key, Json::Value> partial;
+};
+
+/// What is wrong with one deployment-result message, "" when nothing is.
+std::string reportFault(const Json::Value& message);
+
+/// One row per resource of the deployment request `request`, in its order: {"resourceId",
+/// "resourceName", "resourceType", "operate", "snapshotId", "success", "code", "message"}. A
+/// resource that `details` does not speak of has "success" false and the message "no result"; of
+/// two details for one snapshot the first counts. Details that belong to no resource follow as rows
+/// of their own.
+Json::Value rowsOf(const Json::Value& request, const Json::Value& details);
+
+}  // namespace gateway

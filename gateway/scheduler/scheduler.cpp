@@ -1,0 +1,230 @@
+#include "scheduler.h"
+
+#include <gateway/log_macros.h>
+#include <json_helper.h>
+
+#include <algorithm>
+#include <chrono>
+#include <utility>
+
+#include "request_check.h"
+#include "road.h"
+
+namespace gateway {
+namespace {
+
+constexpr const char* kMe = "gateway-scheduler";
+constexpr const char* kRunner = "task-dispatcher";
+constexpr const char* kSubmitTopic = "local/scheduler/submit";
+constexpr const char* kTriggerTopic = "local/scheduler/trigger";
+constexpr const char* kResultTopic = "local/scheduler/result/";
+constexpr const char* kFaultTopic = "local/scheduler/fault";
+constexpr const char* kLogTopic = "local/scheduler/log";
+constexpr const char* kReportSuffix = "/edge/deploy/post";
+constexpr const char* kLogSuffix = "/edge/rule/post_log";
+constexpr int kQos = 1;
+constexpr int kAccepted = 200;
+constexpr int kJobList = 10200;
+constexpr int kRefused = 400;
+constexpr int kAddJob = 10201;
+
+std::int64_t millisecondsNow() {
+  const auto now = std::chrono::system_clock::now().time_since_epoch();
+  return std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
+}
+
+}  // namespace
+
+Scheduler::Scheduler(SchedulerSettings given)
+    : settings(std::move(given)),
+      prefix("/sys/" + settings.productKey + "/" + settings.deviceName),
+      nextId(millisecondsNow()),
+      mqtt("gateway-scheduler", true,
+           {.connected = [this] { subscribeTopics(); },
+            .disconnected = [] { road(kMe, "broker", "disconnected"); },
+            .message = [this](const std::string& topic,
+                              const std::string& payload) { onMessage(topic, payload); },
+            .subscribed = {}}) {}
+
+void Scheduler::run(const std::string& host, int port) { mqtt.run(host, port); }
+
+void Scheduler::subscribeTopics() {
+  road(kMe, "broker", "connected");
+  mqtt.subscribe(prefix + "/scheduler/publish/#", kQos);
+  mqtt.subscribe(prefix + kReportSuffix, kQos);
+  mqtt.subscribe(prefix + kLogSuffix, kQos);
+  mqtt.subscribe(kSubmitTopic, kQos);
+  mqtt.subscribe(kTriggerTopic, kQos);
+}
+
+void Scheduler::onMessage(const std::string& topic, const std::string& payload) {
+  if (topic == kTriggerTopic) {
+    road(kMe, kRunner, "trigger " + payload);
+    mqtt.publish(prefix + "/edge/rule/trigger", payload, kQos);
+    return;
+  }
+  if (topic == prefix + kLogSuffix) {
+    road(kRunner, kMe, "log " + payload);
+    mqtt.publish(kLogTopic, payload, kQos);
+    return;
+  }
+  Json::Value message;
+  if (!jobm::json::parse(payload, message)) return complain(topic + ": not JSON: " + payload);
+  try {
+    if (topic == kSubmitTopic) return onSubmit(message);
+    const std::string suffix = topic.substr(prefix.size());
+    suffix == kReportSuffix ? onReport(message) : onRequest(suffix, message);
+  } catch (const Json::Exception& e) {
+    complain(topic + ": " + e.what() + ": " + payload);
+  }
+}
+
+// An order for a job: {"token", "ackCode", "ackContent", "executor", "request", and "jobId" when it
+// is about a job that was given before}.
+void Scheduler::onSubmit(const Json::Value& order) {
+  Job job{.token = jobm::json::textOf(order, "token"),
+          .jobId = order.get("jobId", Json::Value::Int64{nextId}).asInt64(),
+          .ackId = nextId,
+          .ackCode = order.get("ackCode", kAddJob).asInt(),
+          .executor = order.get("executor", "ConfigManager").asString(),
+          .ackContent = jobm::json::textOf(order, "ackContent"),
+          .request = order.get("request", Json::Value())};
+  ++nextId;
+  road("gateway-job", kMe,
+       "order " + std::to_string(job.ackCode) + ", job " + std::to_string(job.jobId));
+  jobs.push_back(std::move(job));
+  Json::Value event(Json::objectValue);
+  event["event"] = "queued";
+  tell(jobs.back(), event);
+}
+
+void Scheduler::onRequest(const std::string& suffix, const Json::Value& request) {
+  const std::string address = settings.productKey + "_" + settings.deviceName;
+  const std::string wrong = requestFault(suffix, request, address, settings.runId);
+  if (!wrong.empty()) {
+    complain(suffix + ": " + wrong + ": " + jobm::json::compact(request));
+    return reply(request, kRefused, Json::Value(), wrong);
+  }
+  if (isRedelivery(suffix, request)) return;
+  if (suffix.ends_with("/registerRunner")) {
+    road(kRunner, kMe, "registers");
+    return reply(request, kAccepted, Json::Value::Int64{settings.runId}, "success");
+  }
+  if (suffix.ends_with("/heartbeat")) return answerHeartbeat(request);
+  takeStatus(request);
+}
+
+// A broker delivers a message of quality 1 at least once. What must not happen is that two requests
+// share one id.
+bool Scheduler::isRedelivery(const std::string& suffix, const Json::Value& request) {
+  const std::string text = suffix + jobm::json::compact(request);
+  const auto [seen, isNew] = requests.emplace(request["id"].asUInt64(), text);
+  if (!isNew && seen->second != text) complain(suffix + ": an id was used twice: " + text);
+  return !isNew && seen->second == text;
+}
+
+void Scheduler::answerHeartbeat(const Json::Value& request) {
+  road(kRunner, kMe, "heartbeat");
+  Json::Value list(Json::arrayValue);
+  for (Job& job : jobs) {
+    if (job.handedOut) continue;
+    job.handedOut = true;
+    list.append(acknowledgement(job));
+  }
+  reply(request, list.empty() ? kAccepted : kJobList, list, "success");
+}
+
+Json::Value Scheduler::acknowledgement(const Job& job) const {
+  Json::Value ack(Json::objectValue);
+  ack["id"] = Json::Value::Int64{job.ackId};
+  ack["ackCode"] = job.ackCode;
+  ack["jobId"] = Json::Value::Int64{job.jobId};
+  ack["executor"] = job.executor;
+  ack["ackContent"] = job.ackContent;
+  ack["ackStatus"] = 0;
+  ack["gmtCreate"] = Json::Value::Int64{job.ackId};
+  ack["gmtModified"] = Json::Value::Int64{millisecondsNow()};
+  ack["runnerId"] = Json::Value::Int64{settings.runId};
+  road(kMe, kRunner, "job " + std::to_string(job.jobId) + ", code " + std::to_string(job.ackCode));
+  return ack;
+}
+
+void Scheduler::takeStatus(const Json::Value& request) {
+  // The inner quotation marks are what the gateway compares with.
+  reply(request, kAccepted, "\"ACK_REQUEST_OK\"", "");
+  const Json::Value& attrs = request["attrs"];
+  if (attrs[2].isArray()) {
+    road(kRunner, kMe,
+         "executor's status of " + attrs[1].asString() + ": " + jobm::json::compact(attrs[2]));
+    return;
+  }
+  road(kRunner, kMe, "status " + attrs[1].asString() + " of " + attrs[0].asString());
+  const auto job = std::ranges::find(jobs, attrs[0].asInt64(), &Job::ackId);
+  if (job == jobs.end() || !job->handedOut)
+    return complain("status of an acknowledgement not given");
+  job->heardOf = true;
+  Json::Value event(Json::objectValue);
+  event["event"] = "status";
+  event["jobStatus"] = attrs[1];
+  jobm::json::parse(attrs[2].asString(), event["result"]);
+  tell(*job, event);
+}
+
+void Scheduler::onReport(const Json::Value& message) {
+  const std::string wrong = reportFault(message);
+  if (!wrong.empty()) return complain("report: " + wrong + ": " + jobm::json::compact(message));
+  road(kRunner, kMe,
+       "report " + jobm::json::textOf(message, "deployId") + ", " +
+           std::to_string(message["details"].size()) + " details");
+  auto report = joiner.add(message);
+  if (!report) return;
+  Job* job = jobOfReport(*report);
+  if (job == nullptr) return complain("report of no job: " + jobm::json::compact(*report));
+  job->heardOf = true;
+  Json::Value event = *report;
+  event.removeMember("details");
+  event["event"] = "report";
+  event["resources"] = rowsOf(job->request, (*report)["details"]);
+  tell(*job, event);
+}
+
+// The job that a report belongs to; null for none. A report without ids says that an order could
+// not be read, which happens before anything else is heard of the job; orders are read in order.
+Scheduler::Job* Scheduler::jobOfReport(const Json::Value& report) {
+  const std::string deployId = jobm::json::textOf(report, "deployId");
+  const std::string taskId = jobm::json::textOf(report, "taskId");
+  const auto found = std::ranges::find_if(jobs, [&](const Job& job) {
+    if (!job.handedOut) return false;
+    if (deployId.empty()) return !job.heardOf;
+    return jobm::json::textOf(job.request, "deployId") == deployId &&
+           jobm::json::textOf(job.request, "taskId") == taskId;
+  });
+  return found == jobs.end() ? nullptr : &*found;
+}
+
+void Scheduler::reply(const Json::Value& request, int code, const Json::Value& data,
+                      const std::string& message) {
+  if (!request.isObject() || !request.isMember("id")) return;
+  Json::Value answer(Json::objectValue);
+  answer["code"] = code;
+  answer["data"] = data;
+  answer["message"] = message;
+  Json::Value envelope(Json::objectValue);
+  envelope["id"] = request["id"];
+  envelope["attrs"].append(answer);
+  envelope["reply"] = true;
+  mqtt.publish(prefix + "/scheduler/sysReply", jobm::json::compact(envelope), kQos);
+}
+
+void Scheduler::tell(const Job& job, Json::Value event) {
+  event["token"] = job.token;
+  event["jobId"] = Json::Value::Int64{job.jobId};
+  mqtt.publish(kResultTopic + job.token, jobm::json::compact(event), kQos);
+}
+
+void Scheduler::complain(const std::string& what) {
+  fault(kRunner, kMe, what);
+  mqtt.publish(kFaultTopic, what, kQos);
+}
+
+}  // namespace gateway

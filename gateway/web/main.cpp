@@ -1,0 +1,48 @@
+// The web server that job packages and resources are fetched from; loopback only.
+
+#include <httplib.h>
+
+#include <cstdio>
+
+#include "options.h"
+#include "road.h"
+
+namespace {
+
+constexpr gateway::OptionSpec kOptions[] = {
+    {"root", "DIR", "the folder to serve"},
+    {"port", "NUMBER", "the port on 127.0.0.1; default 0, a free one"},
+};
+
+constexpr const char* kHost = "127.0.0.1";
+
+void logRequest(const httplib::Request& request, const httplib::Response& response) {
+  const std::string what =
+      request.method + " " + request.path + ": " + std::to_string(response.status);
+  gateway::road("task-dispatcher", "gateway-web", what);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  gateway::Options options;
+  if (!options.parse(argc, argv, kOptions)) return 2;
+  httplib::Server server;
+  if (!server.set_mount_point("/", options.get("root"))) {
+    std::fputs("--root must name a folder\n", stderr);
+    return 2;
+  }
+  server.set_logger(logRequest);
+  int port = options.number("port", 0);
+  if (port == 0) {
+    port = server.bind_to_any_port(kHost);
+  } else if (!server.bind_to_port(kHost, port)) {
+    port = -1;
+  }
+  if (port < 0) {
+    std::fputs("no port to listen on\n", stderr);
+    return 1;
+  }
+  gateway::road("gateway-web", "web", "listens on port " + std::to_string(port));
+  return server.listen_after_bind() ? 0 : 1;
+}
