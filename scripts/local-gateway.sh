@@ -1,0 +1,215 @@
+# shellcheck shell=bash disable=SC2154,SC2034 # the caller's variables, and those that only it uses
+# The local gateway's parts: starting, stopping, waiting for them. Sourced, inside the sandbox, by
+# scripts/run and by the tests that break things.
+#
+# The caller sets `repository`, `build` (where the programs are) and `home` (a folder for everything that
+# the parts write). Each part appends to home/logs/NAME.log and to the one road of all, home/road.
+
+readonly product_key=pk-local device_name=dn-local device_secret=0f1e2d3c4b5a69788796a5b4c3d2e1f0
+readonly working_tree=/tarnvale/run/downloaded-job
+
+# name -> process id of what runs
+declare -A pid_of=()
+# Lines of the road that await_road passes over.
+road_mark=0
+
+# prepare_home: an empty home, and the environment of every part.
+prepare_home() {
+  export LC_ALL=C.UTF-8
+  rm -rf "$home"
+  mkdir -p "$home"/{web,logs,calls}
+  : >"$home/road"
+  export GATEWAY_ROAD=$home/road GATEWAY_ROAD_START=${EPOCHREALTIME/,/.}
+  export GATEWAY_CONFIG_DB=$home/store.db GATEWAY_WEB_ROOT=$home/web
+}
+
+# start NAME COMMAND...: in the background, known as NAME from then on.
+start() {
+  local name=$1
+  shift
+  "$@" >>"$home/logs/$name.log" 2>&1 </dev/null &
+  pid_of[$name]=$!
+}
+
+# end NAME [SIGNAL]: ends it and waits for it. Its exit status.
+end() {
+  local status=0
+  kill -s "${2:-TERM}" "${pid_of[$1]}" 2>/dev/null || true
+  wait "${pid_of[$1]}" 2>/dev/null || status=$?
+  unset "pid_of[$1]"
+  return "$status"
+}
+
+end_all() {
+  local name
+  for name in "${!pid_of[@]}"; do
+    end "$name" || true
+  done
+}
+
+# follow FILE LINE: FILE from its LINE-th line on and as it grows, through the descriptor `followed`.
+follow() {
+  exec {followed}< <(exec tail -n "+$2" -f "$1" 2>/dev/null)
+  follower=$!
+}
+
+unfollow() {
+  kill "$follower" 2>/dev/null || true
+  exec {followed}<&-
+}
+
+# await_line FILE LINE SECONDS PATTERN: waits until a line of FILE, its LINE-th or a later one, matches.
+await_line() {
+  local line deadline=$((SECONDS + $3)) status=1
+  follow "$1" "$2"
+  while ((SECONDS < deadline)) && IFS= read -r -t $((deadline - SECONDS)) -u "$followed" line; do
+    if [[ $line =~ $4 ]]; then
+      status=0
+      break
+    fi
+  done
+  unfollow
+  return "$status"
+}
+
+# mark_road: what is on the road now counts no more for await_road.
+mark_road() {
+  road_mark=$(wc -l <"$GATEWAY_ROAD")
+}
+
+# await_road PATTERN [SECONDS]: waits until the road has a matching line behind the mark.
+await_road() {
+  await_line "$GATEWAY_ROAD" $((road_mark + 1)) "${2:-30}" "$1" && return
+  echo "local-gateway: in ${2:-30} s nobody said: $1" >&2
+  return 1
+}
+
+# await_log NAME PATTERN [SECONDS]: the same for the whole log of a part.
+await_log() {
+  await_line "$home/logs/$1.log" 1 "${3:-30}" "$2" && return
+  echo "local-gateway: in ${3:-30} s $1 did not log: $2" >&2
+  return 1
+}
+
+# start_broker: on a free port of the loopback interface, or on the one it had before.
+start_broker() {
+  local tries
+  for ((tries = 0; tries < 20; tries++)); do
+    broker_port=${broker_port:-$((20000 + RANDOM))}
+    cat >"$home/mosquitto.conf" <<END
+listener $broker_port 127.0.0.1
+allow_anonymous true
+persistence false
+max_queued_messages 0
+set_tcp_nodelay true
+user $(id -un)
+END
+    : >"$home/logs/broker.log"
+    start broker mosquitto -v -c "$home/mosquitto.conf"
+    await_log broker 'mosquitto version .* running|Error: ' 20
+    if ! grep -q '^[0-9: ]*Error: ' "$home/logs/broker.log"; then
+      export GATEWAY_BROKER=127.0.0.1:$broker_port
+      return 0
+    fi
+    end broker || true
+    broker_port=
+  done
+  echo "local-gateway: the broker does not start: $(<"$home/logs/broker.log")" >&2
+  return 1
+}
+
+start_bridge() {
+  start mqtt-bridge "$build/mqtt-bridge" --port "$broker_port" --state "$home/subscriptions.json"
+}
+
+start_scheduler() {
+  start gateway-scheduler "$build/gateway-scheduler" --port "$broker_port" \
+    --product-key "$product_key" --device-name "$device_name"
+}
+
+start_web() {
+  start gateway-web "$build/gateway-web" --root "$GATEWAY_WEB_ROOT"
+  await_road 'listens on port'
+  GATEWAY_WEB_URL=http://127.0.0.1:$(sed -n 's/.*listens on port //p' "$GATEWAY_ROAD" | tail -n 1)
+  export GATEWAY_WEB_URL
+}
+
+# executor_command NAME [OPTION...]: sets `command` to the command line of one of the four executors.
+executor_command() {
+  local name=$1
+  shift
+  command=("$build/gateway-executor" --name "$name" --folder "$home/calls/$name")
+  case $name in
+    Rillmark) command+=(--bus-name iot.edge.Rillmark --path /iot/edge/Rillmark) ;;
+    IFTTTEngine) command+=(--bus-name iot.runtime.js --path /iot/runtime/js) ;;
+    CorvexConfig)
+      command+=(--bus-name iot.gateway.cvbase --path /iot/gateway/cvbase --per-resource)
+      ;;
+    driver_manager)
+      command+=(--bus-name iot.driver.manager --path /iot/driver/manager --watch-types driver
+        --executor --parser --report-status)
+      ;;
+  esac
+  command+=("$@")
+}
+
+# start_executor NAME [OPTION...]
+start_executor() {
+  local command
+  executor_command "$@"
+  start "$1" "${command[@]}"
+}
+
+# activate_engine: from now on the bus daemon starts the script engine whenever its name is asked for.
+activate_engine() {
+  local command word line=
+  executor_command IFTTTEngine
+  for word in /usr/bin/env "GATEWAY_ROAD=$GATEWAY_ROAD" "GATEWAY_ROAD_START=$GATEWAY_ROAD_START" \
+    "${command[@]}"; do
+    word=${word//\\/\\\\}
+    line+="\"${word//\"/\\\"}\" "
+  done
+  while IFS= read -r word; do
+    printf '%s\n' "${word/@COMMAND@/"$line"}"
+  done <"$repository/gateway/bus/iot.runtime.js.service.in" \
+    >/tmp/var/run/mbusd/services/iot.runtime.js.service
+}
+
+# start_service: task-dispatcher, which reads the VERSION of the folder above its own.
+start_service() {
+  start task-dispatcher env --chdir="$repository/scripts" "$build/task-dispatcher"
+}
+
+set_identity() {
+  "$build/gateway-config" set gw_system_productkey "$product_key"
+  "$build/gateway-config" set gw_system_devicename "$device_name"
+  "$build/gateway-config" set gw_system_devicesecret "$device_secret"
+}
+
+# start_gateway: all of it, in a prepared home. Returns when the service has been granted its runner id.
+start_gateway() {
+  local name
+  set_identity
+  start_broker
+  start_bridge
+  start_scheduler
+  start_web
+  activate_engine
+  for name in Rillmark IFTTTEngine CorvexConfig driver_manager; do
+    start_executor "$name"
+  done
+  await_road 'mqtt-bridge +-> broker +connected'
+  await_road 'gateway-scheduler +-> broker +connected'
+  for name in Rillmark IFTTTEngine CorvexConfig driver_manager; do
+    await_road "$name +-> bus +owns"
+  done
+  start_service
+  await_log task-dispatcher 'runnerId ='
+  await_road 'registerExecutor succeeded'
+  await_road 'registerParser succeeded'
+}
+
+# resources_of FILE: the resource ids of a recorded payload, in order, in one line.
+resources_of() {
+  sed -nE 's/.*"(resourceId|snapshotId)" : "([^"@]*)(@[^"]*)?".*/\2/p' "$1" | uniq | paste -sd ' '
+}
