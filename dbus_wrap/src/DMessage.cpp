@@ -21,9 +21,14 @@ constexpr std::size_t kStringOverhead = 12;
 bool isBusName(const char* name) {
   return name != nullptr && dbus_validate_bus_name(name, nullptr);
 }
-bool isPath(const char* path) { return path != nullptr && dbus_validate_path(path, nullptr); }
+// The two local names keep the rules, but a daemon drops the connection of whoever sends them.
+bool isPath(const char* path) {
+  return path != nullptr && dbus_validate_path(path, nullptr) &&
+         std::strcmp(path, DBUS_PATH_LOCAL) != 0;
+}
 bool isInterface(const char* name) {
-  return name != nullptr && dbus_validate_interface(name, nullptr);
+  return name != nullptr && dbus_validate_interface(name, nullptr) &&
+         std::strcmp(name, DBUS_INTERFACE_LOCAL) != 0;
 }
 bool isMember(const char* name) { return name != nullptr && dbus_validate_member(name, nullptr); }
 
@@ -191,9 +196,11 @@ DMessage& DMessage::writeString(const char* text) {
 
 DMessage& DMessage::writeString(const std::string& text) { return writeString(text.c_str()); }
 
-bool DMessage::take(int type, void* value, const char* typeName) {
+bool DMessage::take(int type, void* value, const char* typeName, const char* reader) {
   if (message == nullptr || dbus_message_iter_get_arg_type(&iterator) != type) {
-    LOGE("read DMessage value '%s' failed.\n", typeName);
+    // In the reader's name: that is who the log's readers know.
+    log_print(3, "color", LOG_TAG, __FILE__, reader, __LINE__, "read DMessage value '%s' failed.\n",
+              typeName);
     return false;
   }
   dbus_message_iter_get_basic(&iterator, value);
@@ -203,27 +210,27 @@ bool DMessage::take(int type, void* value, const char* typeName) {
 
 std::int16_t DMessage::readInt16() {
   std::int16_t value = 0;
-  return take(DBUS_TYPE_INT16, &value, "Int16") ? value : std::int16_t{0};
+  return take(DBUS_TYPE_INT16, &value, "Int16", __func__) ? value : std::int16_t{0};
 }
 
 std::int32_t DMessage::readInt32() {
   std::int32_t value = 0;
-  return take(DBUS_TYPE_INT32, &value, "Int32") ? value : 0;
+  return take(DBUS_TYPE_INT32, &value, "Int32", __func__) ? value : 0;
 }
 
 double DMessage::readDouble() {
   double value = 0.0;
-  return take(DBUS_TYPE_DOUBLE, &value, "Double") ? value : 0.0;
+  return take(DBUS_TYPE_DOUBLE, &value, "Double", __func__) ? value : 0.0;
 }
 
 bool DMessage::readBoolean() {
   dbus_bool_t value = FALSE;
-  return take(DBUS_TYPE_BOOLEAN, &value, "Boolean") && value != FALSE;
+  return take(DBUS_TYPE_BOOLEAN, &value, "Boolean", __func__) && value != FALSE;
 }
 
 std::string DMessage::readString() {
   const char* value = nullptr;
-  if (!take(DBUS_TYPE_STRING, static_cast<void*>(&value), "String")) return {};
+  if (!take(DBUS_TYPE_STRING, static_cast<void*>(&value), "String", __func__)) return {};
   return value != nullptr ? value : "";
 }
 

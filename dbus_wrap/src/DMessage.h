@@ -97,7 +97,7 @@ class DMessage {
 
  private:
   void append(int type, const void* value, std::size_t size);
-  bool take(int type, void* value, const char* typeName);
+  bool take(int type, void* value, const char* typeName, const char* reader);
 
   DBusMessage* message;
   DBusMessageIter iterator{};

@@ -79,16 +79,21 @@ void DServer::removeMatchRule(const char* rule) {
 
 int DServer::start() {
   idle = std::make_unique<uv_idle_t>();
-  uv_idle_init(loop, idle.get());
   idle->data = this;
-  uv_idle_start(idle.get(), uvIdleCallback);
-  if (!runLoop) return 0;
-  if (loop == uv_default_loop()) {
-    runDefaultLoop();
-  } else {
-    uv_run(loop, UV_RUN_DEFAULT);
+  if (loop != uv_default_loop()) {
+    startIdle();
+    if (runLoop) uv_run(loop, UV_RUN_DEFAULT);
+    return 0;
   }
+  // Other threads may be making proxies, whose timers are on this loop too.
+  runOnLoop([this] { startIdle(); });
+  if (runLoop) runDefaultLoop();
   return 0;
+}
+
+void DServer::startIdle() {
+  uv_idle_init(loop, idle.get());
+  uv_idle_start(idle.get(), uvIdleCallback);
 }
 
 void DServer::stop() {
@@ -139,7 +144,11 @@ void DServer::uvIdleCallback(uv_idle_t* handle) {
 void DServer::signalHandler(int number) { std::printf("SIGNAL_HANDLER for %d \n", number); }
 
 void DServer::popMessages() {
-  while (DBusMessage* raw = dbus_connection_pop_message(connection.get())) {
+  // A send of a handler may find the daemon gone; the next pop would then end the process without a
+  // word.
+  while (dbus_connection_get_is_connected(connection.get())) {
+    DBusMessage* raw = dbus_connection_pop_message(connection.get());
+    if (raw == nullptr) return;
     try {
       dispatch(raw);
     } catch (const std::exception& e) {

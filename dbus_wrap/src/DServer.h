@@ -77,6 +77,7 @@ class DServer : public DConnection {
 
  private:
   static void uvIdleCallback(uv_idle_t* handle);
+  void startIdle();
   void popMessages();
   void dispatch(DBusMessage* raw);
   void dispatchMethodCall(DBusMessage* raw);

@@ -20,14 +20,6 @@ constexpr int kMaxRestTries = 100;
 
 const char* orEmpty(const char* text) { return text != nullptr ? text : ""; }
 
-void call(const ReplyCallback& callback, std::shared_ptr<DMessage> reply, void* userData) {
-  try {
-    if (callback) callback(std::move(reply), userData);
-  } catch (const std::exception& e) {
-    LOGE("call Exception e = %s\n", e.what());
-  }
-}
-
 }  // namespace
 
 std::atomic<bool> ProxyWorker::quit = false;
@@ -114,7 +106,11 @@ void ProxyWorker::readUntilToldToStop() {
 }
 
 void ProxyWorker::popMessages() {
-  while (DBusMessage* raw = dbus_connection_pop_message(mConnectionAsync.get())) {
+  // Another thread's send may find the daemon gone; the next pop would then end the process without
+  // a word.
+  while (dbus_connection_get_is_connected(mConnectionAsync.get())) {
+    DBusMessage* raw = dbus_connection_pop_message(mConnectionAsync.get());
+    if (raw == nullptr) return;
     auto message = std::make_shared<DMessage>(raw, true, DMessage::kRead);
     const int type = dbus_message_get_type(raw);
     const std::uint32_t serial = dbus_message_get_reply_serial(raw);
@@ -172,6 +168,16 @@ void ProxyWorker::reap() {
   uv_close(reinterpret_cast<uv_handle_t*>(&timeoutTimer), onTimerClosed);
 }
 
+void ProxyWorker::complete(const PendingRequest& request, const std::shared_ptr<DMessage>& reply) {
+  // A callback of the same batch may have dropped the proxy.
+  if (released || !request.callback) return;
+  try {
+    request.callback(reply, request.userData);
+  } catch (const std::exception& e) {
+    LOGE("complete Exception e = %s\n", e.what());
+  }
+}
+
 void ProxyWorker::drainReplies() {
   std::vector<ReceivedReply> replies;
   {
@@ -195,7 +201,7 @@ void ProxyWorker::handleReply(const ReceivedReply& received) {
     LOGD("handleReply reqId = %d, left requests size: %ld\n", static_cast<int>(received.serial),
          static_cast<long>(pendingRequests.size()));
   }
-  call(request.callback, received.reply, request.userData);
+  complete(request, received.reply);
 }
 
 void ProxyWorker::agePending() {
@@ -211,7 +217,7 @@ void ProxyWorker::agePending() {
       entry = pendingRequests.erase(entry);
     }
   }
-  for (const PendingRequest& request : expired) call(request.callback, {}, request.userData);
+  for (const PendingRequest& request : expired) complete(request, {});
 }
 
 void ProxyWorker::onReplyTimer(uv_timer_t* timer) {

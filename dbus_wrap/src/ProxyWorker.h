@@ -62,6 +62,7 @@ class ProxyWorker : public std::enable_shared_from_this<ProxyWorker>, private DC
   void reap();
   void drainReplies();
   void handleReply(const ReceivedReply& received);
+  void complete(const PendingRequest& request, const std::shared_ptr<DMessage>& reply);
   void agePending();
   static void onReplyTimer(uv_timer_t* timer);
   static void onTimeoutTimer(uv_timer_t* timer);
