@@ -4,7 +4,6 @@
 #include <dbus_process_call.h>
 #include <gateway/log_macros.h>
 #include <json_helper.h>
-#include <try_three_times.h>
 
 #include <exception>
 
@@ -37,14 +36,13 @@ void removeJobDirectory(const std::string& executor, std::int64_t jobId) {
   // A label that may not become a path has no directory.
   if (path.empty()) return;
   LOGI("delete job path begin path = %s \n", path.c_str());
-  tryThreeTimes([&] { return rmDir(path); },
-                [&](int) { LOGE("Remove error path = %s\n", path.c_str()); });
+  rmDirRetrying(path, path);
 }
 
 // Reads both kinds of replies: the scheduler sends the word with quotation marks of its own.
 bool isAccepted(const Json::Value& reply) {
   const Json::Value& answer = reply["attrs"][0U];
-  return answer["code"].isInt() && answer["code"].asInt() == kAccepted &&
+  return answer["code"] == Json::Value(kAccepted) &&
          answer["data"].asString() == "\"ACK_REQUEST_OK\"";
 }
 

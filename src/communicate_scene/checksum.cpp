@@ -16,10 +16,13 @@ namespace {
 // Larger files pass unchecked, to bound memory.
 constexpr std::streamoff kMaxChecked = 20 * 1024 * 1024;
 
+// Empty when the digest can't be had.
 std::string md5Of(const std::vector<char>& bytes) {
   std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
   unsigned int length = 0;
-  EVP_Digest(bytes.data(), bytes.size(), digest.data(), &length, EVP_md5(), nullptr);
+  if (EVP_Digest(bytes.data(), bytes.size(), digest.data(), &length, EVP_md5(), nullptr) != 1) {
+    return {};
+  }
   std::string text;
   for (unsigned int i = 0; i < length; ++i) {
     std::array<char, 3> hex{};
@@ -48,7 +51,7 @@ int checkFileMd5sum(const std::string& path, const std::string& expected) {
   file.seekg(0);
   file.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
   const std::string sum = md5Of(bytes);
-  if (file && strcasecmp(sum.c_str(), expected.c_str()) == 0) {
+  if (file && !sum.empty() && strcasecmp(sum.c_str(), expected.c_str()) == 0) {
     LOGI("md5 checksum success (%s) == (%s)", sum.c_str(), expected.c_str());
     return 1;
   }

@@ -14,7 +14,6 @@ namespace jobm {
 enum SceneCode : int {
   kKeysMissing = 101201,
   kNoDirectory = 101202,
-  kStoreWrite = 101203,
   kDownloadFail = 101208,
   kChecksumFail = 101209,
 };

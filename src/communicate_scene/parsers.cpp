@@ -1,14 +1,16 @@
+// Every record of this source carries the name of the request's one public function.
+#define LOG_FUNCTION "handle1Job"
+
 #include "parsers.h"
 
 #include <gateway/log_macros.h>
 #include <json_helper.h>
 #include "executor_api/method_calls.h"
 
-#include <utility>
 #include <vector>
 
 #include "executors.h"
-#include "sync_job_status.h"
+#include "parser_replies.h"
 
 namespace jobm {
 namespace {
@@ -55,66 +57,6 @@ Json::Value buildRequest(const Deployment& deployment, Json::ArrayIndex position
   return request;
 }
 
-void updateEntry(Json::Value& entry, const std::string& snapshotId, const std::string& parserName,
-                 int code, const std::string& message) {
-  LOGI("result: \n%s", json::styled(entry).c_str());
-  if (code == 0) {
-    // The last parser's word; a failure before it stays one.
-    entry["message"] = "Last successfully processed by " + parserName;
-    return;
-  }
-  LOGI("Set success of snapshotId = %s to false", snapshotId.c_str());
-  entry["success"] = false;
-  entry["message"] = message;
-  entry["code"] = std::to_string(code);
-}
-
-// The report's details; `failed` tells whether an entry is not a success.
-Json::Value collectDetails(Json::Value& summary, bool& failed) {
-  Json::Value details(Json::arrayValue);
-  for (auto member = summary.begin(); member != summary.end(); ++member) {
-    LOGI("[Final Result] Processing snapshotId: %s", member.name().c_str());
-    Json::Value& entry = *member;
-    if (!entry.isObject()) {
-      LOGI("[Final Result] Not an object.");
-      continue;
-    }
-    entry["snapshotId"] = member.name();
-    LOGI("[Final Result] type: %s name: %s", json::textOf(entry, "resourceType").c_str(),
-         json::textOf(entry, "resourceName").c_str());
-    const Json::Value& success = std::as_const(entry)["success"];
-    if (!success.isBool() || !success.asBool()) failed = true;
-    details.append(entry);
-  }
-  return details;
-}
-
-void finishParsers(const SharedDeployment& deployment) {
-  Json::Value& summary = deployment->summary->entries;
-  LOGI("All parsers responded, checking summary...");
-  LOGI("After All parsers responded, notifyParsersResults: \n%s", json::styled(summary).c_str());
-  bool failed = false;
-  Json::Value details = collectDetails(summary, failed);
-  if (failed) {
-    LOGW("All parsers responded, some FAILED.");
-    deployment->summary->reported = true;
-    resourcesReply(deployment->deployId, deployment->taskId, details, kDeploy);
-    return;
-  }
-  NotifyExecutors(deployment);
-}
-
-void handleParserReply(const SharedDeployment& deployment, const std::string& parserName,
-                       const std::string& request, const std::string& snapshotId, int code,
-                       const std::string& message) {
-  // The count before this answer: the first one logs 0, deliberately.
-  LOGI("[%d/%d] Received response from parser.", deployment->received++, deployment->expected);
-  LOGI("Result from parser %s is %d, message is %s. Processed resource: %s", parserName.c_str(),
-       code, message.c_str(), request.c_str());
-  updateEntry(deployment->summary->entries[snapshotId], snapshotId, parserName, code, message);
-  if (deployment->received == deployment->expected) finishParsers(deployment);
-}
-
 // False when the parser's record is gone; the call is then not expected.
 bool notifyParser(const SharedDeployment& deployment, const Notification& notification) {
   const std::string& name = notification.parserName;
@@ -128,9 +70,9 @@ bool notifyParser(const SharedDeployment& deployment, const Notification& notifi
   LOGI("Notifying parser %s to process %s", name.c_str(), snapshotId.c_str());
   const std::string text = json::styled(request);
   callMethod("deployConfig", *parser, text,
-             [deployment, name, text, snapshotId](int code, const std::string& message,
-                                                  const std::string& /*data*/) {
-               handleParserReply(deployment, name, text, snapshotId, code, message);
+             [call = ParserCall{deployment, name, text, snapshotId}](
+                 int code, const std::string& message, const std::string& /*data*/) {
+               handleParserReply(call, code, message);
              });
   return true;
 }

@@ -8,6 +8,7 @@
 #include <file_text.h>
 #include <gateway/log_macros.h>
 #include <json_helper.h>
+#include "executor_api/method_calls.h"
 #include "executor_api/reset.h"
 
 #include <cstdio>
@@ -89,7 +90,7 @@ bool checkDownloads(Deployment& deployment) {
 }
 
 void failItem(Json::Value& item, const std::string& message) {
-  item["code"] = static_cast<int>(kStoreWrite);
+  item["code"] = static_cast<int>(kStoreFailed);
   item["message"] = message;
   item["success"] = false;
   item.removeMember("data");

@@ -7,6 +7,8 @@
 #include <cctype>
 #include <exception>
 #include <memory>
+#include <stdexcept>
+#include <string>
 #include <unordered_map>
 #include <utility>
 
@@ -43,18 +45,6 @@ std::string lowerCase(std::string text) {
   return text;
 }
 
-// The first element of the reply's data for each resource, letter case ignored.
-using DataIndex = std::unordered_map<std::string, const Json::Value*>;
-
-DataIndex indexData(const Json::Value& data) {
-  DataIndex index;
-  if (!data.isArray()) return index;
-  for (const Json::Value& element : data) {
-    index.emplace(lowerCase(element["resourceId"].asString()), &element);
-  }
-  return index;
-}
-
 Json::Value plainEntry(const Json::Value& item, bool success) {
   Json::Value entry;
   entry["snapshotId"] = item["snapshotId"];
@@ -63,15 +53,36 @@ Json::Value plainEntry(const Json::Value& item, bool success) {
   return entry;
 }
 
+// The first element of the reply's data for each resource, letter case ignored; up to the first
+// element that can't be read, which is as far as a search comes.
+struct DataIndex {
+  std::unordered_map<std::string, const Json::Value*> elements;
+  std::string unreadable;  // why the index ends early, if it does
+};
+
+DataIndex indexData(const Json::Value& data) {
+  DataIndex index;
+  if (!data.isArray()) return index;
+  try {
+    for (const Json::Value& element : data) {
+      index.elements.emplace(lowerCase(element["resourceId"].asString()), &element);
+    }
+  } catch (const std::exception& e) {
+    index.unreadable = e.what();
+  }
+  return index;
+}
+
 // A resource that the reply says nothing about counts as successful without a code, also when the
 // whole call failed; deliberately kept.
 Json::Value corvexEntry(const Json::Value& item, const DataIndex& index) {
-  const std::string resourceId = item["resourceId"].asString();
-  const auto found = index.find(lowerCase(resourceId));
+  const std::string resourceId = json::textOf(item, "resourceId");
   Json::Value entry = plainEntry(item, true);
   entry["code"] = "";
   entry["message"] = "";
-  if (found == index.end()) {
+  const auto found = index.elements.find(lowerCase(resourceId));
+  if (found == index.elements.end()) {
+    if (!index.unreadable.empty()) throw std::runtime_error(index.unreadable);
     LOGW("%s can't find resourceid %s", kCorvexConfig, resourceId.c_str());
     return entry;
   }
@@ -80,6 +91,20 @@ Json::Value corvexEntry(const Json::Value& item, const DataIndex& index) {
   entry["success"] = element["code"].asInt() == 0;
   entry["message"] = element["message"].asString();
   return entry;
+}
+
+// What the reply says about one resource; an unreadable word about it is a failure of the executor.
+Json::Value readCorvexEntry(const Json::Value& item, const DataIndex& index) {
+  try {
+    return corvexEntry(item, index);
+  } catch (const std::exception& e) {
+    LOGE("deployJob json error ! e = %s\n", e.what());
+    const ExecutorReply error = replyFormatError();
+    Json::Value entry = plainEntry(item, false);
+    entry["code"] = std::to_string(error.code);
+    entry["message"] = error.message;
+    return entry;
+  }
 }
 
 void recordPlain(const JobCall& call, bool success) {
@@ -91,20 +116,15 @@ void recordPlain(const JobCall& call, bool success) {
 void recordCorvex(const JobCall& call, const Json::Value& data) {
   const DataIndex index = indexData(data);
   for (const Json::Value& item : std::as_const(call.resources)) {
-    call.results->entries[json::textOf(item, "snapshotId")] = corvexEntry(item, index);
+    call.results->entries[json::textOf(item, "snapshotId")] = readCorvexEntry(item, index);
   }
 }
 
 void recordDeployReply(const JobCall& call, const ExecutorReply& reply) {
-  if (call.executorName != kCorvexConfig) {
-    recordPlain(call, reply.code == 0);
-    return;
-  }
-  try {
+  if (call.executorName == kCorvexConfig) {
     recordCorvex(call, reply.data);
-  } catch (const std::exception& e) {
-    LOGE("deployJob json error ! e = %s\n", e.what());
-    recordCorvex(call, replyFormatError().data);
+  } else {
+    recordPlain(call, reply.code == 0);
   }
 }
 

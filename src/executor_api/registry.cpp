@@ -58,7 +58,6 @@ const Executor* find(const Map& map, const std::string& name) {
   return entry != map.end() ? &entry->second : nullptr;
 }
 
-// What registration.isMember would throw on.
 bool hasArray(const Json::Value& registration, const char* key) {
   return registration.isMember(key) && registration[key].isArray();
 }
@@ -77,7 +76,6 @@ std::string takeExecutor(const std::string& payload, const Json::Value& registra
   const int stored = saveExecutor2ConfigManager(executorName, payload);
   LOGI("saveExecutor2ConfigManager result = %d", stored);
   LOGI("user executorName = %s", executorName.c_str());
-  tables().liveExecutors.insert(executorName);
   const Address address = readAddress(registration);
   if (address.name.empty() || address.interface.empty() || address.path.empty() ||
       address.path.front() != '/') {
@@ -92,6 +90,7 @@ std::string takeExecutor(const std::string& payload, const Json::Value& registra
   executor.storeType = std::move(storeType);
   executor.watchType = std::move(watchType);
   all.executorMap.insert_or_assign(executorName, std::move(executor));
+  all.liveExecutors.insert(executorName);
   return {};
 }
 
@@ -188,7 +187,11 @@ int saveToConfigManager(const std::string& key, const std::string& name, const J
   Json::Value all;
   if (!json::parse(getConfig(key), all) || !all.isObject()) all = Json::Value(Json::objectValue);
   all[name] = value;
-  return setConfig(key, json::compact(all));
+  const std::string text = json::compact(all);
+  // One level deeper than the value came: what the next start couldn't read would cost everybody's
+  // registration.
+  if (Json::Value readBack; !json::parse(text, readBack)) return 1;
+  return setConfig(key, text);
 }
 
 std::optional<Executor> getExecutor(const std::string& name) {

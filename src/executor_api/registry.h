@@ -36,11 +36,12 @@ std::string registerExecutor(const std::string& payload);
 std::string registerParser(const std::string& payload);
 
 /// Stores an executor's registration. Returns the store's result, or 1 when the payload is not
-/// JSON. Any thread, with start-up's lock held by whoever else changes the key.
+/// JSON. For the registry and its tests: reading and writing the key is not one step.
 int saveExecutor2ConfigManager(const std::string& executorName, const std::string& payload);
 
 /// Sets member `name` of the JSON object under `key` to `value`; what is there and is not an object
-/// counts as empty. Returns the store's result.
+/// counts as empty. Returns the store's result, or 1 when `value` is nested too deep to be read
+/// back. As above.
 int saveToConfigManager(const std::string& key, const std::string& name, const Json::Value& value);
 
 /// Restores what is stored, then installs the built-in executors. Main thread, once, at start-up. A

@@ -3,7 +3,6 @@
 #include <comm_path.h>
 #include <gateway/log_macros.h>
 #include <json_helper.h>
-#include <try_three_times.h>
 
 #include <cstdint>
 #include <memory>
@@ -55,9 +54,9 @@ ExecutorReply readResetReply(const std::string& text) {
 
 void removeExecutorDirectory(const std::string& executorName) {
   const std::string path = kindPath(executorName);
-  if (path.empty()) return;
-  tryThreeTimes([&] { return rmDir(path); },
-                [&](int) { LOGE("Remove error path = %s\n", path.c_str()); });
+  // Without a name the path is that of everybody's files.
+  if (path.empty() || executorName.empty()) return;
+  rmDirRetrying(path, path);
 }
 
 void finishReset() {
@@ -118,9 +117,6 @@ Json::Value resetEJobs() {
   return outcome(0, "reset success");
 }
 
-void resetLocalAllJobs() {
-  tryThreeTimes([] { return rmDir(kDownloadRoot); },
-                [](int) { LOGE("Remove error path = %s/*\n", kDownloadRoot); });
-}
+void resetLocalAllJobs() { rmDirRetrying(kDownloadRoot, std::string(kDownloadRoot) + "/*"); }
 
 }  // namespace jobm

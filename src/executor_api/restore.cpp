@@ -47,8 +47,7 @@ void restoreParsers() {
 // Deliberately without the checks of a live registration, and without entries in the watch table.
 void restoreExecutor(const std::string& name, const Json::Value& registration) {
   const std::lock_guard guard(tables().lock);
-  const bool isNewer = tables().liveExecutors.contains(name) && tables().executorMap.contains(name);
-  if (isNewer) return;
+  if (tables().liveExecutors.contains(name)) return;
   try {
     const std::string executorName = registration["executorName"].asString();
     Executor executor = makeExecutor(readAddress(registration), executorName, nullptr);
@@ -95,8 +94,7 @@ void installIfAbsent(const BuiltIn& builtIn) {
 void installScriptEngine() {
   const std::lock_guard guard(tables().lock);
   const char* name = scriptEngine().executorName;
-  const bool isNewer = tables().liveExecutors.contains(name) && tables().executorMap.contains(name);
-  if (!isNewer) install(scriptEngine());
+  if (!tables().liveExecutors.contains(name)) install(scriptEngine());
 }
 
 }  // namespace

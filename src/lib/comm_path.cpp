@@ -28,7 +28,9 @@ using DirectoryPtr = std::unique_ptr<DIR, DirectoryCloser>;
 
 bool exists(const char* path) { return access(path, F_OK) == 0; }
 
-bool isDots(const char* name) { return std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0; }
+bool isDots(const char* name) {
+  return std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0;
+}
 
 std::string lowerCase(std::string_view word) {
   std::string lower(word);
@@ -36,6 +38,8 @@ std::string lowerCase(std::string_view word) {
                  [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
   return lower;
 }
+
+void logRemoveError(const std::string& path) { LOGE("Remove error path = %s\n", path.c_str()); }
 
 // Deletes one entry of a directory that is being removed.
 int removeEntry(const std::string& path) {
@@ -95,7 +99,11 @@ int mkDir(const std::string& path) {
 int removeDir(const std::string& path) {
   const std::string command = "rm -rf " + path;
   return tryThreeTimes([&] { return std::system(command.c_str()); },
-                       [&](int) { LOGE("Remove error path = %s\n", path.c_str()); });
+                       [&](int) { logRemoveError(path); });
+}
+
+int rmDirRetrying(const std::string& path, const std::string& shown) {
+  return tryThreeTimes([&] { return rmDir(path); }, [&](int) { logRemoveError(shown); });
 }
 
 int rmDir(const std::string& path) {

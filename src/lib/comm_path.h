@@ -1,5 +1,5 @@
-/// The working tree of downloaded jobs: building its paths, making and clearing its directories. Every
-/// function may be called from any thread.
+/// The working tree of downloaded jobs: building its paths, making and clearing its directories.
+/// Every function may be called from any thread.
 #pragma once
 
 #include <string>
@@ -17,30 +17,34 @@ inline constexpr const char* kConfigManager = "ConfigManager";
 /// empty text passes (a path with a doubled slash is harmless); who needs a name checks for that.
 bool isPathComponent(std::string_view name);
 
-/// The directory of `name` under the kind `word` (lower-cased): root/word/name. Creates nothing. Empty
-/// when word or name may not become a path component, or name is empty.
+/// The directory of `name` under the kind `word` (lower-cased): root/word/name. Creates nothing.
+/// Empty when word or name may not become a path component, or name is empty.
 std::string jobPath(std::string_view word, std::string_view name);
 
 /// The directory of everything of the kind `word` (lower-cased): root/word. Empty when refused.
 std::string kindPath(std::string_view word);
 
-/// Creates jobPath(word, name) with all missing parents, in at most three attempts. Returns the path,
-/// or the empty text when it is refused or could not be created.
+/// Creates jobPath(word, name) with all missing parents, in at most three attempts. Returns the
+/// path, or the empty text when it is refused or could not be created.
 std::string generateDir(std::string_view word, std::string_view name);
 
-/// Creates `path`, made by this program, with all missing parents in at most three attempts. Returns the path, or
-/// the empty text when it could not be created.
+/// Creates `path`, made by this program, with all missing parents in at most three attempts.
+/// Returns the path, or the empty text when it could not be created.
 std::string generatePath(const std::string& path);
 
-/// Creates `path` and every missing parent with mode 0755. Paths are cut to 511 bytes. Returns 0, or -1
-/// when a parent could not be created.
+/// Creates `path` and every missing parent with mode 0755. Paths are cut to 511 bytes. Returns 0,
+/// or -1 when a parent could not be created.
 int mkDir(const std::string& path);
 
-/// Deletes `path` and everything below it through the shell, unquoted: only for paths that this program
-/// built itself. Returns the status of the last of at most three attempts.
+/// Deletes `path` and everything below it through the shell, unquoted: only for paths that this
+/// program built itself. Returns the status of the last of at most three attempts.
 int removeDir(const std::string& path);
 
 /// Deletes `path` and everything below it; links are deleted, never followed. Returns 0, or -1.
 int rmDir(const std::string& path);
+
+/// rmDir in at most three attempts, with an error line that shows `shown` after each failure.
+/// Returns the last result.
+int rmDirRetrying(const std::string& path, const std::string& shown);
 
 }  // namespace jobm

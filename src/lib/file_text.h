@@ -8,7 +8,8 @@ namespace jobm {
 /// Reads all of `path` into `text`. Returns false (and leaves `text` empty) when it can't be read.
 bool readFile(const std::string& path, std::string& text);
 
-/// Replaces the content of `path`. Returns false when it can't be opened or not all of it was written.
+/// Replaces the content of `path`. Returns false when it can't be opened or not all of it was
+/// written.
 bool writeFile(const std::string& path, const std::string& text);
 
 }  // namespace jobm

@@ -1,7 +1,8 @@
 #include "json_helper.h"
 
-// The library's older reader and writers, deliberately: comments are allowed, and the styled text has the
-// three spaces of indentation that its readers know. Deprecated, so silenced, here and nowhere else.
+// The library's older reader and writers, deliberately: comments are allowed, and the styled text
+// has the three spaces of indentation that its readers know. Deprecated, so silenced, here and
+// nowhere else.
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
 
 #include <json/reader.h>

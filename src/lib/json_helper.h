@@ -8,8 +8,8 @@
 
 namespace jobm::json {
 
-/// Parses `text` (comments allowed) into `value`. Returns false for everything that is not JSON, also
-/// for documents nested deeper than the reader takes; `value` is then unspecified.
+/// Parses `text` (comments allowed) into `value`. Returns false for everything that is not JSON,
+/// also for documents nested deeper than the reader takes; `value` is then unspecified.
 bool parse(std::string_view text, Json::Value& value);
 
 /// `value` as multi-line text, three spaces of indentation, members in key order.
@@ -18,8 +18,9 @@ std::string styled(const Json::Value& value);
 /// `value` as one line of text.
 std::string compact(const Json::Value& value);
 
-/// The member `key` of `object` when `object` is an object and the member a string, else "". For texts
-/// that merely help a log line or a comparison; readers that must notice a wrong type use asString.
+/// The member `key` of `object` when `object` is an object and the member a string, else "". For
+/// texts that merely help a log line or a comparison; readers that must notice a wrong type use
+/// asString.
 std::string textOf(const Json::Value& object, const char* key);
 
 }  // namespace jobm::json

@@ -2,8 +2,8 @@
 
 namespace jobm {
 
-/// Calls `attempt` until it returns 0, at most three times in a row, and `onFailure(result)` after each
-/// attempt that did not. Returns the last result.
+/// Calls `attempt` until it returns 0, at most three times in a row, and `onFailure(result)` after
+/// each attempt that did not. Returns the last result.
 template <typename Attempt, typename OnFailure>
 int tryThreeTimes(const Attempt& attempt, const OnFailure& onFailure) {
   int result = -1;

@@ -42,12 +42,22 @@ bool symbolsOf(void* const* frames, int count, Text& text) {
   return length > 0;
 }
 
+// The text of a symbol has a blank before its address, which only the allocating sibling writes.
+void logSymbol(int i, const char* line) {
+  const char* address = std::strrchr(line, '[');
+  if (address == nullptr) {
+    LOGE("  [%02d] %s\n", i, line);
+    return;
+  }
+  LOGE("  [%02d] %.*s %s\n", i, static_cast<int>(address - line), line, address);
+}
+
 void logLines(Text& text, int count) {
   char* line = text.data();
   for (int i = 0; i < count && *line != '\0'; ++i) {
     char* end = std::strchr(line, '\n');
     if (end != nullptr) *end = '\0';
-    LOGE("  [%02d] %s\n", i, line);
+    logSymbol(i, line);
     if (end == nullptr) return;
     line = end + 1;
   }

@@ -20,15 +20,15 @@ namespace {
 constexpr int kGranted = 200;
 constexpr float kQuietSeconds = 600.0F;
 
+int subscribeOnce(const std::string& topic) {
+  const int result = subscribe(topic, kOwnBusName, 1);
+  LOGI("subscribe result = %d\n", result);
+  return result;
+}
+
 bool subscribeReplies() {
   const std::string topic = gatewayTopic("/scheduler/sysReply");
-  const int result = tryThreeTimes(
-      [&] {
-        const int code = subscribe(topic, kOwnBusName, 1);
-        LOGI("subscribe result = %d\n", code);
-        return code;
-      },
-      [](int) {});
+  const int result = tryThreeTimes([&] { return subscribeOnce(topic); }, [](int) {});
   if (result != 0) LOGE("Error subscribe reply =%d\n", result);
   return result == 0;
 }
@@ -98,7 +98,7 @@ bool registerRunnerResp(const Json::Value& reply) {
   try {
     LOGI("register response =%s\n", json::styled(reply).c_str());
     const Json::Value& answer = reply["attrs"][0U];
-    if (!answer["code"].isInt() || answer["code"].asInt() != kGranted) return false;
+    if (answer["code"] != Json::Value(kGranted)) return false;
     setRunId(answer["data"].asInt64());
     LOGI("Response runId = %lld\n", static_cast<long long>(getRunId()));
     return true;
