@@ -6,18 +6,20 @@
 
 namespace jobm {
 
-/// Says where the device secret comes from. Main thread, once, before anything is decrypted; without it
-/// there is no secret. The reader is called from the thread that decrypts.
+/// Says where the device secret comes from. Main thread, once, before anything is decrypted;
+/// without it there is no secret. The reader is called from the thread that decrypts.
 void setDeviceSecretReader(std::string (*reader)());
 
 /// Decrypts the base64 text `text` into `out`. Returns 0, or -1 without a device secret, for a text
-/// that decodes to nothing and for padding longer than the text. An empty text returns 0 and leaves `out`
-/// alone. The cipher text isn't verified: a wrong secret gives a wrong text. Any thread.
+/// that decodes to nothing and for padding longer than the text. An empty text returns 0 and leaves
+/// `out` alone. The cipher text isn't verified: a wrong secret gives a wrong text. Any thread.
 int aesJobDecrypt(const std::string& text, std::string& out);
 
-/// Decrypts `length` bytes (whole blocks of 16; the rest is ignored) from `source` into `destination`,
-/// which holds at least 16 bytes and `length`, with a key of 32 and a vector of 16 bytes. Returns the
-/// length without padding, negative when the padding is longer than the text, 0 on failure. Any thread.
+/// Decrypts `length` bytes (whole blocks of 16; the rest is ignored) from `source` into
+/// `destination`, which holds at least 17 bytes and one more than `length`, with a key of 32 and a
+/// vector of 16 bytes. A source of less than a block is filled up with zeros. Returns the length
+/// without padding, where a zero byte is put; negative when the padding is longer than the text (no
+/// zero byte then), 0 on failure. Any thread.
 int vexa_aes_cbc_decrypt_256(const unsigned char* source, std::size_t length,
                              const unsigned char* key, unsigned char* destination,
                              const unsigned char* vector);

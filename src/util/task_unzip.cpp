@@ -1,0 +1,300 @@
+// The helpers log in the name of the one public function.
+#define LOG_FUNCTION "unzipTask"
+#include "task_unzip.h"
+
+#include <comm_path.h>
+#include <dirent.h>
+#include <fcntl.h>
+#include <gateway/log_macros.h>
+#include <minizip/unzip.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+#include <filesystem>
+#include <memory>
+#include <string_view>
+#include <system_error>
+#include <type_traits>
+#include <utility>
+
+namespace jobm {
+namespace {
+
+/// Results of unzipTask.
+enum Result {
+  kDone = 0,
+  kNoArchive = 1,
+  kNoGlobalInfo = 2,
+  kNoFileInfo = 3,
+  kEntryNotOpened = 4,
+  kNotCreated = 5,
+  kDamaged = 6,
+  kNotReached = 7,
+  kNoFirst = 8,
+};
+
+constexpr std::size_t kNameBytes = 512;
+constexpr std::size_t kCopyBytes = 8192;
+constexpr mode_t kUnpackedMode = 0775;
+
+struct CloseArchive {
+  void operator()(unzFile archive) const { unzClose(archive); }
+};
+using ArchivePtr = std::unique_ptr<std::remove_pointer_t<unzFile>, CloseArchive>;
+
+struct CloseEntry {
+  void operator()(unzFile archive) const { unzCloseCurrentFile(archive); }
+};
+/// The entry that is open for reading in an archive.
+using OpenEntry = std::unique_ptr<std::remove_pointer_t<unzFile>, CloseEntry>;
+
+/// A file being written. close() says whether all of it arrived.
+class OutputFile {
+ public:
+  explicit OutputFile(const std::string& path)
+      // The last component is never a link that is followed: what stood there has been deleted.
+      : mFile(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0666)) {}
+  ~OutputFile() { close(); }
+  OutputFile(const OutputFile&) = delete;
+  OutputFile& operator=(const OutputFile&) = delete;
+
+  explicit operator bool() const { return mFile >= 0; }
+  int get() const { return mFile; }
+
+  bool write(const char* data, std::size_t length) const {
+    while (length > 0) {
+      const ssize_t written = ::write(mFile, data, length);
+      if (written < 0 && errno == EINTR) continue;
+      if (written <= 0) return false;
+      data += written;
+      length -= static_cast<std::size_t>(written);
+    }
+    return true;
+  }
+
+  bool close() {
+    const int file = std::exchange(mFile, -1);
+    return file < 0 || ::close(file) == 0;
+  }
+
+ private:
+  int mFile;
+};
+
+struct Entry {
+  std::string name;
+  std::string path;  // where it goes
+  unz_file_info info{};
+  bool isDirectory() const { return !name.empty() && name.back() == '/'; }
+};
+
+/// Where an archive is unpacked to, and what is known of the last directory in it that was asked
+/// for: entries of one directory mostly follow each other.
+struct Destination {
+  std::string path;
+  std::filesystem::path real;  // without links
+  std::string knownDirectory;
+};
+
+Destination makeDestination(const std::string& path) {
+  std::error_code failed;
+  return {
+      path, std::filesystem::weakly_canonical(std::filesystem::absolute(path, failed), failed), {}};
+}
+
+int notCreated(const std::string& path, int error) {
+  LOGI("could not open destination file %s errno = %d : %s\n", path.c_str(), error,
+       std::generic_category().message(error).c_str());
+  return kNotCreated;
+}
+
+/// True for a name that only leads downwards.
+bool staysBelow(std::string_view name) {
+  if (!name.empty() && name.front() == '/') return false;
+  while (true) {
+    const std::size_t slash = name.find('/');
+    if (name.substr(0, slash) == "..") return false;
+    if (slash == std::string_view::npos) return true;
+    name.remove_prefix(slash + 1);
+  }
+}
+
+/// True when `directory`, existing or not, is in the destination with every link on the way
+/// followed.
+bool isInside(const Destination& destination, const std::string& directory) {
+  std::error_code failed;
+  const auto absolute = std::filesystem::absolute(directory, failed);
+  const auto real = std::filesystem::weakly_canonical(absolute, failed);
+  if (failed) return false;
+  const auto rest = real.lexically_relative(destination.real);
+  return !rest.empty() && *rest.begin() != "..";
+}
+
+bool isOpenable(const std::string& directory) {
+  const int opened = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (opened < 0) return false;
+  close(opened);
+  return true;
+}
+
+std::string parentOf(std::string_view path) { return std::string(path.substr(0, path.rfind('/'))); }
+
+bool readEntry(unzFile archive, const Destination& destination, Entry& entry) {
+  // One byte more: a name that fills the buffer comes without its end.
+  std::array<char, kNameBytes + 1> name{};
+  if (unzGetCurrentFileInfo(archive, &entry.info, name.data(), kNameBytes, nullptr, 0, nullptr,
+                            0) != UNZ_OK) {
+    LOGI("could not read file info\n");
+    return false;
+  }
+  entry.name = name.data();
+  entry.path = destination.path + "/" + entry.name;
+  return true;
+}
+
+int makeDirectory(Destination& destination, const Entry& entry) {
+  const std::string path = entry.path.substr(0, entry.path.size() - 1);
+  const std::string parent = parentOf(path);
+  if (parent != destination.knownDirectory && !isInside(destination, parent)) {
+    return notCreated(entry.path, EPERM);
+  }
+  // Mostly because it exists; whatever it is, the files in it will tell.
+  static_cast<void>(mkdir(path.c_str(), kUnpackedMode));
+  return kDone;
+}
+
+int makeDirectoryOfFile(Destination& destination, const Entry& entry) {
+  const std::string directory = parentOf(entry.path);
+  LOGI("dirName = %s\n", directory.c_str());
+  if (directory == destination.knownDirectory) return kDone;
+  if (!isInside(destination, directory)) return notCreated(entry.path, EPERM);
+  if (!isOpenable(directory)) mkDir(directory);
+  destination.knownDirectory = directory;
+  return kDone;
+}
+
+/// First pass, one entry. Also the only place where names are judged: nothing of an entry is
+/// created before, and no file of any.
+int prepareEntry(unzFile archive, Destination& destination) {
+  Entry entry;
+  if (!readEntry(archive, destination, entry)) return kNoFileInfo;
+  LOGI("unzipTask filename = %s internal 0x%08x external 0x%08x", entry.path.c_str(),
+       static_cast<unsigned>(entry.info.internal_fa),
+       static_cast<unsigned>(entry.info.external_fa));
+  if (!staysBelow(entry.name)) return notCreated(entry.path, EPERM);
+  return entry.isDirectory() ? makeDirectory(destination, entry)
+                             : makeDirectoryOfFile(destination, entry);
+}
+
+int deleteExisting(const std::string& path) {
+  struct stat found {};
+  if (lstat(path.c_str(), &found) != 0) {
+    // These mean that nothing is there; creating the file will tell about the rest of them.
+    if (errno == ENOENT || errno == ENOTDIR || errno == ENAMETOOLONG) return kDone;
+    const int error = errno;
+    LOGI("lstat file %s fail , errno = %d : %s\n", path.c_str(), error,
+         std::generic_category().message(error).c_str());
+    return kNotReached;
+  }
+  if (!S_ISDIR(found.st_mode)) static_cast<void>(unlink(path.c_str()));
+  return kDone;
+}
+
+int damaged(int code) {
+  LOGI("error %d\n", code);
+  return kDamaged;
+}
+
+/// Copies the open entry's data, and all of it, to `file`.
+int copyData(unzFile archive, const Entry& entry, const OutputFile& file) {
+  std::array<char, kCopyBytes> buffer;
+  std::uint64_t total = 0;
+  while (true) {
+    const int got =
+        unzReadCurrentFile(archive, buffer.data(), static_cast<unsigned>(buffer.size()));
+    if (got < 0) return damaged(got);
+    if (got == 0) break;
+    if (!file.write(buffer.data(), static_cast<std::size_t>(got))) return damaged(UNZ_ERRNO);
+    total += static_cast<std::uint64_t>(got);
+  }
+  // The reader takes data that ends early for the end of the entry.
+  return static_cast<uLong>(total) == entry.info.uncompressed_size ? kDone
+                                                                   : damaged(UNZ_BADZIPFILE);
+}
+
+/// A regular file of a Unix archiver has the top bit of its type in the sign bit.
+bool isUnixFile(const Entry& entry) {
+  const auto attributes = static_cast<std::uint32_t>(entry.info.external_fa);
+  return (attributes & 0x80000000U) != 0 && (attributes & 0x4000U) == 0;
+}
+
+int writeFileOf(unzFile archive, const Entry& entry) {
+  if (const int result = deleteExisting(entry.path); result != kDone) return result;
+  OutputFile file(entry.path);
+  if (!file) return notCreated(entry.path, errno);
+  if (const int result = copyData(archive, entry, file); result != kDone) return result;
+  if (isUnixFile(entry) && fchmod(file.get(), kUnpackedMode) != 0) {
+    LOGW("%s have no excute rights and set rights of excute failed.\r\n", entry.path.c_str());
+  }
+  return file.close() ? kDone : damaged(UNZ_ERRNO);
+}
+
+/// Second pass, one entry.
+int extractEntry(unzFile archive, Destination& destination) {
+  Entry entry;
+  if (!readEntry(archive, destination, entry)) return kNoFileInfo;
+  if (entry.isDirectory()) return kDone;
+  if (unzOpenCurrentFile(archive) != UNZ_OK) {
+    LOGI("could not open file\n");
+    return kEntryNotOpened;
+  }
+  OpenEntry opened(archive);
+  if (const int result = writeFileOf(archive, entry); result != kDone) return result;
+  // The checksum is compared here.
+  const int closed = unzCloseCurrentFile(opened.release());
+  return closed == UNZ_OK ? kDone : damaged(closed);
+}
+
+/// Calls `visit` with every entry, from the one that the archive stands on.
+template <typename Visit>
+int forEachEntry(unzFile archive, uLong entries, Destination& destination, const Visit& visit) {
+  for (uLong i = 0; i < entries; ++i) {
+    if (const int result = visit(archive, destination); result != kDone) return result;
+    if (i + 1 < entries && unzGoToNextFile(archive) != UNZ_OK) {
+      LOGI("cound not read next file\n");
+      return kNotReached;
+    }
+  }
+  return kDone;
+}
+
+}  // namespace
+
+int unzipTask(const std::string& archivePath, const std::string& destinationPath) {
+  LOGI("unzipTask src = %s des =%s\n", archivePath.c_str(), destinationPath.c_str());
+  const ArchivePtr archive(unzOpen(archivePath.c_str()));
+  if (!archive) {
+    LOGI("%s unzOpen value NULL \n", archivePath.c_str());
+    return kNoArchive;
+  }
+  unz_global_info global{};
+  if (unzGetGlobalInfo(archive.get(), &global) != UNZ_OK) {
+    LOGI("could not read file global info\n");
+    return kNoGlobalInfo;
+  }
+  Destination destination = makeDestination(destinationPath);
+  const uLong entries = global.number_entry;
+  const int prepared = forEachEntry(archive.get(), entries, destination, prepareEntry);
+  if (prepared != kDone) return prepared;
+  if (unzGoToFirstFile(archive.get()) != UNZ_OK) {
+    LOGI("unzGoToFirstFile error\n");
+    return kNoFirst;
+  }
+  return forEachEntry(archive.get(), entries, destination, extractEntry);
+}
+
+}  // namespace jobm
