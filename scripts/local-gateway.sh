@@ -10,10 +10,14 @@ readonly working_tree=/tarnvale/run/downloaded-job
 
 # name -> process id of what runs
 declare -A pid_of=()
+# name of an executor -> options of gateway-executor that it gets besides
+declare -A options_of=()
+service_starts=0
 # Lines of the road that await_road passes over.
 road_mark=0
 
-# prepare_home: an empty home, and the environment of every part.
+# prepare_home: an empty home, the environment of every part, the road on standard output; everything is
+# ended when the caller exits.
 prepare_home() {
   export LC_ALL=C.UTF-8
   rm -rf "$home"
@@ -21,7 +25,39 @@ prepare_home() {
   : >"$home/road"
   export GATEWAY_ROAD=$home/road GATEWAY_ROAD_START=${EPOCHREALTIME/,/.}
   export GATEWAY_CONFIG_DB=$home/store.db GATEWAY_WEB_ROOT=$home/web
+  # The broker is not on everyone's path.
+  PATH=$PATH:/usr/sbin
+  print_road &
+  printer=$!
+  trap finish EXIT
+  trap 'exit 130' INT
+  trap 'exit 143' TERM
 }
+
+# print_road: the road as it grows, until its last line.
+print_road() {
+  local line
+  follow "$GATEWAY_ROAD" 1
+  while IFS= read -r -u "$followed" line; do
+    [[ $line != '== end' ]] || break
+    printf '%s\n' "$line"
+  done
+  unfollow
+}
+
+finish() {
+  local status=$?
+  trap - EXIT INT TERM
+  end_all
+  say '== end'
+  wait "$printer" 2>/dev/null || true
+  exit "$status"
+}
+
+# say TEXT: by way of the road's file, so that everything stays in order.
+say() { printf '%s\n' "$*" >>"$GATEWAY_ROAD"; }
+
+title() { say $'\n'"== $1"; }
 
 # start NAME COMMAND...: in the background, known as NAME from then on.
 start() {
@@ -134,10 +170,9 @@ start_web() {
   export GATEWAY_WEB_URL
 }
 
-# executor_command NAME [OPTION...]: sets `command` to the command line of one of the four executors.
+# executor_command NAME: sets `command` to the command line of one of the four executors.
 executor_command() {
-  local name=$1
-  shift
+  local name=$1 option
   command=("$build/gateway-executor" --name "$name" --folder "$home/calls/$name")
   case $name in
     Rillmark) command+=(--bus-name iot.edge.Rillmark --path /iot/edge/Rillmark) ;;
@@ -150,13 +185,15 @@ executor_command() {
         --executor --parser --report-status)
       ;;
   esac
-  command+=("$@")
+  for option in ${options_of[$name]:-}; do
+    command+=("$option")
+  done
 }
 
-# start_executor NAME [OPTION...]
+# start_executor NAME
 start_executor() {
   local command
-  executor_command "$@"
+  executor_command "$1"
   start "$1" "${command[@]}"
 }
 
@@ -175,9 +212,16 @@ activate_engine() {
     >/tmp/var/run/mbusd/services/iot.runtime.js.service
 }
 
-# start_service: task-dispatcher, which reads the VERSION of the folder above its own.
+# start_service: task-dispatcher, which reads the VERSION of the folder above its own. Returns when it has
+# been granted its runner id and the executors that register have done so.
 start_service() {
+  local log=$home/logs/task-dispatcher.log
+  [[ ! -e $log ]] || mv "$log" "$log.$((++service_starts))"
+  mark_road
   start task-dispatcher env --chdir="$repository/scripts" "$build/task-dispatcher"
+  await_road 'registerExecutor succeeded'
+  await_road 'registerParser succeeded'
+  await_log task-dispatcher 'runnerId ='
 }
 
 set_identity() {
@@ -204,12 +248,42 @@ start_gateway() {
     await_road "$name +-> bus +owns"
   done
   start_service
-  await_log task-dispatcher 'runnerId ='
-  await_road 'registerExecutor succeeded'
-  await_road 'registerParser succeeded'
 }
 
 # resources_of FILE: the resource ids of a recorded payload, in order, in one line.
 resources_of() {
   sed -nE 's/.*"(resourceId|snapshotId)" : "([^"@]*)(@[^"]*)?".*/\2/p' "$1" | uniq | paste -sd ' '
+}
+
+# --- checks -------------------------------------------------------------------------------------
+
+# How much was not as expected.
+wrong=0
+
+# check WHAT COMMAND...: one line; counts what is not as expected.
+check() {
+  local what=$1
+  shift
+  if "$@"; then
+    say "  as expected  $what"
+  else
+    say "  WRONG        $what"
+    wrong=$((wrong + 1))
+  fi
+}
+
+same() {
+  [[ $1 == "$2" ]] && return
+  say "    is '$1', expected '$2'"
+  return 1
+}
+
+judge_the_road() {
+  title "the road"
+  check "nobody complained" same "$(grep -F FAULT "$GATEWAY_ROAD")" ''
+  check "no errors in the parts' logs" same "$(sanitizer_findings)" ''
+}
+
+sanitizer_findings() {
+  grep -lE 'ERROR: (Address|Leak|Thread)Sanitizer|runtime error:' "$home"/logs/* || true
 }

@@ -73,7 +73,7 @@ Json::Value rowsOf(const Json::Value& request, const Json::Value& details) {
     }
     const auto found = unclaimed.find(jobm::json::textOf(resource, "snapshotId"));
     if (found == unclaimed.end()) {
-      row["success"] = false;
+      row["success"] = row["operate"] == 1 ? Json::Value() : Json::Value(false);
       row["code"] = Json::Value();
       row["message"] = "no result";
     } else {

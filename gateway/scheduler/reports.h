@@ -28,7 +28,8 @@ std::string reportFault(const Json::Value& message);
 
 /// One row per resource of the deployment request `request`, in its order: {"resourceId",
 /// "resourceName", "resourceType", "operate", "snapshotId", "success", "code", "message"}. A
-/// resource that `details` does not speak of has "success" false and the message "no result"; of
+/// resource that `details` does not speak of has the message "no result" and "success" false, or
+/// null if it was to be deleted: only executors report deletions, and not every type has one. Of
 /// two details for one snapshot the first counts. Details that belong to no resource follow as rows
 /// of their own.
 Json::Value rowsOf(const Json::Value& request, const Json::Value& details);
