@@ -14,7 +14,7 @@ namespace jobm {
 namespace {
 
 // Larger files pass unchecked, to bound memory.
-constexpr std::streamoff kMaxChecked = 20 * 1024 * 1024;
+constexpr std::streamoff kMaxChecked = std::streamoff{20} * 1024 * 1024;
 
 // Empty when the digest can't be had.
 std::string md5Of(const std::vector<char>& bytes) {

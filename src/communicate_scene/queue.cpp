@@ -26,6 +26,12 @@ void startNext() {
   }
 }
 
+void endDeployment(const std::string& deployId, bool reported) {
+  if (!reported) LOGW("deployment %s is given up without a report.", deployId.c_str());
+  // From the loop: the last share goes in the middle of a reply's handling.
+  quillon::postToLoop(startNext);
+}
+
 }  // namespace
 
 void runInTurn(const std::string& payload, void (*start)(const std::string& payload)) {
@@ -39,11 +45,8 @@ void runInTurn(const std::string& payload, void (*start)(const std::string& payl
 
 SharedResults beginDeployment(const std::string& deployId) {
   underWay = true;
-  return std::make_shared<DeploymentResults>([deployId](bool reported) {
-    if (!reported) LOGW("deployment %s is given up without a report.", deployId.c_str());
-    // From the loop: the last share goes in the middle of a reply's handling.
-    quillon::postToLoop(startNext);
-  });
+  return std::make_shared<DeploymentResults>(
+      [deployId](bool reported) { endDeployment(deployId, reported); });
 }
 
 }  // namespace jobm

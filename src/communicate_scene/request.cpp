@@ -120,7 +120,7 @@ bool storeResource(const Json::Value& resource, Json::Value& item) {
     failItem(item, "SetConfigManager_Fail_" + std::to_string(result));
     return false;
   }
-  item["data"]["textConfig"] = std::move(content);
+  item["data"]["textConfig"] = content;
   if (!staysOnDisk(key)) std::remove(file.c_str());
   return true;
 }

@@ -71,7 +71,7 @@ std::string getVersion() {
   if (getcwd(directory.data(), directory.size()) == nullptr) directory[0] = '\0';
   std::string text;
   readFile(std::string(directory.data()) + "/../" + "VERSION", text);
-  const std::string version = trimmed(text);
+  std::string version = trimmed(text);
   LOGI("version = %s", version.c_str());
   return version;
 }

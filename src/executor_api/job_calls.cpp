@@ -145,21 +145,14 @@ void logNoReply(const JobCall& call) {
        call.taskId.c_str());
 }
 
-const ReplyLog& deployLog() {
-  static const ReplyLog log{
-      [](const char* text) { LOGE("deployJob parse failed res = %s\n", text); },
-      [](const char* text) { LOGE("deployJob error res = %s\n", text); },
-      [](const char* what) { LOGE("deployJob json error ! e = %s\n", what); }};
-  return log;
-}
+void logDeployParseFailed(const char* text) { LOGE("deployJob parse failed res = %s\n", text); }
+void logDeployError(const char* text) { LOGE("deployJob error res = %s\n", text); }
+void logDeployException(const char* what) { LOGE("deployJob json error ! e = %s\n", what); }
 
-const ReplyLog& deleteLog() {
-  static const ReplyLog log{
-      [](const char* text) { LOGE("deleteJob parse failed res = %s\n", text); },
-      [](const char* text) { LOGE("deleteJob error res = %s\n", text); },
-      [](const char* what) { LOGE("publish json error ! e = %s", what); }};
-  return log;
-}
+void logDeleteParseFailed(const char* text) { LOGE("deleteJob parse failed res = %s\n", text); }
+void logDeleteError(const char* text) { LOGE("deleteJob error res = %s\n", text); }
+// Says "publish", unlike the deploy call's line; its readers know it so.
+void logDeleteException(const char* what) { LOGE("publish json error ! e = %s", what); }
 
 void handleDeployReply(const JobCall& call, const Message& message) {
   countReply();
@@ -170,7 +163,7 @@ void handleDeployReply(const JobCall& call, const Message& message) {
     const std::string text = message->readString();
     LOGI("deployJob executor : %s sendMessageWithReply res = %s\n", call.executorName.c_str(),
          text.c_str());
-    reply = classifyReply(text, deployLog());
+    reply = classifyReply(text, {logDeployParseFailed, logDeployError, logDeployException});
   }
   recordDeployReply(call, reply);
   finishWhenComplete(call);
@@ -185,7 +178,7 @@ void handleDeleteReply(const JobCall& call, const Message& message) {
   } else {
     const std::string text = message->readString();
     LOGI("deleteJob %s sendMessageWithReply res = %s\n", call.executorName.c_str(), text.c_str());
-    reply = classifyReply(text, deleteLog());
+    reply = classifyReply(text, {logDeleteParseFailed, logDeleteError, logDeleteException});
   }
   recordPlain(call, reply.code == 0);
   finishWhenComplete(call);
@@ -208,6 +201,12 @@ void logRegistered() {
   const std::vector<Executor> all = allExecutors();
   LOGI("deployJob map size =%d  ", static_cast<int>(all.size()));
   for (const Executor& executor : all) LOGI("have module : %s\n", executor.executorName.c_str());
+}
+
+void logParserAnswer(const std::string& key, const std::string& value, int code,
+                     const std::string& message, const std::string& data) {
+  LOGI("deployJob key = %s value = %s code = %d message = %s data = %s\n", key.c_str(),
+       value.c_str(), code, message.c_str(), data.c_str());
 }
 
 Json::Value unknownExecutor(const std::string& executorName) {
@@ -268,8 +267,7 @@ void deployParserJob(const std::string& key, const std::string& value, const Exe
   LOGI("deployJob executor = %s, payload = %s\n", parser.executorName.c_str(), payload.c_str());
   callMethod("deployJob", parser, payload,
              [key, value, callback](int code, const std::string& message, const std::string& data) {
-               LOGI("deployJob key = %s value = %s code = %d message = %s data = %s\n", key.c_str(),
-                    value.c_str(), code, message.c_str(), data.c_str());
+               logParserAnswer(key, value, code, message, data);
                if (callback) callback(code, message, data);
              });
 }

@@ -28,14 +28,20 @@ ExecutorReply busFailure(const std::string& text) {
   return replyFormatError();
 }
 
+void logParseFailed(const std::string& method, const char* text) {
+  LOGE("callMethod %s parse failed res = %s\n", method.c_str(), text);
+}
+
+void logError(const std::string& method, const char* text) {
+  LOGE("callMethod %s error res = %s\n", method.c_str(), text);
+}
+
+// Names the deploy call for every method; readers of the log know it so.
+void logException(const char* what) { LOGE("deployJob json error ! e = %s\n", what); }
+
 ReplyLog logOf(const std::string& method) {
-  return {
-      [method](const char* text) {
-        LOGE("callMethod %s parse failed res = %s\n", method.c_str(), text);
-      },
-      [method](const char* text) { LOGE("callMethod %s error res = %s\n", method.c_str(), text); },
-      // Names the deploy call for every method; readers of the log know it so.
-      [](const char* what) { LOGE("deployJob json error ! e = %s\n", what); }};
+  return {[method](const char* text) { logParseFailed(method, text); },
+          [method](const char* text) { logError(method, text); }, logException};
 }
 
 void handleMethodReply(const std::string& method, const MethodResultCallback& callback,
@@ -66,12 +72,21 @@ std::vector<Executor> batchWatchers() {
   return watchers;
 }
 
+void logWatchTypesFinish(const std::string& name, int code, const std::string& message,
+                         const std::string& data) {
+  LOGI("callMethod %s executor:%s res code = %d mess = %s data = %s\n", kWatchTypesFinish,
+       name.c_str(), code, message.c_str(), data.c_str());
+}
+
+void logInitialised(int code, const std::string& message, const std::string& data) {
+  LOGI("initExecutor res code =%d message = %s data = %s\n", code, message.c_str(), data.c_str());
+}
+
 void callWatchTypesFinish(const Executor& executor) {
   const std::string name = executor.executorName;
   callMethod(kWatchTypesFinish, executor, "",
              [name](int code, const std::string& message, const std::string& data) {
-               LOGI("callMethod %s executor:%s res code = %d mess = %s data = %s\n",
-                    kWatchTypesFinish, name.c_str(), code, message.c_str(), data.c_str());
+               logWatchTypesFinish(name, code, message, data);
              });
 }
 
@@ -138,11 +153,7 @@ void callMethod(const char* method, const Executor& executor, const std::string&
 
 void initExecutor(const Executor& executor) {
   LOGI("initExecutor begin executor = %s\n", executor.executorName.c_str());
-  callMethod("initExecutor", executor, "",
-             [](int code, const std::string& message, const std::string& data) {
-               LOGI("initExecutor res code =%d message = %s data = %s\n", code, message.c_str(),
-                    data.c_str());
-             });
+  callMethod("initExecutor", executor, "", logInitialised);
 }
 
 void callOnWatchTypesFinish() {

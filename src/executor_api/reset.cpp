@@ -40,10 +40,11 @@ Json::Value outcome(int code, const std::string& detail) {
   return result;
 }
 
+void logException(const char* what) { LOGE("publish json error ! e = %s", what); }
+
 // Bus failure texts are deliberately not classified here: the text itself is the message.
 ExecutorReply readResetReply(const std::string& text) {
-  std::optional<ExecutorReply> reply =
-      readAnswer(text, [](const char* what) { LOGE("publish json error ! e = %s", what); });
+  std::optional<ExecutorReply> reply = readAnswer(text, logException);
   if (!reply) {
     LOGE("resetEJobs parse failed res = %s\n", text.c_str());
     reply = ExecutorReply{kNoReply, text, {}};

@@ -3,6 +3,7 @@
 #include <dbus_process_call.h>
 #include <json_helper.h>
 
+#include <algorithm>
 #include <deque>
 #include <unordered_map>
 #include <vector>
@@ -54,7 +55,8 @@ Json::Value withDeleted(const Json::Value& list, const Json::Value& items) {
     for (std::size_t n = 0; n < removals && !behind.empty(); ++n) behind.pop_back();
   }
   Json::Value result(Json::arrayValue);
-  for (auto item = behind.rbegin(); item != behind.rend(); ++item) result.append(**item);
+  std::reverse(behind.begin(), behind.end());
+  for (const Json::Value* item : behind) result.append(*item);
   return result;
 }
 

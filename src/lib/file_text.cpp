@@ -15,7 +15,7 @@ struct FileCloser {
 using FilePtr = std::unique_ptr<FILE, FileCloser>;
 
 // Where to begin with a file whose size isn't known.
-constexpr std::size_t kFirstRead = 64 * 1024;
+constexpr std::size_t kFirstRead = std::size_t{64} * 1024;
 
 std::size_t sizeOf(FILE* file) {
   struct stat info {};
