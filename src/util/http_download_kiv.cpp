@@ -20,7 +20,7 @@ namespace {
 
 constexpr std::chrono::seconds kStallLimit{60};
 constexpr long kOkStatus = 200;
-constexpr std::size_t kFileBuffer = 64 * 1024;
+constexpr std::size_t kFileBuffer = 65536;
 
 struct CleanUpEasy {
   void operator()(CURL* handle) const { curl_easy_cleanup(handle); }

@@ -19,7 +19,10 @@
 #include <string_view>
 #include <system_error>
 #include <type_traits>
+#include <unordered_set>
 #include <utility>
+
+#include "archive_file.h"
 
 namespace jobm {
 namespace {
@@ -92,12 +95,12 @@ struct Entry {
   bool isDirectory() const { return !name.empty() && name.back() == '/'; }
 };
 
-/// Where an archive is unpacked to, and what is known of the last directory in it that was asked
-/// for: entries of one directory mostly follow each other.
+/// Where an archive is unpacked to, and the directories in it that were found to be inside: most
+/// hold many entries.
 struct Destination {
   std::string path;
   std::filesystem::path real;  // without links
-  std::string knownDirectory;
+  std::unordered_set<std::string> known;
 };
 
 Destination makeDestination(const std::string& path) {
@@ -159,7 +162,7 @@ bool readEntry(unzFile archive, const Destination& destination, Entry& entry) {
 int makeDirectory(Destination& destination, const Entry& entry) {
   const std::string path = entry.path.substr(0, entry.path.size() - 1);
   const std::string parent = parentOf(path);
-  if (parent != destination.knownDirectory && !isInside(destination, parent)) {
+  if (!destination.known.contains(parent) && !isInside(destination, parent)) {
     return notCreated(entry.path, EPERM);
   }
   // Mostly because it exists; whatever it is, the files in it will tell.
@@ -170,10 +173,10 @@ int makeDirectory(Destination& destination, const Entry& entry) {
 int makeDirectoryOfFile(Destination& destination, const Entry& entry) {
   const std::string directory = parentOf(entry.path);
   LOGI("dirName = %s\n", directory.c_str());
-  if (directory == destination.knownDirectory) return kDone;
+  if (destination.known.contains(directory)) return kDone;
   if (!isInside(destination, directory)) return notCreated(entry.path, EPERM);
   if (!isOpenable(directory)) mkDir(directory);
-  destination.knownDirectory = directory;
+  destination.known.insert(directory);
   return kDone;
 }
 
@@ -276,7 +279,10 @@ int forEachEntry(unzFile archive, uLong entries, Destination& destination, const
 
 int unzipTask(const std::string& archivePath, const std::string& destinationPath) {
   LOGI("unzipTask src = %s des =%s\n", archivePath.c_str(), destinationPath.c_str());
-  const ArchivePtr archive(unzOpen(archivePath.c_str()));
+  // On the heap because of its windows; closed after the archive.
+  const auto file = std::make_unique<ArchiveFile>(archivePath);
+  zlib_filefunc64_def functions = file->functions();
+  const ArchivePtr archive(unzOpen2_64(archivePath.c_str(), &functions));
   if (!archive) {
     LOGI("%s unzOpen value NULL \n", archivePath.c_str());
     return kNoArchive;

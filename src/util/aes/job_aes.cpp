@@ -10,7 +10,6 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
-#include <vector>
 
 #include "../base64.h"
 
@@ -70,19 +69,21 @@ int aesJobDecrypt(const std::string& text, std::string& out) {
   // Not base64, so it decodes to nothing; the decoder would end the process.
   if (text.size() % 4 != 0) return -1;
 
-  std::vector<unsigned char> decoded(text.size() / 4 * 3);
+  // A package may be large, so it is decoded and decrypted in the one place where it is wanted; the
+  // last byte stays zero and ends the text.
+  std::string plain(std::max(text.size() / 4 * 3, kBlock) + 1, '\0');
+  auto* const bytes = reinterpret_cast<unsigned char*>(plain.data());
   std::size_t decodedLength = 0;
-  base64_decode(text.data(), text.size(), decoded.data(), &decodedLength);
+  base64_decode(text.data(), text.size(), bytes, &decodedLength);
   LOGI("%s %d size =%d after base64_decode pLen = %d\n", __func__, __LINE__,
        static_cast<int>(text.size()), static_cast<int>(decodedLength));
 
-  // Decrypted in the place where it is wanted: a package may be large. Zeroed, so that what is left
-  // unwritten ends the text, and one byte longer than any of it.
-  std::string plain(std::max(decodedLength, kBlock) + 1, '\0');
+  // What is more than whole blocks is no text, whichever byte the padding points at.
+  if (decodedLength > kBlock) {
+    std::fill(bytes + decodedLength / kBlock * kBlock, bytes + decodedLength, 0);
+  }
   const auto key = keyOf(secret);
-  const int length =
-      vexa_aes_cbc_decrypt_256(decoded.data(), decodedLength, key.data(),
-                               reinterpret_cast<unsigned char*>(plain.data()), key.data());
+  const int length = vexa_aes_cbc_decrypt_256(bytes, decodedLength, key.data(), bytes, key.data());
   plain.resize(std::strlen(plain.c_str()));
   out = std::move(plain);
   return length >= 0 && decodedLength > 0 ? 0 : -1;

@@ -17,9 +17,9 @@ int aesJobDecrypt(const std::string& text, std::string& out);
 
 /// Decrypts `length` bytes (whole blocks of 16; the rest is ignored) from `source` into
 /// `destination`, which holds at least 17 bytes and one more than `length`, with a key of 32 and a
-/// vector of 16 bytes. A source of less than a block is filled up with zeros. Returns the length
-/// without padding, where a zero byte is put; negative when the padding is longer than the text (no
-/// zero byte then), 0 on failure. Any thread.
+/// vector of 16 bytes. The two buffers may be one. A source of less than a block is filled up with
+/// zeros. Returns the length without padding, where a zero byte is put; negative when the padding
+/// is longer than the text (no zero byte then), 0 on failure. Any thread.
 int vexa_aes_cbc_decrypt_256(const unsigned char* source, std::size_t length,
                              const unsigned char* key, unsigned char* destination,
                              const unsigned char* vector);
