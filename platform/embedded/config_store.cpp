@@ -1,9 +1,12 @@
 #include "config_store.h"
 
+#include <fcntl.h>
 #include <gateway/log_macros.h>
 #include <sqlite3.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
@@ -21,6 +24,7 @@ struct StatementCloser {
 };
 using StatementPtr = std::unique_ptr<sqlite3_stmt, StatementCloser>;
 
+constexpr int kRetryMs = 5;
 constexpr const char* kCreate =
     "PRAGMA journal_mode=WAL;"
     "PRAGMA synchronous=FULL;"
@@ -66,9 +70,33 @@ bool isSameFile(const Store& open, const std::string& path) {
   return stat(path.c_str(), &info) == 0 && info.st_dev == open.device && info.st_ino == open.inode;
 }
 
-int openStore(Store& open, const std::string& path, int timeoutMs) {
+void syncDirectory(const std::filesystem::path& path) {
+  const int directory = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (directory < 0) return;
+  fsync(directory);
+  ::close(directory);
+}
+
+// Makes the missing parents of `path` and their names last: SQLite syncs only the directory that
+// its own files are in. What fails here shows when the database is opened.
+void makeParents(const std::filesystem::path& path) {
+  const std::filesystem::path parent = path.parent_path();
   std::error_code ignored;
-  std::filesystem::create_directories(std::filesystem::path(path).parent_path(), ignored);
+  if (parent.empty() || std::filesystem::exists(parent, ignored)) return;
+  makeParents(parent);
+  std::filesystem::create_directory(parent, ignored);
+  syncDirectory(parent.has_parent_path() ? parent.parent_path() : ".");
+}
+
+// The device secret will be in it, and SQLite lets everyone read the files that it makes.
+void makePrivateFile(const std::string& path) {
+  const int file = ::open(path.c_str(), O_CREAT | O_EXCL | O_RDWR | O_CLOEXEC, 0600);
+  if (file >= 0) ::close(file);
+}
+
+int openStore(Store& open, const std::string& path, int timeoutMs) {
+  makeParents(path);
+  makePrivateFile(path);
   sqlite3* raw = nullptr;
   const int opened =
       sqlite3_open_v2(path.c_str(), &raw,
@@ -98,7 +126,15 @@ int ready(int timeoutMs) {
     sqlite3_busy_timeout(open.database.get(), timeoutMs);
     return SQLITE_OK;
   }
-  const int result = openStore(open, path, timeoutMs);
+  // While another process turns a new file to WAL mode, SQLite answers "busy" at once instead of
+  // waiting. There is nothing to wait for but the file itself.
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+  int result = openStore(open, path, timeoutMs);
+  while (result == SQLITE_BUSY && std::chrono::steady_clock::now() < deadline) {
+    open.close();
+    sqlite3_sleep(kRetryMs);
+    result = openStore(open, path, timeoutMs);
+  }
   if (result == SQLITE_OK) return result;
   LOGW("configuration store %s can't be opened: %s\n", path.c_str(), sqlite3_errstr(result));
   open.close();

@@ -5,12 +5,15 @@
 // precisions beyond its own buffers, none of which occur.
 
 #include <gateway/log.h>
+#include <pthread.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
+#include <climits>
+#include <csignal>
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
@@ -21,7 +24,8 @@
 
 namespace {
 
-constexpr std::size_t kRecordBytes = 4096;
+// What a pipe takes in one piece, so that records of several processes do not mix.
+constexpr std::size_t kRecordBytes = PIPE_BUF;
 constexpr std::string_view kCutMark = " [cut]";
 constexpr int kDefaultLevel = 1;
 constexpr int kUnread = -1;
@@ -94,12 +98,16 @@ UtcTime utcNow() {
           static_cast<int>(now.tv_nsec / 1000000)};
 }
 
-// How much of `length` bytes is left when a UTF-8 character that the end may have split is dropped.
+// How much of `length` bytes is left without a UTF-8 character that is only begun at the end.
 std::size_t wholeCharacters(const char* text, std::size_t length) {
   std::size_t lead = length;
-  while (lead > 0 && (static_cast<unsigned char>(text[lead - 1]) & 0xC0U) == 0x80U) --lead;
-  const bool startsCharacter = lead > 0 && static_cast<unsigned char>(text[lead - 1]) >= 0xC0U;
-  return startsCharacter ? lead - 1 : length;
+  for (int back = 0; back < 4 && lead > 0; ++back) {
+    const auto byte = static_cast<unsigned char>(text[--lead]);
+    if ((byte & 0xC0U) == 0x80U) continue;
+    const std::size_t bytes = byte < 0xC0U ? 1 : byte < 0xE0U ? 2 : byte < 0xF0U ? 3 : 4;
+    return lead + bytes > length ? lead : length;
+  }
+  return length;
 }
 
 using Record = std::array<char, kRecordBytes>;
@@ -123,11 +131,27 @@ std::size_t writeMessage(Record& record, std::size_t head, const char* format, v
   return length + kCutMark.size();
 }
 
+// SIGPIPE ends this program, but nobody reading its log any more is no reason to. Held back for
+// this thread and taken away again, which a signal handler may do too; one that the caller itself
+// was holding back stays.
 void writeRecord(const char* record, std::size_t length) {
+  sigset_t pipe;
+  sigset_t before;
+  sigset_t pending;
+  sigemptyset(&pipe);
+  sigaddset(&pipe, SIGPIPE);
+  pthread_sigmask(SIG_BLOCK, &pipe, &before);
+  const bool keep = sigismember(&before, SIGPIPE) == 1 && sigpending(&pending) == 0 &&
+                    sigismember(&pending, SIGPIPE) == 1;
   ssize_t written = 0;
   do {
     written = write(STDERR_FILENO, record, length);
   } while (written < 0 && errno == EINTR);
+  if (written < 0 && errno == EPIPE && !keep) {
+    const timespec atOnce{};
+    sigtimedwait(&pipe, nullptr, &atOnce);
+  }
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
 }  // namespace

@@ -11,7 +11,9 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <memory>
+#include <system_error>
 
 #include "try_three_times.h"
 
@@ -107,6 +109,9 @@ int rmDirRetrying(const std::string& path, const std::string& shown) {
 }
 
 int rmDir(const std::string& path) {
+  // A link in the place of a directory would empty whatever it points to.
+  std::error_code ignored;
+  if (std::filesystem::is_symlink(path, ignored)) return unlink(path.c_str());
   DirectoryPtr directory(opendir(path.c_str()));
   if (!directory) {
     LOGI("cannot open directory, destDir = %s\n", path.c_str());

@@ -27,7 +27,7 @@ std::size_t sizeOf(FILE* file) {
 
 bool readFile(const std::string& path, std::string& text) {
   text.clear();
-  const FilePtr file(std::fopen(path.c_str(), "rb"));
+  const FilePtr file(std::fopen(path.c_str(), "rbe"));
   if (!file) return false;
   std::size_t length = 0;
   // One byte more than the file has, so that a single read finds its end.
@@ -44,7 +44,7 @@ bool readFile(const std::string& path, std::string& text) {
 }
 
 bool writeFile(const std::string& path, const std::string& text) {
-  FilePtr file(std::fopen(path.c_str(), "wb"));
+  FilePtr file(std::fopen(path.c_str(), "wbe"));
   if (!file) return false;
   const bool written = std::fwrite(text.data(), 1, text.size(), file.get()) == text.size();
   // A full disk may show no earlier than here.

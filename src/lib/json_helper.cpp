@@ -8,14 +8,33 @@
 #include <json/reader.h>
 #include <json/writer.h>
 
+#include <algorithm>
 #include <exception>
 
 namespace jobm::json {
+namespace {
+
+// True when nothing but blanks and comments is left: the reader itself stops behind the first
+// value.
+bool isRestEmpty(std::string_view rest) {
+  while (true) {
+    rest.remove_prefix(std::min(rest.find_first_not_of(" \t\r\n"), rest.size()));
+    if (rest.empty()) return true;
+    const bool isLine = rest.starts_with("//");
+    if (!isLine && !rest.starts_with("/*")) return false;
+    const std::size_t end = rest.find(isLine ? "\n" : "*/", 2);
+    if (end == std::string_view::npos) return isLine;
+    rest.remove_prefix(end + (isLine ? 1 : 2));
+  }
+}
+
+}  // namespace
 
 bool parse(std::string_view text, Json::Value& value) {
   try {
     Json::Reader reader;
-    return reader.parse(text.data(), text.data() + text.size(), value, false);
+    if (!reader.parse(text.data(), text.data() + text.size(), value, false)) return false;
+    return isRestEmpty(text.substr(static_cast<std::size_t>(value.getOffsetLimit())));
   } catch (const std::exception&) {
     return false;  // nested too deep: no JSON that this program understands
   }
