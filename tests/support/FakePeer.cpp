@@ -80,11 +80,11 @@ std::string Received::text(std::size_t i) const {
 }
 
 FakePeer::FakePeer(const std::string& busName, const std::vector<std::string>& rules)
-    : connection(connect()) {
-  if (!busName.empty()) {
+    : connection(connect()), name(busName) {
+  if (!name.empty()) {
     const int result =
-        dbus_bus_request_name(connection, busName.c_str(), DBUS_NAME_FLAG_DO_NOT_QUEUE, nullptr);
-    require(result == DBUS_REQUEST_NAME_REPLY_PRIMARY_OWNER, busName.c_str());
+        dbus_bus_request_name(connection, name.c_str(), DBUS_NAME_FLAG_DO_NOT_QUEUE, nullptr);
+    require(result == DBUS_REQUEST_NAME_REPLY_PRIMARY_OWNER, name.c_str());
   }
   for (const std::string& rule : rules) dbus_bus_add_match(connection, rule.c_str(), nullptr);
   dbus_connection_flush(connection);
@@ -94,6 +94,8 @@ FakePeer::FakePeer(const std::string& busName, const std::vector<std::string>& r
 FakePeer::~FakePeer() {
   stopping = true;
   thread.join();
+  // Waits for the daemon, so that the next peer of this name gets it.
+  if (!name.empty()) dbus_bus_release_name(connection, name.c_str(), nullptr);
   dbus_connection_close(connection);
   dbus_connection_unref(connection);
 }

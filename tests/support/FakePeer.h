@@ -72,6 +72,7 @@ class FakePeer {
   void reply(DBusMessage* call, const Answer& answer);
 
   DBusConnection* const connection;
+  const std::string name;
   std::map<std::string, std::function<Answer(const Received&)>> handlers;
   std::vector<Received> messages;
   mutable std::mutex lock;  // of handlers and messages

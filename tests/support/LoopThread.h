@@ -27,7 +27,7 @@ class LoopThread {
 
   /// Runs `task` on the loop's thread and returns what it returns.
   template <typename Task>
-  auto run(Task task) {
+  std::invoke_result_t<Task> run(Task task) {
     using Result = std::invoke_result_t<Task>;
     const auto packaged = std::make_shared<std::packaged_task<Result()>>(std::move(task));
     auto result = packaged->get_future();
