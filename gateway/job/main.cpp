@@ -28,6 +28,7 @@ constexpr gateway::OptionSpec kOptions[] = {
     {"scheduler", "", "reset: by the scheduler's own order"},
     {"json", "", "print the result as JSON"},
     {"expect", "FILE", "succeed when the result is what FILE says, whatever that is"},
+    {"no-wait", "", "leave when the order is on its way; prints the id of the deployment in it"},
     {"timeout", "SECONDS", "how long to wait for the result; default 60"},
     {"broker", "HOST:PORT", "the broker; default $GATEWAY_BROKER"},
     {"web-root", "DIR", "where the web server's files are; default $GATEWAY_WEB_ROOT"},
@@ -116,6 +117,14 @@ std::string makeOrder(const Options& options, const std::string& command, Order&
   return orderFor(options, settings, package, order);
 }
 
+int leaveOrder(const Broker& broker, const Order& order) {
+  const std::string failure = gateway::handOver(broker, order);
+  if (!failure.empty()) return fail(failure);
+  const std::string deployId = jobm::json::textOf(order.request, "deployId");
+  if (!deployId.empty()) std::puts(deployId.c_str());
+  return 0;
+}
+
 // Returns the exit status for the last word on an order.
 int judge(const Options& options, const Json::Value& result) {
   const std::string text =
@@ -158,6 +167,7 @@ int main(int argc, char** argv) {
   Order order;
   Json::Value result;
   std::string failure = makeOrder(options, command, order);
+  if (failure.empty() && options.has("no-wait")) return leaveOrder(broker, order);
   if (failure.empty())
     failure = gateway::submit(broker, order, options.number("timeout", 60), result);
   return failure.empty() ? judge(options, result) : fail(failure);

@@ -84,6 +84,10 @@ std::string submit(const Broker& broker, const Order& order, int seconds, Json::
   return "";
 }
 
+std::string handOver(const Broker& broker, const Order& order) {
+  return publishOnce(broker, kSubmitTopic, orderText(order, uniqueText()));
+}
+
 std::string publishOnce(const Broker& broker, const std::string& topic,
                         const std::string& payload) {
   bool answered = false;

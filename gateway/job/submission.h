@@ -28,6 +28,10 @@ inline constexpr int kResetJobs = 10219;
 /// and sets `result` to that event, or says what went wrong.
 std::string submit(const Broker& broker, const Order& order, int seconds, Json::Value& result);
 
+/// Hands `order` to the scheduler and leaves what becomes of it to others. Returns "" when the
+/// broker has it, or says what went wrong.
+std::string handOver(const Broker& broker, const Order& order);
+
 /// Publishes one message. Returns "" or says what went wrong.
 std::string publishOnce(const Broker& broker, const std::string& topic, const std::string& payload);
 

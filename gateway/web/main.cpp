@@ -3,6 +3,7 @@
 #include <httplib.h>
 
 #include <cstdio>
+#include <memory>
 
 #include "options.h"
 #include "road.h"
@@ -12,6 +13,8 @@ namespace {
 constexpr gateway::OptionSpec kOptions[] = {
     {"root", "DIR", "the folder to serve"},
     {"port", "NUMBER", "the port on 127.0.0.1; default 0, a free one"},
+    {"certificate", "FILE", "serve over TLS, with this certificate (PEM)"},
+    {"key", "FILE", "the certificate's private key (PEM)"},
 };
 
 constexpr const char* kHost = "127.0.0.1";
@@ -22,12 +25,23 @@ void logRequest(const httplib::Request& request, const httplib::Response& respon
   gateway::road("task-dispatcher", "gateway-web", what);
 }
 
+std::unique_ptr<httplib::Server> makeServer(const gateway::Options& options) {
+  if (!options.has("certificate")) return std::make_unique<httplib::Server>();
+  return std::make_unique<httplib::SSLServer>(options.get("certificate").c_str(),
+                                              options.get("key").c_str());
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   gateway::Options options;
   if (!options.parse(argc, argv, kOptions)) return 2;
-  httplib::Server server;
+  const std::unique_ptr<httplib::Server> made = makeServer(options);
+  httplib::Server& server = *made;
+  if (!server.is_valid()) {
+    std::fputs("--certificate and --key do not go together\n", stderr);
+    return 2;
+  }
   if (!server.set_mount_point("/", options.get("root"))) {
     std::fputs("--root must name a folder\n", stderr);
     return 2;
