@@ -1,0 +1,190 @@
+#include <CapturedLog.h>
+#include <fcntl.h>
+#include <gateway/log_macros.h>
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <climits>
+#include <csignal>
+#include <cstdlib>
+#include <ctime>
+#include <functional>
+#include <regex>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using test::CapturedLog;
+
+/// The record without its time.
+std::string afterTime(const std::string& record) {
+  return record.substr(std::min(record.find(' '), record.size()));
+}
+
+/// Runs `body` in a process of its own and returns how that ended.
+int statusOf(const std::function<void()>& body) {
+  const pid_t child = fork();
+  if (child == 0) {
+    body();
+    _exit(0);
+  }
+  int status = -1;
+  waitpid(child, &status, 0);
+  return status;
+}
+
+TEST(Log, WritesLevelFunctionAndMessageOnOneRecordWithOneLineEnd) {
+  struct Case {
+    int level;
+    const char* format;
+    const char* expected;
+  };
+  const Case cases[] = {
+      {0, "a debug text %d", ""},
+      {1, "no line end %d", " INFO f: no line end 7\n"},
+      {2, "one line end %d\n", " WARN f: one line end 7\n"},
+      {3, "two\nlines %d\n", " ERROR f: two\nlines 7\n"},
+      {5, "%d", " REPORT f: 7\n"},
+  };
+  for (const Case& c : cases) {
+    const CapturedLog log;
+    log_print(c.level, "color", "tag", "path", "f", 1, c.format, 7);
+    EXPECT_EQ(afterTime(log.text()), c.expected);
+  }
+}
+
+TEST(Log, TellsTheTimeInUtcWhateverTheTimeZoneIs) {
+  setenv("TZ", "Asia/Tokyo", 1);
+  tzset();
+  const CapturedLog log;
+  const std::time_t before = std::time(nullptr);
+  LOGI("now");
+  const std::time_t after = std::time(nullptr);
+  unsetenv("TZ");
+  tzset();
+  ASSERT_TRUE(std::regex_search(log.text(),
+                                std::regex(R"(^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z INFO )")));
+  std::tm time{};
+  ASSERT_NE(strptime(log.text().c_str(), "%Y-%m-%dT%H:%M:%S", &time), nullptr);
+  // One second off: the coarse clock of time() may be a tick behind.
+  EXPECT_GE(timegm(&time), before);
+  EXPECT_LE(timegm(&time), after + 1);
+}
+
+TEST(Log, CutsALongRecordBetweenTwoCharactersAndMarksIt) {
+  const std::string_view mark = " [cut]\n";
+  std::string characters;
+  while (characters.size() < 2 * PIPE_BUF) characters += "xéの𝄞";
+  for (std::size_t shift = 0; shift < 10; ++shift) {
+    const CapturedLog log;
+    LOGI("%s", (std::string(shift, '-') + characters).c_str());
+    const std::string record = log.text();
+    ASSERT_TRUE(record.ends_with(mark));
+    EXPECT_LE(record.size(), std::size_t{PIPE_BUF});
+    EXPECT_GT(record.size(), std::size_t{PIPE_BUF} - 5) << "more is lost than one character";
+    const std::size_t begin = record.find("xé");
+    const std::string kept = record.substr(begin, record.size() - mark.size() - begin);
+    EXPECT_TRUE(characters.starts_with(kept));
+    EXPECT_NE(static_cast<unsigned char>(characters[kept.size()]) & 0xC0U, 0x80U) << "split";
+  }
+}
+
+TEST(Log, RecordsOfManyThreadsStayWhole) {
+  constexpr std::size_t kThreads = 4;
+  constexpr std::size_t kRecords = 200;
+  const CapturedLog log;
+  // As a log file is opened: a memory file doesn't take turns by itself.
+  fcntl(STDERR_FILENO, F_SETFL, O_APPEND);
+  std::vector<std::thread> threads;
+  for (std::size_t t = 0; t < kThreads; ++t) {
+    threads.emplace_back([] {
+      for (std::size_t i = 0; i < kRecords; ++i) LOGI("begin %s end", std::string(i, 'x').c_str());
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  const std::regex whole(R"(\S+Z INFO operator\(\): begin x* end\n)");
+  const std::string text = log.text();
+  std::size_t length = 0;
+  std::size_t count = 0;
+  for (std::sregex_iterator it(text.begin(), text.end(), whole), end; it != end; ++it, ++count) {
+    length += static_cast<std::size_t>(it->length());
+  }
+  EXPECT_EQ(count, kThreads * kRecords);
+  EXPECT_EQ(length, text.size());
+}
+
+constexpr int kSignals = 500;
+std::atomic<int> handled{0};
+
+TEST(Log, WorksInAHandlerThatInterruptsAllocationAndLeavesErrnoAlone) {
+  const CapturedLog log;
+  struct sigaction action {};
+  action.sa_handler = [](int) {
+    LOGI("handled %d %s %f", 1, "text", 0.5);
+    ++handled;
+  };
+  sigaction(SIGUSR1, &action, nullptr);
+  std::atomic<bool> sure{true};
+  const pthread_t interrupted = pthread_self();
+  std::thread interrupting([&] {
+    for (int sent = 0; sent < kSignals; ++sent) {
+      pthread_kill(interrupted, SIGUSR1);
+      while (handled <= sent) std::this_thread::yield();
+    }
+  });
+  while (handled < kSignals) {
+    errno = ERANGE;
+    void* block = std::malloc(1 + static_cast<std::size_t>(handled));
+    if (errno != ERANGE) sure = false;
+    std::free(block);
+  }
+  interrupting.join();
+  signal(SIGUSR1, SIG_DFL);
+  EXPECT_TRUE(sure);
+  EXPECT_EQ(log.count(": handled 1 text 0.500000\n"), std::size_t{kSignals});
+}
+
+TEST(Log, SurvivesAReaderThatIsGoneAndLeavesTheCallersOwnSignalPending) {
+  const int status = statusOf([] {
+    int ends[2];
+    if (pipe(ends) != 0) _exit(1);
+    close(ends[0]);
+    dup2(ends[1], STDERR_FILENO);
+    LOGI("to nobody");
+    sigset_t pipeSignal;
+    sigset_t pending;
+    sigemptyset(&pipeSignal);
+    sigaddset(&pipeSignal, SIGPIPE);
+    sigprocmask(SIG_BLOCK, &pipeSignal, nullptr);
+    LOGI("to nobody");
+    sigpending(&pending);
+    if (sigismember(&pending, SIGPIPE) != 0) _exit(2);
+    raise(SIGPIPE);
+    LOGI("to nobody");
+    sigpending(&pending);
+    if (sigismember(&pending, SIGPIPE) != 1) _exit(3);
+  });
+  EXPECT_EQ(status, 0);
+}
+
+TEST(Log, DropsRecordsAfterItsEnd) {
+  const CapturedLog log;
+  EXPECT_EQ(statusOf([] {
+              LOGE("before");
+              log_destroy();
+              LOGE("after");
+            }),
+            0);
+  EXPECT_TRUE(log.has("before"));
+  EXPECT_FALSE(log.has("after"));
+}
+
+}  // namespace
