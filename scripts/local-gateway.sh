@@ -13,6 +13,12 @@ declare -A pid_of=()
 # name of an executor -> options of gateway-executor that it gets besides
 declare -A options_of=()
 service_starts=0
+# Which build of the service is started.
+service_program=task-dispatcher
+# Options that gateway-web gets besides, and what its URLs begin with.
+web_options=() web_scheme=http
+# Set: the messages on the road are not shown, only what the caller says.
+brief_road=
 # Lines of the road that await_road passes over.
 road_mark=0
 
@@ -40,6 +46,7 @@ print_road() {
   follow "$GATEWAY_ROAD" 1
   while IFS= read -r -u "$followed" line; do
     [[ $line != '== end' ]] || break
+    [[ ! $brief_road || $line != *' -> '* ]] || continue
     printf '%s\n' "$line"
   done
   unfollow
@@ -164,9 +171,9 @@ start_scheduler() {
 }
 
 start_web() {
-  start gateway-web "$build/gateway-web" --root "$GATEWAY_WEB_ROOT"
+  start gateway-web "$build/gateway-web" --root "$GATEWAY_WEB_ROOT" "${web_options[@]}"
   await_road 'listens on port'
-  GATEWAY_WEB_URL=http://127.0.0.1:$(sed -n 's/.*listens on port //p' "$GATEWAY_ROAD" | tail -n 1)
+  GATEWAY_WEB_URL=$web_scheme://127.0.0.1:$(sed -n 's/.*listens on port //p' "$GATEWAY_ROAD" | tail -n 1)
   export GATEWAY_WEB_URL
 }
 
@@ -218,7 +225,7 @@ start_service() {
   local log=$home/logs/task-dispatcher.log
   [[ ! -e $log ]] || mv "$log" "$log.$((++service_starts))"
   mark_road
-  start task-dispatcher env --chdir="$repository/scripts" "$build/task-dispatcher"
+  start task-dispatcher env --chdir="$repository/scripts" "$build/$service_program"
   await_road 'registerExecutor succeeded'
   await_road 'registerParser succeeded'
   await_log task-dispatcher 'runnerId ='
@@ -232,6 +239,12 @@ set_identity() {
 
 # start_gateway: all of it, in a prepared home. Returns when the service has been granted its runner id.
 start_gateway() {
+  start_neighbours
+  start_service
+}
+
+# start_neighbours: all but the service. Returns when they are connected.
+start_neighbours() {
   local name
   set_identity
   start_broker
@@ -247,7 +260,20 @@ start_gateway() {
   for name in Rillmark IFTTTEngine CorvexConfig driver_manager; do
     await_road "$name +-> bus +owns"
   done
-  start_service
+}
+
+# ask_bus METHOD [ARGUMENT...]: what the bus daemon itself answers.
+ask_bus() {
+  local method=$1
+  shift
+  DBUS_SESSION_BUS_ADDRESS=unix:path=/tmp/var/run/mbusd/mbusd_socket dbus-send --session \
+    --print-reply=literal --dest=org.freedesktop.DBus / "org.freedesktop.DBus.$method" "$@"
+}
+
+# bus_pid NAME: the process id of the owner of a bus name. Fails when it has none.
+bus_pid() {
+  local reply
+  reply=$(ask_bus GetConnectionUnixProcessID "string:$1" 2>/dev/null) && echo "${reply##* }"
 }
 
 # resources_of FILE: the resource ids of a recorded payload, in order, in one line.
