@@ -74,11 +74,15 @@ start() {
   pid_of[$name]=$!
 }
 
-# end NAME [SIGNAL]: ends it and waits for it. Its exit status.
+# end NAME [SIGNAL]: ends it and waits for it, by force after 10 s. Its exit status.
 end() {
-  local status=0
-  kill -s "${2:-TERM}" "${pid_of[$1]}" 2>/dev/null || true
-  wait "${pid_of[$1]}" 2>/dev/null || status=$?
+  local status=0 pid=${pid_of[$1]}
+  kill -s "${2:-TERM}" "$pid" 2>/dev/null || true
+  if ! timeout 10 tail -s 0.05 --pid="$pid" -f /dev/null; then
+    echo "local-gateway: $1 does not end" >&2
+    kill -s KILL "$pid" 2>/dev/null || true
+  fi
+  wait "$pid" 2>/dev/null || status=$?
   unset "pid_of[$1]"
   return "$status"
 }

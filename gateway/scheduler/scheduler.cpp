@@ -84,12 +84,13 @@ void Scheduler::onMessage(const std::string& topic, const std::string& payload) 
 void Scheduler::onSubmit(const Json::Value& order) {
   Job job{.token = jobm::json::textOf(order, "token"),
           .jobId = order.get("jobId", Json::Value::Int64{nextId}).asInt64(),
-          .ackId = nextId,
+          .ackId = nextId + 1,
           .ackCode = order.get("ackCode", kAddJob).asInt(),
           .executor = order.get("executor", "ConfigManager").asString(),
           .ackContent = jobm::json::textOf(order, "ackContent"),
           .request = order.get("request", Json::Value())};
-  ++nextId;
+  // Two numbers, because a gateway that confuses the two must be noticed.
+  nextId += 2;
   road("gateway-job", kMe,
        "order " + std::to_string(job.ackCode) + ", job " + std::to_string(job.jobId));
   jobs.push_back(std::move(job));
