@@ -1,0 +1,72 @@
+// A heartbeat's reply with many delete orders, against publishing as many reports.
+#include <json_helper.h>
+
+#include <set>
+#include <string>
+
+#include "rows.h"
+#include "support/gateway.h"
+#include "support/process.h"
+
+namespace bench {
+namespace {
+
+std::string ordersOf(std::size_t count) {
+  std::string orders = "[";
+  for (std::size_t i = 0; i < count; ++i) {
+    if (i > 0) orders += ',';
+    const std::string id = std::to_string(i + 1);
+    orders += R"({"id":)" + id + R"(,"ackCode":10204,"jobId":)" + id +
+              R"(,"executor":"ConfigManager","ackContent":"{}"})";
+  }
+  return orders + "]";
+}
+
+std::size_t differentIds(const std::vector<std::string>& reports) {
+  std::set<std::int64_t> ids;
+  for (const std::string& report : reports) {
+    Json::Value request;
+    require(jobm::json::parse(report, request), "a report is no JSON");
+    ids.insert(request["id"].asInt64());
+  }
+  return ids.size();
+}
+
+// Publishes like any client of the bridge that doesn't wait for the answers.
+double publishMany(Gateway& gateway, std::size_t count, const std::string& payload) {
+  const Connection connection = connectBus();
+  gateway.forget();
+  const double begin = now();
+  for (std::size_t i = 0; i < count; ++i) {
+    const Message call = makeCall(kBridge, "publish", {"/bench/floor", payload});
+    const dbus_int32_t qos = 1;
+    dbus_message_append_args(call.get(), DBUS_TYPE_INT32, &qos, DBUS_TYPE_INVALID);
+    dbus_connection_send(connection.get(), call.get(), nullptr);
+  }
+  dbus_connection_flush(connection.get());
+  await("not published", [&] { return gateway.otherCount() >= count; });
+  return gateway.published().lastMessage - begin;
+}
+
+}  // namespace
+
+void deletes(const Options& options) {
+  Gateway gateway;
+  const Service service(gateway);
+  const std::size_t count = options.scaled(1000);
+  const std::string orders = ordersOf(count);
+  for (int run = 0; run < options.runs; ++run) {
+    const std::string reply = heartbeatReply(gateway.takeHeartbeat(), orders);
+    gateway.forget();
+    const double begin = now();
+    service.send(replyTopic(), reply);
+    await("status reports are missing", [&] { return gateway.statusCount() >= count; });
+    const auto published = gateway.published();
+    sample("deletes", "s", "service", published.lastMessage - begin);
+    sample("deletes", "different ids", "service",
+           static_cast<double>(differentIds(published.statuses)));
+    sample("deletes", "s", "floor", publishMany(gateway, count, published.statuses[0]));
+  }
+}
+
+}  // namespace bench

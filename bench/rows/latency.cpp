@@ -1,0 +1,39 @@
+// Reply latency of an asynchronous call over a proxy of the bus layer, beside a server on the loop.
+#include <cstdio>
+#include <string>
+
+#include "rows.h"
+#include "support/gateway.h"
+#include "support/process.h"
+
+namespace bench {
+namespace {
+
+constexpr const char* kEcho = "bench.echo";
+
+void measure(const char* side, std::size_t calls) {
+  Child program({beside("bench-latency"), side, std::to_string(calls)}, "/dev/null", true);
+  double median = 0;
+  double p99 = 0;
+  // Lines of the bus layer may come before.
+  const std::string output = program.readOutput();
+  const std::size_t last = output.rfind('\n', output.size() - 2);
+  const char* line = output.c_str() + (last == std::string::npos ? 0 : last + 1);
+  require(std::sscanf(line, "%lf %lf", &median, &p99) == 2, "no figures");
+  sample("latency", "median ms", side, median * 1e3);
+  sample("latency", "p99 ms", side, p99 * 1e3);
+}
+
+}  // namespace
+
+void latency(const Options& options) {
+  Child echo({beside("bench-floor"), "server", kEcho, "64", "0"});
+  const Connection connection = connectBus();
+  await("no peer",
+        [&] { return dbus_bus_name_has_owner(connection.get(), kEcho, nullptr) != FALSE; });
+  for (int run = 0; run < options.runs; ++run) {
+    for (const char* side : {"service", "floor"}) measure(side, options.scaled(500));
+  }
+}
+
+}  // namespace bench

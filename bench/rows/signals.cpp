@@ -1,0 +1,133 @@
+// Signals of the bridge: replies to requests that nobody knows, and triggers.
+#include <atomic>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <thread>
+
+#include "rows.h"
+#include "support/gateway.h"
+#include "support/process.h"
+
+namespace bench {
+namespace {
+
+constexpr const char* kFloor = "bench.floor.signals";
+constexpr const char* kFloorBridge = "bench.bridge";
+constexpr const char* kLog = "/tarnvale/service.log";
+
+// The rule engine's side of a trigger: counts what the service passes on.
+class Engine {
+ public:
+  Engine() : connection(connectBus()) {
+    dbus_bus_add_match(connection.get(), "type='signal',member='IFTTTEngine_Event_Invoke'",
+                       nullptr);
+    dbus_connection_flush(connection.get());
+    thread = std::thread([this] { run(); });
+  }
+  ~Engine() {
+    stopping = true;
+    thread.join();
+  }
+  Engine(const Engine&) = delete;
+  Engine& operator=(const Engine&) = delete;
+
+  std::size_t count() const { return received; }
+
+ private:
+  void run() {
+    while (!stopping && dbus_connection_read_write(connection.get(), 100)) {
+      while (DBusMessage* raw = dbus_connection_pop_message(connection.get())) {
+        const Message message(raw);
+        if (dbus_message_is_signal(raw, kService, "IFTTTEngine_Event_Invoke")) ++received;
+      }
+    }
+  }
+
+  Connection connection;
+  std::atomic<std::size_t> received = 0;
+  std::atomic<bool> stopping = false;
+  std::thread thread;
+};
+
+struct Kind {
+  const char* name;
+  std::string topic;
+  std::string payload;
+};
+
+// Signals a second, until everything was handled: the daemon keeps the order, so a call that was
+// sent behind them is answered behind them.
+double rate(DBusConnection* connection, const char* from, const Kind& kind, std::size_t count,
+            const char* to, const char* member) {
+  const Message signal = makeSignal(from, "subscribe_event", {kind.topic, kind.payload});
+  const double begin = now();
+  for (std::size_t i = 0; i < count; ++i) {
+    const Message copy(dbus_message_copy(signal.get()));
+    dbus_connection_send(connection, copy.get(), nullptr);
+  }
+  callBlocking(connection, makeCall(to, member, {}).get());
+  return static_cast<double>(count) / (now() - begin);
+}
+
+std::size_t countOfFloor(DBusConnection* connection) {
+  const Message counted = callBlocking(connection, makeCall(kFloor, "count", {}).get());
+  return std::stoul(textsOf(counted.get()).at(0));
+}
+
+std::size_t unknownIdsInLog() {
+  std::ifstream log(kLog);
+  std::size_t count = 0;
+  for (std::string line; std::getline(log, line);) {
+    count += line.find("no exist") != std::string::npos ? 1 : 0;
+  }
+  return count;
+}
+
+void measureService(Service& service, const Kind& kind, std::size_t count, const Engine& engine) {
+  std::filesystem::resize_file(kLog, 0);
+  const std::size_t passedOn = engine.count();
+  const std::string name = kind.name;
+  const double before = usageOf(service.child().id()).resident;
+  const double result = rate(service.bus(), kBridge, kind, count, kService, "getSelfDescribing");
+  sample("signals", name + ": signals/s", "service", result);
+  if (name == "unknown ids") {
+    sample("signals", name + ": lost", "service",
+           static_cast<double>(count) - static_cast<double>(unknownIdsInLog()));
+  } else {
+    await(
+        "triggers were lost", [&] { return engine.count() - passedOn >= count; }, 60);
+    sample("signals", name + ": lost", "service",
+           static_cast<double>(count) - static_cast<double>(engine.count() - passedOn));
+  }
+  sample("signals", name + ": memory kept KiB", "service",
+         usageOf(service.child().id()).resident - before);
+}
+
+}  // namespace
+
+void signals(const Options& options) {
+  Gateway gateway;
+  Service service(gateway, kLog);
+  const Engine engine;
+  const Child floor({beside("bench-floor"), "server", kFloor, "0", "0"});
+  await("no floor",
+        [&] { return dbus_bus_name_has_owner(service.bus(), kFloor, nullptr) != FALSE; });
+  const std::string padding(960, 'x');
+  const Kind kinds[] = {
+      {"unknown ids", replyTopic(),
+       R"({"id":1,"reply":true,"attrs":[{"code":200,"data":")" + padding + R"(","message":""}]})"},
+      {"triggers", "/sys/bench/gateway/edge/rule/trigger", R"({"value":")" + padding + "\"}"}};
+  const std::size_t count = options.scaled(100000);
+  for (int run = 0; run < options.runs; ++run) {
+    for (const Kind& kind : kinds) {
+      measureService(service, kind, count, engine);
+      const std::size_t before = countOfFloor(service.bus());
+      const double result = rate(service.bus(), kFloorBridge, kind, count, kFloor, "count");
+      sample("signals", std::string(kind.name) + ": signals/s", "floor", result);
+      require(countOfFloor(service.bus()) - before == count, "the floor lost signals");
+    }
+  }
+}
+
+}  // namespace bench

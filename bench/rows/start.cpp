@@ -1,0 +1,55 @@
+// From the start to the bus name, from the signal to the end.
+#include <signal.h>
+
+#include <string>
+#include <vector>
+
+#include "rows.h"
+#include "support/gateway.h"
+#include "support/process.h"
+
+namespace bench {
+namespace {
+
+// When the bus says that `name` has an owner.
+double ownedAt(DBusConnection* connection, const std::string& name) {
+  while (dbus_connection_read_write(connection, 1000)) {
+    while (DBusMessage* raw = dbus_connection_pop_message(connection)) {
+      const Message message(raw);
+      if (!dbus_message_is_signal(raw, DBUS_INTERFACE_DBUS, "NameOwnerChanged")) continue;
+      const std::vector<std::string> texts = textsOf(raw);
+      if (texts.at(0) == name && !texts.at(2).empty()) return now();
+    }
+  }
+  require(false, "the name was never owned");
+  return 0;
+}
+
+void measure(const char* side, DBusConnection* connection, const std::string& name,
+             const std::vector<std::string>& command) {
+  double begin = now();
+  Child child(command);
+  sample("start", "start ms", side, (ownedAt(connection, name) - begin) * 1e3);
+  begin = now();
+  child.signal(SIGTERM);
+  child.wait();
+  sample("start", "stop ms", side, (now() - begin) * 1e3);
+}
+
+}  // namespace
+
+void start(const Options& options) {
+  const Connection connection = connectBus();
+  dbus_bus_add_match(connection.get(), "type='signal',member='NameOwnerChanged'", nullptr);
+  dbus_connection_flush(connection.get());
+  for (int run = 0; run < options.runs; ++run) {
+    // Short enough for several in every run.
+    for (int i = 0; i < 4; ++i) {
+      measure("service", connection.get(), kService, {beside("task-dispatcher")});
+      measure("floor", connection.get(), "bench.floor.start",
+              {beside("bench-floor"), "server", "bench.floor.start", "0", "5"});
+    }
+  }
+}
+
+}  // namespace bench

@@ -1,0 +1,152 @@
+#include "process.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include "bus.h"
+
+namespace bench {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string procOf(pid_t process) { return "/proc/" + std::to_string(process); }
+
+// The sum of the lines "Key: number" of a status file whose key is in `keys`.
+double statusSum(const fs::path& file, const std::vector<std::string>& keys) {
+  std::ifstream status(file);
+  double sum = 0;
+  for (std::string line; std::getline(status, line);) {
+    const std::string key = line.substr(0, line.find(':'));
+    if (std::find(keys.begin(), keys.end(), key) == keys.end()) continue;
+    sum += std::strtod(line.c_str() + key.size() + 1, nullptr);
+  }
+  return sum;
+}
+
+[[noreturn]] void become(const std::vector<std::string>& command, const std::string& log, int out) {
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  const int file = open(log.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
+  dup2(file, STDERR_FILENO);
+  dup2(out >= 0 ? out : file, STDOUT_FILENO);
+  std::vector<char*> arguments;
+  for (const std::string& argument : command) {
+    arguments.push_back(const_cast<char*>(argument.c_str()));
+  }
+  arguments.push_back(nullptr);
+  execvp(arguments[0], arguments.data());
+  _exit(127);
+}
+
+}  // namespace
+
+double now() {
+  timespec time{};
+  clock_gettime(CLOCK_MONOTONIC, &time);
+  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
+}
+
+void await(const char* what, const std::function<bool()>& condition, double seconds) {
+  const double end = now() + seconds;
+  while (!condition()) {
+    require(now() < end, what);
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+}
+
+Usage usageOf(pid_t process) {
+  const fs::path proc = procOf(process);
+  Usage usage;
+  usage.resident = statusSum(proc / "status", {"VmRSS"});
+  usage.anonymous = statusSum(proc / "status", {"RssAnon"});
+  usage.peak = statusSum(proc / "status", {"VmHWM"});
+  for (const auto& task : fs::directory_iterator(proc / "task")) {
+    ++usage.threads;
+    usage.switches += statusSum(task.path() / "status",
+                                {"voluntary_ctxt_switches", "nonvoluntary_ctxt_switches"});
+    double nanoseconds = 0;
+    std::ifstream(task.path() / "schedstat") >> nanoseconds;
+    usage.cpu += nanoseconds * 1e-9;
+  }
+  for ([[maybe_unused]] const auto& file : fs::directory_iterator(proc / "fd")) {
+    ++usage.descriptors;
+  }
+  return usage;
+}
+
+void resetPeak(pid_t process) { std::ofstream(procOf(process) + "/clear_refs") << "5"; }
+
+Child::Child(const std::vector<std::string>& command, const std::string& log, bool piped) {
+  int ends[2] = {-1, -1};
+  if (piped) require(pipe2(ends, O_CLOEXEC) == 0, "no pipe");
+  process = fork();
+  if (process == 0) become(command, log, ends[1]);
+  require(process > 0, "no process");
+  if (ends[1] >= 0) close(ends[1]);
+  output = ends[0];
+}
+
+Child::~Child() {
+  if (output >= 0) close(output);
+  if (process < 0) return;
+  kill(process, SIGKILL);
+  wait();
+}
+
+void Child::signal(int number) const { kill(process, number); }
+
+int Child::wait() {
+  int status = 0;
+  waitpid(process, &status, 0);
+  process = -1;
+  return status;
+}
+
+std::string Child::readOutput() {
+  std::string text;
+  char buffer[4096];
+  for (ssize_t got = 0; (got = read(output, buffer, sizeof buffer)) > 0;) {
+    text.append(buffer, static_cast<std::size_t>(got));
+  }
+  require(wait() == 0, "a program failed");
+  return text;
+}
+
+double timeCommand(const std::vector<std::string>& command) {
+  const double begin = now();
+  Child child(command);
+  require(child.wait() == 0, command[0].c_str());
+  return now() - begin;
+}
+
+std::string beside(const std::string& program) {
+  static const fs::path folder = fs::read_symlink("/proc/self/exe").parent_path();
+  return folder / program;
+}
+
+void sample(const std::string& row, const std::string& metric, const char* side, double value) {
+  std::printf("%s\t%s\t%s\t%.9g\n", row.c_str(), metric.c_str(), side, value);
+  std::fflush(stdout);
+}
+
+double percentile(std::vector<double>& values, double percent) {
+  require(!values.empty(), "nothing was measured");
+  std::sort(values.begin(), values.end());
+  const double rank = std::ceil(percent / 100 * static_cast<double>(values.size()));
+  return values[static_cast<std::size_t>(std::max(rank, 1.0)) - 1];
+}
+
+}  // namespace bench

@@ -1,0 +1,71 @@
+/// Child processes, what they use, and the time that things take.
+#pragma once
+
+#include <sys/types.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace bench {
+
+/// Seconds of the monotonic clock.
+double now();
+
+/// Waits, up to `seconds`, until `condition` holds; ends the program when it never does.
+void await(const char* what, const std::function<bool()>& condition, double seconds = 120);
+
+/// What a process uses; sizes in KiB, CPU time in seconds since its start.
+struct Usage {
+  double resident = 0;
+  double anonymous = 0;
+  double peak = 0;  // of the resident memory
+  double cpu = 0;
+  double switches = 0;
+  double threads = 0;
+  double descriptors = 0;
+};
+Usage usageOf(pid_t process);
+
+/// Sets the peak of the resident memory back to what it is now.
+void resetPeak(pid_t process);
+
+/// A child process, ended with it.
+class Child {
+ public:
+  /// Starts `command` with its standard error in the file `log` (appended) and its standard output
+  /// there, too, or in the pipe that readOutput reads.
+  Child(const std::vector<std::string>& command, const std::string& log = "/dev/null",
+        bool piped = false);
+  ~Child();
+  Child(const Child&) = delete;
+  Child& operator=(const Child&) = delete;
+
+  pid_t id() const { return process; }
+  void signal(int number) const;
+
+  /// Everything that it writes, once it has ended; ends the program unless the status was 0.
+  std::string readOutput();
+
+  /// Waits for its end and returns the status as waitpid gives it.
+  int wait();
+
+ private:
+  pid_t process = -1;
+  int output = -1;
+};
+
+/// Runs a command and returns the wall-clock seconds it took; ends the program unless its status
+/// is 0.
+double timeCommand(const std::vector<std::string>& command);
+
+/// The programs that were built beside this one.
+std::string beside(const std::string& program);
+
+/// Prints one figure for the report.
+void sample(const std::string& row, const std::string& metric, const char* side, double value);
+
+/// The `percent`-th percentile; sorts.
+double percentile(std::vector<double>& values, double percent);
+
+}  // namespace bench
