@@ -3,7 +3,7 @@
 
 namespace {
 
-constexpr gateway::OptionSpec kOptions[] = {
+constexpr gateway::OptionEntry kOptions[] = {
     {"host", "NAME", "the broker's host; default 127.0.0.1"},
     {"port", "NUMBER", "the broker's port; default 1883"},
     {"client-id", "TEXT", "MQTT client id; default mqtt-bridge"},

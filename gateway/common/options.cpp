@@ -8,17 +8,17 @@
 namespace gateway {
 namespace {
 
-void printHelp(const char* program, std::span<const OptionSpec> specs) {
+void printHelp(const char* program, std::span<const OptionEntry> allowed) {
   std::fprintf(stderr, "usage: %s\n", program);
-  for (const OptionSpec& spec : specs) {
-    const std::string left = "--" + std::string(spec.name) + " " + std::string(spec.value);
-    std::fprintf(stderr, "  %-26s %s\n", left.c_str(), std::string(spec.help).c_str());
+  for (const OptionEntry& entry : allowed) {
+    const std::string left = "--" + std::string(entry.name) + " " + std::string(entry.value);
+    std::fprintf(stderr, "  %-26s %s\n", left.c_str(), std::string(entry.help).c_str());
   }
 }
 
 }  // namespace
 
-bool Options::parse(int argc, char** argv, std::span<const OptionSpec> specs) {
+bool Options::parse(int argc, char** argv, std::span<const OptionEntry> allowed) {
   const std::span<char*> args(argv, static_cast<std::size_t>(argc));
   for (std::size_t i = 1; i < args.size(); ++i) {
     const std::string_view word = args[i];
@@ -27,14 +27,15 @@ bool Options::parse(int argc, char** argv, std::span<const OptionSpec> specs) {
       continue;
     }
     const std::string_view name = word.substr(2);
-    const auto spec = std::ranges::find(specs, name, &OptionSpec::name);
-    const bool valueMissing = spec != specs.end() && !spec->value.empty() && i + 1 == args.size();
-    if (spec == specs.end() || valueMissing) {
+    const auto entry = std::ranges::find(allowed, name, &OptionEntry::name);
+    const bool valueMissing =
+        entry != allowed.end() && !entry->value.empty() && i + 1 == args.size();
+    if (entry == allowed.end() || valueMissing) {
       if (name != "help") std::fprintf(stderr, "bad option %s\n", args[i]);
-      printHelp(args[0], specs);
+      printHelp(args[0], allowed);
       return false;
     }
-    values[std::string(name)].emplace_back(spec->value.empty() ? "" : args[++i]);
+    values[std::string(name)].emplace_back(entry->value.empty() ? "" : args[++i]);
   }
   return true;
 }

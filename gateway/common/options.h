@@ -9,7 +9,7 @@
 
 namespace gateway {
 
-struct OptionSpec {
+struct OptionEntry {
   std::string_view name;   // without the two dashes
   std::string_view value;  // what to call its value in the help; empty for a flag
   std::string_view help;
@@ -18,9 +18,9 @@ struct OptionSpec {
 class Options {
  public:
   /// Reads the arguments of main(). Returns false, with a message and the list of options on
-  /// standard error, for an option that `specs` does not name or whose value is missing. "--help"
+  /// standard error, for an option that `allowed` does not name or whose value is missing. "--help"
   /// does so too.
-  bool parse(int argc, char** argv, std::span<const OptionSpec> specs);
+  bool parse(int argc, char** argv, std::span<const OptionEntry> allowed);
 
   bool has(const std::string& name) const { return values.contains(name); }
 

@@ -7,7 +7,7 @@
 
 namespace {
 
-constexpr gateway::OptionSpec kOptions[] = {
+constexpr gateway::OptionEntry kOptions[] = {
     {"name", "TEXT", "executor name, for example driver_manager"},
     {"bus-name", "NAME", "bus name and interface, for example iot.driver.manager"},
     {"path", "PATH", "object path, for example /iot/driver/manager"},

@@ -21,7 +21,7 @@ using gateway::Options;
 using gateway::Order;
 using gateway::Package;
 
-constexpr gateway::OptionSpec kOptions[] = {
+constexpr gateway::OptionEntry kOptions[] = {
     {"encrypt", "", "encrypt the package with the device secret of the configuration store"},
     {"inline", "", "send the package inside the job instead of serving it"},
     {"job", "ID", "delete: the job with this id, by the scheduler's own order"},

@@ -5,7 +5,7 @@
 
 namespace {
 
-constexpr gateway::OptionSpec kOptions[] = {
+constexpr gateway::OptionEntry kOptions[] = {
     {"host", "NAME", "the broker's host; default 127.0.0.1"},
     {"port", "NUMBER", "the broker's port; default 1883"},
     {"product-key", "TEXT", "the gateway's product key"},

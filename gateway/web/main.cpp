@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr gateway::OptionSpec kOptions[] = {
+constexpr gateway::OptionEntry kOptions[] = {
     {"root", "DIR", "the folder to serve"},
     {"port", "NUMBER", "the port on 127.0.0.1; default 0, a free one"},
     {"certificate", "FILE", "serve over TLS, with this certificate (PEM)"},
