@@ -27,13 +27,13 @@ while [[ $# != 0 ]]; do
   shift
 done
 
-# enter_sandbox [CMAKE OPTION...]: builds, and begins again inside a sandbox; returns there.
+# enter_sandbox: builds, and begins again inside a sandbox; returns there.
 enter_sandbox() {
   [[ ! ${IN_SANDBOX:-} ]] || return 0
   if [[ ! $no_build ]]; then
     # shellcheck source=scripts/packages
     source "$repository/scripts/packages"
-    make_programs "$build" "$@"
+    make_programs "$build"
   fi
   exec "$repository/scripts/in-sandbox" "$self" --no-build "${arguments[@]}"
 }
