@@ -1,0 +1,181 @@
+#include <CapturedLog.h>
+#include <DMessage.h>
+#include <Utf8.h>
+#include <gtest/gtest.h>
+
+#include <limits>
+#include <memory>
+#include <string>
+
+namespace {
+
+using quillon::DMessage;
+using Message = std::shared_ptr<DMessage>;
+
+Message newCall() {
+  return DMessage::makeNewMethodCallMessage("iot.test.service", "/iot/test", "iot.test", "run");
+}
+
+// What a receiver of the message reads; the message lives as long as the one given.
+DMessage readerOf(const Message& message) { return {message->raw(), DMessage::kRead}; }
+
+TEST(Message, GivesBackInOrderWhatWasWritten) {
+  const Message call = newCall();
+  test::CapturedLog log;
+  call->writeInt16(-32768).writeInt32(std::numeric_limits<std::int32_t>::min());
+  call->writeDouble(-0.5).writeBoolean(true).writeBoolean(false).writeString("");
+  call->writeString(std::string("täxt")).writeUInt32(0xFFFFFFFF);
+  DMessage reader = readerOf(call);
+  EXPECT_EQ(reader.readInt16(), -32768);
+  EXPECT_EQ(reader.readInt32(), std::numeric_limits<std::int32_t>::min());
+  EXPECT_EQ(reader.readDouble(), -0.5);
+  EXPECT_TRUE(reader.readBoolean());
+  EXPECT_FALSE(reader.readBoolean());
+  EXPECT_EQ(reader.readString(), "");
+  EXPECT_EQ(reader.readString(), "täxt");
+  EXPECT_EQ(log.text(), "");
+  EXPECT_EQ(reader.readInt32(), 0);  // no reader takes a UInt32
+
+  std::uint32_t number = 0;
+  EXPECT_FALSE(readFirstUInt32(*call, number));
+  const Message counted = newCall();
+  counted->writeUInt32(4000000000U);
+  EXPECT_TRUE(readFirstUInt32(*counted, number));
+  EXPECT_EQ(number, 4000000000U);
+}
+
+TEST(Message, KeepsAnArgumentThatIsReadAsAnotherType) {
+  const Message call = newCall();
+  call->writeString("7");
+  DMessage reader = readerOf(call);
+  const test::CapturedLog log;
+  EXPECT_EQ(reader.readInt16(), 0);
+  EXPECT_EQ(reader.readInt32(), 0);
+  EXPECT_EQ(reader.readDouble(), 0.0);
+  EXPECT_FALSE(reader.readBoolean());
+  EXPECT_EQ(reader.readString(), "7");
+  EXPECT_EQ(reader.readString(), "") << "past the last argument";
+  for (const std::string type : {"Int16", "Int32", "Double", "Boolean", "String"}) {
+    EXPECT_EQ(log.count("read DMessage value '" + type + "' failed.\n"), 1U) << type;
+  }
+}
+
+// libdbus ends the process on each of these.
+TEST(Message, IsNotMadeOfNamesThatBreakTheRules) {
+  for (const char* destination : {"", "nodot", "a..b", "a.ä", static_cast<const char*>(nullptr)}) {
+    EXPECT_FALSE(DMessage::makeNewMethodCallMessage(destination, "/p", "a.b", "m"));
+  }
+  struct Case {
+    const char *path, *interface, *member;
+  };
+  const Case cases[] = {{"", "a.b", "m"},      {"p", "a.b", "m"},   {"/p/", "a.b", "m"},
+                        {"/p-q", "a.b", "m"},  {"/", "", "m"},      {"/", "a", "m"},
+                        {"/", "a.1", "m"},     {"/", "a.b", ""},    {"/", "a.b", "m.n"},
+                        {nullptr, "a.b", "m"}, {"/", nullptr, "m"}, {"/", "a.b", nullptr}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(&c - cases);
+    EXPECT_FALSE(DMessage::makeNewMethodCallMessage("a.b", c.path, c.interface, c.member));
+    EXPECT_FALSE(DMessage::makeSignalMessage(c.path, c.interface, c.member));
+  }
+  const test::CapturedLog log;
+  DMessage::makeNewMethodCallMessage("a.b", "/p", "a.b", "m.n");
+  DMessage::makeSignalMessage("/p", "a.b", nullptr);
+  EXPECT_TRUE(log.has("make new method call message for '/p' 'm.n' failed.\n"));
+  EXPECT_TRUE(log.has("make new signal message for '/p' '(null)' failed.\n"));
+}
+
+TEST(Message, KeepsItsAddressWhenANewOneIsRefused) {
+  const Message signal = DMessage::makeSignalMessage("/p", "a.b", "m");
+  EXPECT_TRUE(signal->setPath("/q") && signal->setInterface("c.d") &&
+              signal->setDestination("e.f"));
+  EXPECT_FALSE(signal->setPath("q") || signal->setInterface("c") ||
+               signal->setDestination(nullptr));
+  EXPECT_EQ(signal->getPath(), "/q");
+  EXPECT_STREQ(dbus_message_get_interface(signal->raw()), "c.d");
+  EXPECT_STREQ(dbus_message_get_destination(signal->raw()), "e.f");
+}
+
+TEST(Message, TellsWhatItIsEvenWhenItIsNothing) {
+  const Message signal = DMessage::makeSignalMessage("/p", "a.b", "m");
+  const Message call = newCall();
+  EXPECT_FALSE(DMessage::makeReturnMessage(call));  // never sent: it has no serial to answer
+  EXPECT_FALSE(DMessage::makeReturnMessage(signal));
+  EXPECT_FALSE(DMessage::makeReturnMessage({}));
+  dbus_message_set_serial(call->raw(), 77);
+  const Message answer = DMessage::makeReturnMessage(call);
+  EXPECT_TRUE(signal->isSignal() && !signal->isMethodReturn());
+  EXPECT_TRUE(answer->isMethodReturn() && !answer->isSignal());
+  EXPECT_EQ(answer->getReplySerial(), 77U);
+  EXPECT_EQ(answer->getPath() + answer->getErrorName(), "");
+
+  DMessage nothing(nullptr, true, DMessage::kRead);
+  EXPECT_FALSE(nothing.isSignal() || nothing.isMethodReturn());
+  EXPECT_EQ(nothing.getPath() + nothing.getErrorName() + nothing.readString(), "");
+  EXPECT_EQ(nothing.getReplySerial(), 0U);
+  const test::CapturedLog log;
+  const DMessage unreadable(nullptr, 2);
+  EXPECT_TRUE(log.has("Unknown DMessage type: 2\n"));
+}
+
+TEST(Message, IsReleasedByAnOwningWrapperOnly) {
+  dbus_int32_t slot = -1;
+  ASSERT_TRUE(dbus_message_allocate_data_slot(&slot));
+  int released = 0;
+  DBusMessage* raw = dbus_message_new_signal("/p", "a.b", "m");
+  dbus_message_set_data(raw, slot, &released, [](void* count) { ++*static_cast<int*>(count); });
+  { const DMessage borrowed(raw, DMessage::kRead); }
+  EXPECT_EQ(released, 0);
+  { const DMessage owned(raw, true, DMessage::kRead); }
+  EXPECT_EQ(released, 1);
+  dbus_message_free_data_slot(&slot);
+}
+
+TEST(Message, CarriesReplacementCharactersForBytesThatAreNotText) {
+  struct Case {
+    const char *bytes, *text;
+  };
+  const Case cases[] = {
+      {"caf\xE9", "caf\uFFFD"},                    // Latin-1
+      {"\xD6\xD0\xB0z", "\uFFFD\u0430z"},          // GBK: the middle pair happens to be a letter
+      {"a\xED\xA0\x80z", "a\uFFFD\uFFFD\uFFFDz"},  // a lone surrogate
+      {"\xE2\x82", "\uFFFD"},                      // cut short
+  };
+  for (const Case& c : cases) {
+    const test::CapturedLog log;
+    const Message call = newCall();
+    call->writeString(c.bytes);
+    EXPECT_EQ(readerOf(call).readString(), c.text);
+    EXPECT_EQ(log.count("is not UTF-8, invalid sequences are replaced.\n"), 1U);
+  }
+}
+
+// Every combination of the bytes at which the rules of UTF-8 turn, against libdbus's own opinion.
+TEST(Message, RepairsExactlyTheTextsThatTheBusRefuses) {
+  const std::string edges =
+      "\x01\x7F\x80\x8F\x90\x9F\xA0\xBF\xC1\xC2\xDF\xE0\xE1\xEC\xED\xEE\xEF\xF0\xF1\xF3\xF4\xF5"
+      "\xFF";
+  const std::size_t count = edges.size();
+  std::string text(4, ' ');
+  for (std::size_t n = 0; n < count * count * count * count; ++n) {
+    for (std::size_t k = 0, rest = n; k < text.size(); ++k, rest /= count) {
+      text[k] = edges[rest % count];
+    }
+    const std::string valid = quillon::validUtf8(text);
+    const bool accepted = dbus_validate_utf8(text.c_str(), nullptr);
+    ASSERT_TRUE(dbus_validate_utf8(valid.c_str(), nullptr)) << n;
+    ASSERT_EQ(valid == text, accepted) << n;
+  }
+}
+
+TEST(Message, IsUnsendableAsSoonAsItsTextsTogetherPassTheLimit) {
+  const std::string half(DMessage::kMaxBytes / 2, 'x');
+  const Message call = newCall();
+  call->writeString(half);
+  EXPECT_TRUE(call->fitsBus());
+  call->writeString(half);
+  EXPECT_FALSE(call->fitsBus());
+  call->writeString("more").writeInt32(1);
+  EXPECT_FALSE(call->fitsBus());
+}
+
+}  // namespace
