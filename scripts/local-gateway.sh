@@ -315,5 +315,5 @@ judge_the_road() {
 }
 
 sanitizer_findings() {
-  grep -lE 'ERROR: (Address|Leak|Thread)Sanitizer|runtime error:' "$home"/logs/* || true
+  grep -lE '(ERROR|WARNING): (Address|Leak|Thread)Sanitizer|runtime error:' "$home"/logs/* || true
 }
