@@ -1,5 +1,6 @@
 // Deployment requests, one after the other while the first is still under way. Each is answered
 // with exactly one report, and the report of a deployment that came to the executors is complete.
+// The resources of a request that begins with "*" are repeated until its report has to be split.
 #include <exception>
 #include <map>
 #include <set>
@@ -9,6 +10,19 @@
 #include "support.h"
 
 namespace {
+
+std::string requestOf(const std::string& text) {
+  const std::string request = fuzz::withSums(text);
+  if (!request.starts_with('*')) return request;
+  Json::Value root = fuzz::parsed(request.substr(1));
+  if (!root.isObject() || !root["resources"].isArray()) return request;
+  Json::Value& resources = root["resources"];
+  const Json::ArrayIndex given = resources.size();
+  for (Json::ArrayIndex i = 0; given > 0 && resources.size() <= 200; ++i) {
+    resources.append(Json::Value(resources[i % given]));
+  }
+  return root.toStyledString();
+}
 
 // The id under which a request has to be reported; none for what is not a request, and for one
 // whose report can't be told by its id.
@@ -52,7 +66,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   input.more.insert(input.more.begin(), input.head);
   std::map<std::string, std::size_t> expected;
   for (const std::string& text : input.more) {
-    const std::string request = fuzz::withSums(text);
+    const std::string request = requestOf(text);
     ++expected[reportedAs(fuzz::parsed(request))];
     jobm::handle1Job(request);
   }
@@ -64,7 +78,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     fuzz::require(reports <= requests, "no request is reported twice");
     if (fuzz::world().parserSilent) continue;
     fuzz::require(reports == requests, "every request is reported");
-    const Json::Value request = fuzz::parsed(fuzz::withSums(input.head));
+    const Json::Value request = fuzz::parsed(requestOf(input.head));
     if (input.more.size() == 1 && reachedExecutors()) checkComplete(request, details);
   }
   return 0;

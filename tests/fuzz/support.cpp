@@ -52,12 +52,12 @@ std::string md5(const std::string& text) {
 void startGateway() {
   World& all = world();
   all = World{};
-  all.writableRoot = "/tarnvale";
+  all.writableRoot = jobm::kDownloadRoot;
   all.store["gw_system_devicesecret"] = "0123456789abcdef0123456789abcdef";
   jobm::setDeviceInfo("key", "device");
   jobm::setRunId(77);
   jobm::setDeviceSecretReader([] { return jobm::getConfig("gw_system_devicesecret"); });
-  jobm::rmDir("/tarnvale/run");
+  jobm::rmDir(jobm::kDownloadRoot);
   forgetRegistrations();
 }
 
@@ -118,6 +118,8 @@ Input::Input(const std::uint8_t* data, std::size_t size) {
     }
   }
 }
+
+Input::~Input() { world().writableRoot.clear(); }
 
 std::string replaced(std::string text, std::string_view from, std::string_view to) {
   for (std::size_t at = text.find(from); at != std::string::npos;

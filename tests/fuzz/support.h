@@ -26,6 +26,10 @@ struct Input {
 
   /// Reads the input and starts a gateway with those files and answers.
   Input(const std::uint8_t* data, std::size_t size);
+  /// Ends the watch over the files: what follows is written by the fuzzer.
+  ~Input();
+  Input(const Input&) = delete;
+  Input& operator=(const Input&) = delete;
 };
 
 /// `text` with "$m0", "$m1", ... replaced by the MD5 sums of the web server's files.
