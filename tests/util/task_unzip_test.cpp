@@ -1,0 +1,210 @@
+#include <CapturedLog.h>
+#include <TempFolder.h>
+#include <file_text.h>
+#include <gtest/gtest.h>
+#include <minizip/zip.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <task_unzip.h>
+#include <zlib.h>
+
+#include <csignal>
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr unsigned long kFile644 = 0100644UL << 16;
+
+struct Member {
+  std::string name;
+  std::string data{};
+  unsigned long attributes = kFile644;
+  int method = Z_DEFLATED;
+};
+
+void makeArchive(const std::string& path, const std::vector<Member>& members) {
+  zipFile archive = zipOpen(path.c_str(), APPEND_STATUS_CREATE);
+  for (const Member& member : members) {
+    zip_fileinfo info{};
+    info.external_fa = member.attributes;
+    zipOpenNewFileInZip(archive, member.name.c_str(), &info, nullptr, 0, nullptr, 0, nullptr,
+                        member.method, Z_DEFAULT_COMPRESSION);
+    zipWriteInFileInZip(archive, member.data.data(), static_cast<unsigned>(member.data.size()));
+    zipCloseFileInZip(archive);
+  }
+  ASSERT_EQ(zipClose(archive, nullptr), ZIP_OK);
+}
+
+class Unzip : public testing::Test {
+ protected:
+  int unzip(const std::vector<Member>& members) {
+    makeArchive(archive, members);
+    return jobm::unzipTask(archive, destination);
+  }
+  std::string text(const std::string& name) const {
+    std::string read = "(none)";
+    return jobm::readFile(destination + "/" + name, read) ? read : "(none)";
+  }
+  unsigned mode(const std::string& name) const {
+    struct stat info {};
+    EXPECT_EQ(lstat((destination + "/" + name).c_str(), &info), 0) << name;
+    return info.st_mode;
+  }
+  bool isEmpty(const std::string& path) const { return !fs::exists(path) || fs::is_empty(path); }
+
+  const test::TempFolder folder;
+  const std::string archive = folder / "archive.zip";
+  const std::string destination = folder / "destination";
+  const std::string outside = folder / "outside";
+};
+
+TEST_F(Unzip, UnpacksFilesWithAndWithoutEntriesForTheirDirectories) {
+  std::string large;
+  for (int i = 0; i < 100000; ++i) large += std::to_string(i * 7919);
+  const test::CapturedLog log;
+  EXPECT_EQ(unzip({{"bin/", "", 0x10},
+                   {"bin/run", "#!"},
+                   {"a/b/c.txt", "deep"},
+                   {"top", large},
+                   {"stored", large, kFile644, 0},
+                   {"..name/...", "dots"},
+                   {"empty", ""}}),
+            0);
+  EXPECT_EQ(text("bin/run"), "#!");
+  EXPECT_EQ(text("a/b/c.txt"), "deep");
+  EXPECT_TRUE(text("top") == large);
+  EXPECT_TRUE(text("stored") == large);
+  EXPECT_EQ(text("..name/..."), "dots");
+  EXPECT_EQ(text("empty"), "");
+  EXPECT_TRUE(log.has("INFO unzipTask: unzipTask filename = " + destination +
+                      "/bin/run internal 0x00000001 external 0x81a40000\n"));
+}
+
+TEST_F(Unzip, RegularFilesOfUnixBecomeExecutableAndOthersDoNot) {
+  const mode_t before = umask(022);
+  EXPECT_EQ(unzip({{"unix", "x", kFile644},
+                   {"dos", "x", 0x20},
+                   {"marked", "x", kFile644 | 0x4000},
+                   {"link", "/etc/passwd", 0120777UL << 16},
+                   {"folder/", "", 0}}),
+            0);
+  umask(before);
+  EXPECT_EQ(mode("unix"), S_IFREG | 0775U);
+  EXPECT_EQ(mode("dos"), S_IFREG | 0644U);
+  EXPECT_EQ(mode("marked"), S_IFREG | 0644U);
+  EXPECT_EQ(mode("link"), S_IFREG | 0775U) << "the text of a link, no link";
+  EXPECT_EQ(mode("folder"), S_IFDIR | 0755U);
+}
+
+TEST_F(Unzip, ReplacesWhatIsThereButNoDirectory) {
+  fs::create_directories(destination + "/directory");
+  ASSERT_TRUE(jobm::writeFile(outside, "outside"));
+  fs::create_symlink(outside, destination + "/link");
+  fs::create_symlink(folder / "new", destination + "/dangling");
+  fs::create_hard_link(outside, destination + "/hard");
+  EXPECT_EQ(
+      unzip({{"link", "1"}, {"dangling", "2"}, {"hard", "3"}, {"directory", "4"}, {"last", "5"}}),
+      5);
+  EXPECT_EQ(mode("link") & S_IFMT, unsigned{S_IFREG});
+  EXPECT_EQ(text("link") + text("dangling") + text("hard"), "123");
+  std::string read;
+  EXPECT_TRUE(jobm::readFile(outside, read));
+  EXPECT_EQ(read, "outside");
+  EXPECT_FALSE(fs::exists(folder / "new"));
+  EXPECT_EQ(text("last"), "(none)") << "the first failure ends it";
+}
+
+TEST_F(Unzip, RefusesEntriesThatWouldLieOutsideBeforeAnyFileIsMade) {
+  fs::create_directories(outside + "/sub");
+  fs::create_directories(destination + "/inside");
+  fs::create_symlink(outside, destination + "/link");
+  fs::create_symlink("../outside", destination + "/relative");
+  const std::string names[] = {outside + "/x", "../outside/x", "a/../../outside/x",
+                               "..",           "a/..",         "../outside/x/",
+                               "link/x",       "link/new/x",   "link/new/",
+                               "relative/x",   "link/sub/x"};
+  for (const std::string& name : names) {
+    const test::CapturedLog log;
+    EXPECT_EQ(unzip({{"first", "x"}, {name, "x"}}), 5) << name;
+    EXPECT_TRUE(
+        log.has("could not open destination file " + destination + "/" + name + " errno ="));
+    EXPECT_TRUE(isEmpty(outside + "/sub")) << name;
+    fs::remove(outside + "/sub");
+    EXPECT_TRUE(isEmpty(outside)) << name;
+    fs::create_directory(outside + "/sub");
+    EXPECT_EQ(text("first"), "(none)") << name;
+  }
+}
+
+TEST_F(Unzip, FollowsLinksThatStayInside) {
+  fs::create_directories(destination + "/real");
+  fs::create_directory_symlink("real", destination + "/link");
+  EXPECT_EQ(unzip({{"link/x", "1"}, {"link/new/y", "2"}}), 0);
+  EXPECT_EQ(text("real/x") + text("real/new/y"), "12");
+}
+
+TEST_F(Unzip, CutsNamesAfter512Bytes) {
+  const std::string name =
+      std::string(200, 'a') + "/" + std::string(200, 'b') + "/" + std::string(200, 'c');
+  EXPECT_EQ(unzip({{name, "x"}}), 0);
+  EXPECT_EQ(text(name.substr(0, 512)), "x");
+}
+
+TEST_F(Unzip, ReportsWhatIsWrongWithAnArchive) {
+  const std::string data(20000, 'd');
+  const std::string record = "PK\x01\x02";
+  struct Case {
+    const char* name;
+    int method;
+    std::function<void(std::string&)> damage;
+    int expected;
+  };
+  // In the directory's record: 10 method, 16 checksum, 24 size; the last record is the second
+  // one's.
+  const auto inDirectory = [&](std::size_t offset, char value) {
+    return [=](std::string& bytes) { bytes[bytes.rfind(record) + offset] = value; };
+  };
+  const auto largerSize = [&](std::string& bytes) {
+    bytes[bytes.rfind(record) + 24 + 1] = 0x7F;
+    bytes[bytes.rfind("PK\x03\x04") + 22 + 1] = 0x7F;
+  };
+  const Case cases[] = {
+      {"nothing", Z_DEFLATED, [](std::string&) {}, 0},
+      {"no archive", Z_DEFLATED, [](std::string& bytes) { bytes = "text"; }, 1},
+      {"no end", Z_DEFLATED, [](std::string& bytes) { bytes.resize(bytes.size() - 30); }, 1},
+      {"first record", Z_DEFLATED, [&](std::string& bytes) { bytes[bytes.find(record)] = 'X'; }, 3},
+      {"method", Z_DEFLATED, inDirectory(10, 99), 4},
+      {"checksum, stored", 0, [](std::string& bytes) { bytes[bytes.rfind("dd")] = 'D'; }, 6},
+      {"less data than size", Z_DEFLATED, largerSize, 6},
+      {"second record", Z_DEFLATED, inDirectory(0, 'X'), 7},
+  };
+  for (const Case& c : cases) {
+    makeArchive(archive,
+                {{"first", "x", kFile644, c.method}, {"second", data, kFile644, c.method}});
+    std::string bytes;
+    ASSERT_TRUE(jobm::readFile(archive, bytes));
+    c.damage(bytes);
+    ASSERT_TRUE(jobm::writeFile(archive, bytes));
+    EXPECT_EQ(jobm::unzipTask(archive, destination), c.expected) << c.name;
+  }
+  EXPECT_EQ(jobm::unzipTask(folder / "absent", destination), 1);
+}
+
+TEST_F(Unzip, DataThatCanNotBeWrittenIsNoSuccess) {
+  makeArchive(archive, {{"file", std::string(100000, 'x')}});
+  rlimit before{};
+  getrlimit(RLIMIT_FSIZE, &before);
+  const rlimit small{50000, before.rlim_max};
+  signal(SIGXFSZ, SIG_IGN);
+  setrlimit(RLIMIT_FSIZE, &small);
+  EXPECT_EQ(jobm::unzipTask(archive, destination), 6);
+  setrlimit(RLIMIT_FSIZE, &before);
+  signal(SIGXFSZ, SIG_DFL);
+}
+
+}  // namespace
