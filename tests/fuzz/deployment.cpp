@@ -12,7 +12,7 @@
 namespace {
 
 std::string requestOf(const std::string& text) {
-  const std::string request = fuzz::withSums(text);
+  std::string request = fuzz::withSums(text);
   if (!request.starts_with('*')) return request;
   Json::Value root = fuzz::parsed(request.substr(1));
   if (!root.isObject() || !root["resources"].isArray()) return request;
