@@ -78,14 +78,18 @@ void measureGrowth(Gateway& gateway, Service& service, const Web& web, std::size
     const std::string jobs = jobsOf(web, count, 0);
     for (const std::string& type : kTypes) set_config(nullptr, type.c_str(), "[]", 10000);
     const std::string size = std::to_string(count);
+    const double cpu = usageOf(process).cpu;
     const double seconds = deploy(gateway, service, jobs);
     sample("deployment", size + ": s", "service", seconds);
+    sample("deployment", size + ": CPU s", "service", usageOf(process).cpu - cpu);
     sample("deployment", size + ": memory KiB", "service", usageOf(process).peak - before);
     if (count == largest) {
       sample("deployment", "again: s", "floor", seconds);
       sample("deployment", "deleted: s", "floor", seconds);
     }
+    const double floorCpu = cpuOfChildren();
     sample("deployment", size + ": s", "floor", floorSeconds(count, web));
+    sample("deployment", size + ": CPU s", "floor", cpuOfChildren() - floorCpu);
   }
 }
 

@@ -27,6 +27,9 @@ struct Usage {
 };
 Usage usageOf(pid_t process);
 
+/// CPU seconds of all children that have ended.
+double cpuOfChildren();
+
 /// Sets the peak of the resident memory back to what it is now.
 void resetPeak(pid_t process);
 
