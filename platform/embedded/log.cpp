@@ -112,11 +112,37 @@ std::size_t wholeCharacters(const char* text, std::size_t length) {
 
 using Record = std::array<char, kRecordBytes>;
 
+constexpr std::size_t kFunctionBytes = 100;
+
+char* putText(char* to, std::string_view text) { return std::copy(text.begin(), text.end(), to); }
+
+// `value` with `digits` digits, and the character that follows it.
+char* putNumber(char* to, int value, int digits, char next) {
+  for (int i = digits - 1; i >= 0; --i, value /= 10) {
+    to[i] = static_cast<char>('0' + value % 10);
+  }
+  to[digits] = next;
+  return to + digits + 1;
+}
+
+// By hand: for these few digits the library's formatter took half the time of a whole record.
 std::size_t writeHead(Record& record, int level, const char* function) {
   const UtcTime t = utcNow();
-  return static_cast<std::size_t>(std::snprintf(
-      record.data(), record.size(), "%04d-%02d-%02dT%02d:%02d:%02d.%03dZ %s %.100s: ", t.year,
-      t.month, t.day, t.hour, t.minute, t.second, t.millisecond, levelWord(level), function));
+  char* to = record.data();
+  to = putNumber(to, t.year, 4, '-');
+  to = putNumber(to, t.month, 2, '-');
+  to = putNumber(to, t.day, 2, 'T');
+  to = putNumber(to, t.hour, 2, ':');
+  to = putNumber(to, t.minute, 2, ':');
+  to = putNumber(to, t.second, 2, '.');
+  to = putNumber(to, t.millisecond, 3, 'Z');
+  *to++ = ' ';
+  to = putText(to, levelWord(level));
+  *to++ = ' ';
+  if (function == nullptr) function = "(null)";
+  to = putText(to, {function, strnlen(function, kFunctionBytes)});
+  to = putText(to, ": ");
+  return static_cast<std::size_t>(to - record.data());
 }
 
 // Appends the message to the head and returns the length of both; one byte is left for the line
