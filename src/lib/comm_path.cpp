@@ -84,6 +84,8 @@ int mkDir(const std::string& path) {
   const std::size_t length = std::min(path.size(), buffer.size() - 1);
   std::memcpy(buffer.data(), path.data(), length);
   LOGI("Dir str = %s len =%d \n", buffer.data(), static_cast<int>(length));
+  // Mostly only the last directory is missing, or none: no need to look at every parent.
+  if (mkdir(buffer.data(), kDirectoryMode) == 0 || errno == EEXIST) return 0;
   for (std::size_t i = 1; i < length; ++i) {
     if (buffer[i] != '/') continue;
     buffer[i] = '\0';
