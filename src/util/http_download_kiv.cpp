@@ -137,7 +137,7 @@ int curl_init() {
 int http_download(const std::string& url, const std::string& path) {
   int result = -1;
   // Outlives the file. A large buffer is worth a quarter of the time of a large transfer.
-  const auto buffer = std::make_unique<std::array<char, kFileBuffer>>();
+  const auto buffer = std::make_unique_for_overwrite<std::array<char, kFileBuffer>>();
   if (FilePtr file{std::fopen(path.c_str(), "we")}) {
     std::setvbuf(file.get(), buffer->data(), _IOFBF, buffer->size());
     const Transfer done = transfer(url, file.get());
