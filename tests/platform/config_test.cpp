@@ -166,6 +166,7 @@ TEST_F(Config, SeveralProcessesMayMakeItAtTheSameTime) {
   for (int round = 0; round < 10; ++round) {
     fs::remove_all(fs::path(path).parent_path());
     std::vector<pid_t> tools;
+    tools.reserve(8);
     for (int i = 0; i < 8; ++i) {
       tools.push_back(startTool({"set", "key" + std::to_string(i), "x"}, "/dev/null"));
     }
@@ -176,6 +177,7 @@ TEST_F(Config, SeveralProcessesMayMakeItAtTheSameTime) {
 
 TEST_F(Config, ManyThreadsReadAndWriteWithoutLosingAnything) {
   std::vector<std::thread> threads;
+  threads.reserve(4);
   for (int t = 0; t < 4; ++t) {
     threads.emplace_back([t] {
       for (int i = 0; i < 50; ++i) {

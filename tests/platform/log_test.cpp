@@ -1,3 +1,5 @@
+// The lambdas that log here have no names of their own.
+#define LOG_FUNCTION "f"
 #include <CapturedLog.h>
 #include <fcntl.h>
 #include <gateway/log_macros.h>
@@ -85,7 +87,7 @@ TEST(Log, TellsTheTimeInUtcWhateverTheTimeZoneIs) {
 TEST(Log, CutsALongRecordBetweenTwoCharactersAndMarksIt) {
   const std::string_view mark = " [cut]\n";
   std::string characters;
-  while (characters.size() < 2 * PIPE_BUF) characters += "xéの𝄞";
+  while (characters.size() < std::size_t{2} * PIPE_BUF) characters += "xéの𝄞";
   for (std::size_t shift = 0; shift < 10; ++shift) {
     const CapturedLog log;
     LOGI("%s", (std::string(shift, '-') + characters).c_str());
@@ -116,7 +118,7 @@ TEST(Log, RecordsOfManyThreadsStayWhole) {
   std::istringstream records(log.text());
   std::size_t count = 0;
   for (std::string record; std::getline(records, record); ++count) {
-    const std::size_t begin = record.find("Z INFO operator(): begin ");
+    const std::size_t begin = record.find("Z INFO f: begin ");
     ASSERT_EQ(begin, std::strlen("2000-01-01T00:00:00.000")) << record;
     const std::size_t end = record.find_first_not_of('x', record.find("begin ") + 6);
     EXPECT_EQ(record.substr(end), " end");

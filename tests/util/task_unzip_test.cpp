@@ -160,8 +160,8 @@ TEST_F(Unzip, ReportsWhatIsWrongWithAnArchive) {
   const std::string record = "PK\x01\x02";
   struct Case {
     const char* name;
-    int method;
     std::function<void(std::string&)> damage;
+    int method;
     int expected;
   };
   // In the directory's record: 10 method, 16 checksum, 24 size; the last record is the second
@@ -174,14 +174,14 @@ TEST_F(Unzip, ReportsWhatIsWrongWithAnArchive) {
     bytes[bytes.rfind("PK\x03\x04") + 22 + 1] = 0x7F;
   };
   const Case cases[] = {
-      {"nothing", Z_DEFLATED, [](std::string&) {}, 0},
-      {"no archive", Z_DEFLATED, [](std::string& bytes) { bytes = "text"; }, 1},
-      {"no end", Z_DEFLATED, [](std::string& bytes) { bytes.resize(bytes.size() - 30); }, 1},
-      {"first record", Z_DEFLATED, [&](std::string& bytes) { bytes[bytes.find(record)] = 'X'; }, 3},
-      {"method", Z_DEFLATED, inDirectory(10, 99), 4},
-      {"checksum, stored", 0, [](std::string& bytes) { bytes[bytes.rfind("dd")] = 'D'; }, 6},
-      {"less data than size", Z_DEFLATED, largerSize, 6},
-      {"second record", Z_DEFLATED, inDirectory(0, 'X'), 7},
+      {"nothing", [](std::string&) {}, Z_DEFLATED, 0},
+      {"no archive", [](std::string& bytes) { bytes = "text"; }, Z_DEFLATED, 1},
+      {"no end", [](std::string& bytes) { bytes.resize(bytes.size() - 30); }, Z_DEFLATED, 1},
+      {"first record", [&](std::string& bytes) { bytes[bytes.find(record)] = 'X'; }, Z_DEFLATED, 3},
+      {"method", inDirectory(10, 99), Z_DEFLATED, 4},
+      {"checksum", [](std::string& bytes) { bytes[bytes.rfind("dd")] = 'D'; }, 0, 6},
+      {"less data than size", largerSize, Z_DEFLATED, 6},
+      {"second record", inDirectory(0, 'X'), Z_DEFLATED, 7},
   };
   for (const Case& c : cases) {
     makeArchive(archive,
