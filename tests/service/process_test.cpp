@@ -1,0 +1,246 @@
+// The service as a process of its own, beside a bus daemon of the test's own that may be ended.
+
+#include <FakePeer.h>
+#include <fcntl.h>
+#include <file_text.h>
+#include <gateway/config.h>
+#include <gtest/gtest.h>
+#include <json_helper.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+using namespace test;
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* kBusFolder = "/tmp/var/run/mbusd";
+constexpr const char* kService = "iot.job.manager";
+constexpr const char* kPath = "/iot/job/manager";
+constexpr const char* kServing = "startListen server started...\n";
+
+// A program that is gone when this is. What it writes goes to a file.
+class Child {
+ public:
+  Child(std::vector<std::string> command, std::string output) : file(std::move(output)) {
+    std::vector<char*> arguments;
+    for (std::string& word : command) arguments.push_back(word.data());
+    arguments.push_back(nullptr);
+    fs::remove(file);  // a file of the child before this one would be read as this one's
+    pid = fork();
+    if (pid != 0) return;
+    dup2(open(file.c_str(), O_CREAT | O_WRONLY, 0600), STDERR_FILENO);
+    dup2(STDERR_FILENO, STDOUT_FILENO);
+    execvp(arguments[0], arguments.data());
+    _exit(127);
+  }
+  ~Child() {
+    if (!status) send(SIGKILL);
+    end(10);
+  }
+  Child(const Child&) = delete;
+  Child& operator=(const Child&) = delete;
+
+  void send(int signal) const { kill(pid, signal); }
+
+  // The exit status, or minus the signal that ended it; nothing while it runs.
+  std::optional<int> end(double seconds) {
+    eventually(
+        [this] {
+          int raw = 0;
+          if (!status && waitpid(pid, &raw, WNOHANG) == pid) {
+            status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -WTERMSIG(raw);
+          }
+          return status.has_value();
+        },
+        seconds);
+    return status;
+  }
+
+  std::string output() const {
+    std::string text;
+    jobm::readFile(file, text);
+    return text;
+  }
+  bool has(const std::string& part) const { return output().find(part) != std::string::npos; }
+  bool awaits(const std::string& part) const {
+    return eventually([&] { return has(part); });
+  }
+
+ private:
+  const std::string file;
+  pid_t pid = 0;
+  std::optional<int> status;
+};
+
+class Service : public Child {
+ public:
+  Service() : Child({TASK_DISPATCHER}, "/tmp/var/service.log") {}
+};
+
+class Daemon : public Child {
+ public:
+  Daemon()
+      : Child({"dbus-daemon", "--config-file=" BUS_CONFIG, "--nofork", "--nopidfile", "--nosyslog"},
+              "/tmp/var/daemon.log") {
+    const std::string address = std::string("unix:path=") + kBusFolder + "/mbusd_socket";
+    EXPECT_TRUE(eventually([&] {
+      DBusConnection* connection = dbus_connection_open_private(address.c_str(), nullptr);
+      if (connection == nullptr) return false;
+      dbus_connection_close(connection);
+      dbus_connection_unref(connection);
+      return true;
+    }));
+  }
+};
+
+class Process : public testing::Test {
+ protected:
+  Process() {
+    fs::remove_all("/tarnvale/config");
+    fs::remove_all(kBusFolder);
+    fs::create_directories(std::string(kBusFolder) + "/services");
+    daemon = std::make_unique<Daemon>();
+  }
+
+  std::unique_ptr<Daemon> daemon;
+};
+
+void configure(const char* key, const char* value) {
+  ASSERT_EQ(set_config(nullptr, key, value, 10000), 0);
+}
+
+std::string configured(const char* key) {
+  char* value = nullptr;
+  if (get_config(nullptr, key, &value, 10000) != 0) return {};
+  const std::unique_ptr<char, decltype(&std::free)> owner(value, std::free);
+  return value;
+}
+
+TEST_F(Process, ends_with_status_0_on_every_trapped_signal) {
+  const int signals[] = {SIGTERM, SIGINT, SIGSEGV, SIGPIPE, SIGQUIT,
+                         SIGHUP,  SIGILL, SIGABRT, SIGTSTP};
+  bool early = false;
+  for (const int signal : signals) {
+    SCOPED_TRACE(signal);
+    Service service;
+    early = !early;  // while it starts up, and while it serves
+    ASSERT_TRUE(service.awaits(early ? "TaskDispatcher started...\n" : kServing));
+    service.send(signal);
+    EXPECT_EQ(service.end(5), 0);
+    EXPECT_TRUE(service.has("Recv signal = " + std::to_string(signal) + ". Terminating...\n"));
+    EXPECT_EQ(service.has("Received segmentation fault.\n"), signal == SIGSEGV);
+    EXPECT_EQ(service.has("User requested shutdown...\n"), signal == SIGTERM);
+    EXPECT_EQ(service.has("backtrace() returned 0 addresses\n"), signal != SIGTERM);
+    EXPECT_EQ(service.has(":   [00] "), signal != SIGTERM);
+  }
+}
+
+TEST_F(Process, ends_with_status_1_and_says_so_when_the_daemon_goes) {
+  for (int round = 0; round < 8; ++round) {
+    Service service;
+    ASSERT_TRUE(service.awaits(kServing));
+    ASSERT_TRUE(busCall(kService, kPath, "getSelfDescribing", {}));
+    daemon.reset();
+    EXPECT_EQ(service.end(5), 1);
+    EXPECT_TRUE(service.has("DServer connection to dbus-daemon disconnected, quit DServer.\n"));
+    fs::remove(std::string(kBusFolder) + "/mbusd_socket");
+    daemon = std::make_unique<Daemon>();
+  }
+}
+
+TEST_F(Process, goes_on_without_a_bus_service_when_there_is_no_daemon) {
+  daemon.reset();
+  Service service;
+  ASSERT_TRUE(service.awaits("prepare dbus server for iot.job.manager failed.\n"));
+  EXPECT_EQ(service.end(0.3), std::nullopt);
+  service.send(SIGTERM);
+  EXPECT_EQ(service.end(5), 0);
+}
+
+TEST_F(Process, leaves_the_field_to_an_instance_that_is_there_already) {
+  const FakePeer first(kService);
+  Service second;
+  EXPECT_EQ(second.end(5), 0);
+  EXPECT_TRUE(second.has("WARN endIfRunning: iot.job.manager existed, will not restart.\n"));
+  EXPECT_FALSE(second.has("listen begin...\n"));
+}
+
+// What the cloud sends in answer to the `n`-th publication.
+void answer(FakePeer& bridge, std::size_t n, const std::string& attrs) {
+  Json::Value reply;
+  Json::Value list;
+  ASSERT_TRUE(jobm::json::parse(bridge.received("publish").at(n - 1).text(1), reply));
+  ASSERT_TRUE(jobm::json::parse(attrs, list));
+  reply["attrs"] = list;
+  bridge.emit("/iot/bridge/mqtt", "iot.bridge.mqtt", "subscribe_event",
+              {"/sys/key/device/scheduler/sysReply", jobm::json::compact(reply)}, kService);
+}
+
+void expectSubscription(const std::optional<Received>& call, const std::string& topic) {
+  ASSERT_TRUE(call);
+  EXPECT_EQ(call->arguments,
+            (std::vector<Argument>{"/sys/key/device" + topic, std::string(kService), 1}));
+}
+
+std::string topicOf(const std::optional<Received>& call) { return call ? call->text(0) : "(none)"; }
+
+// One job to add, its package inline: a deployment of nothing.
+constexpr const char* kJobList =
+    R"([{"code":10200,"data":[{"id":900,"ackCode":10201,"jobId":5,"executor":"ConfigManager",)"
+    R"("ackContent":"{\"type\":\"inline\",\"name\":\"n\",\"content\":)"
+    R"(\"{\\\"deployId\\\":\\\"d\\\",\\\"deployType\\\":0,\\\"resources\\\":[]}\"}"}]}])";
+
+TEST_F(Process,
+       registers_once_it_knows_who_it_is_and_then_beats_and_works_until_the_watchdog_calls) {
+  FakePeer bridge("iot.bridge.mqtt");
+  FakePeer watchdog("iot.gateway.watchdog");
+  const auto calls = [&] { return bridge.count("publish") + bridge.count("subscribe"); };
+  configure("gw_system_productkey", "key");
+  configure("gw_jobm_jobId", "41 of old");
+  Service service;
+  ASSERT_TRUE(service.awaits(kServing));
+  EXPECT_TRUE(busCall(kService, kPath, "getSelfDescribing", {}));
+  EXPECT_FALSE(eventually([&] { return calls() > 0; }, 1.5));
+
+  configure("gw_system_devicename", "device");
+  EXPECT_EQ(topicOf(bridge.await("publish")), "/sys/key/device/scheduler/publish/registerRunner");
+  expectSubscription(bridge.await("subscribe"), "/scheduler/sysReply");
+  answer(bridge, 1, R"([{"code":200,"data":55}])");
+  expectSubscription(bridge.await("subscribe", 2), "/edge/rule/trigger");
+  EXPECT_TRUE(service.has("runnerId =55\n "));
+
+  EXPECT_EQ(topicOf(bridge.await("publish", 2, 12)), "/sys/key/device/scheduler/publish/heartbeat");
+  const auto fed = watchdog.await("feedDog");
+  ASSERT_TRUE(fed);
+  EXPECT_EQ(fed->arguments,
+            (std::vector<Argument>{std::string(kService), std::string(kService), 19}));
+  answer(bridge, 2, kJobList);
+  EXPECT_EQ(topicOf(bridge.await("publish", 3)),
+            "/sys/key/device/scheduler/publish/syncStatusPassive");
+  EXPECT_EQ(topicOf(bridge.await("publish", 4)), "/sys/key/device/edge/deploy/post");
+  EXPECT_TRUE(eventually([] { return configured("gw_jobm_jobId") == "5"; }));
+
+  const std::size_t before = calls();
+  watchdog.emit("/iot/gateway/watchdog", "iot.gateway.watchdog", "Terminate", {});
+  ASSERT_TRUE(service.awaits("receive WatchDog Terminate signal.\n"));
+  EXPECT_TRUE(busCall(kService, kPath, "getSelfDescribing", {}));
+  EXPECT_TRUE(busCall(kService, kPath, "syncJobStatus", {"{}"}));
+  answer(bridge, 1, R"([{"code":200,"data":56}])");
+  EXPECT_TRUE(busCall(kService, kPath, "registerParser", {"{}"}));
+  EXPECT_EQ(calls(), before);
+  EXPECT_TRUE(service.output().ends_with("receive WatchDog Terminate signal.\n"));
+  service.send(SIGTERM);
+  EXPECT_EQ(service.end(5), 0);
+}
+
+}  // namespace

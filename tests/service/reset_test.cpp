@@ -1,0 +1,182 @@
+#include "executor_api/reset.h"
+
+#include <CapturedLog.h>
+#include <dbus_process_call.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <memory>
+
+#include "communicate_scene/request.h"
+#include "executor_api/job_calls.h"
+#include "executor_api/registry.h"
+#include "neighbourhood.h"
+
+using namespace test;
+
+namespace jobm {
+namespace {
+
+namespace fs = std::filesystem;
+
+const fs::path kRoot = "/tarnvale/run/downloaded-job";
+constexpr const char* kOutcome = "resetEJobs actual result";
+constexpr const char* kSuccess = R"({"code":0,"message":"","data":null})";
+const Answer kSilence = std::monostate();
+
+std::string outcome(int code, const std::string& detail, int last) {
+  return std::string(kOutcome) + " : {\n   \"code\" : " + std::to_string(code) +
+         ",\n   \"detail\" : \"" + detail + "\"\n}\n code : " + std::to_string(last) + "\n";
+}
+
+// The three executors that store anything on a standard gateway. Their answers wait until the reset
+// order itself is done, and leave a file behind for each.
+class BuiltInPeers {
+ public:
+  BuiltInPeers() { initAllExecutors(); }
+
+  // Orders a reset that is answered so, and returns its immediate code.
+  int reset(const Answer& corvex, const Answer& engine, const Answer& rillmark) {
+    const auto gate = std::make_shared<Gate>();
+    answer(corvexConfig, "corvexconfig", gate, corvex);
+    answer(scriptEngine, "iftttengine", gate, engine);
+    answer(rillmarkEngine, "rillmark", gate, rillmark);
+    const Json::Value started = onLoop(resetEJobs);
+    EXPECT_FALSE(fs::exists(kRoot));
+    gate->open();
+    return started["code"].asInt();
+  }
+
+  std::size_t called() const {
+    return corvexConfig.count("resetJobs") + scriptEngine.count("resetJobs") +
+           rillmarkEngine.count("resetJobs");
+  }
+
+ private:
+  static void answer(FakePeer& peer, const char* directory, const std::shared_ptr<Gate>& gate,
+                     const Answer& answer) {
+    peer.on("resetJobs", [directory, gate, answer](const Received& call) {
+      EXPECT_TRUE(call.arguments.empty());
+      gate->wait();
+      const bool answers = !std::holds_alternative<std::monostate>(answer);
+      if (answers) fs::create_directories(kRoot / directory / "job");
+      return answer;
+    });
+  }
+
+  FakePeer corvexConfig{"iot.gateway.cvbase"};
+  FakePeer scriptEngine{"iot.runtime.js"};
+  FakePeer rillmarkEngine{"iot.edge.Rillmark"};
+};
+
+TEST(Reset, is_a_success_only_when_all_three_executors_say_so) {
+  struct Case {
+    Answer answer;  // of the middle one
+    std::string logged;
+    bool isRemoved;  // its directory
+  };
+  const Case cases[] = {
+      {kSuccess, outcome(0, "reset success", 0), true},
+      {R"({"code":5,"message":"busy"})", outcome(101204, "busy", 4), false},
+      {"busy", outcome(101204, "busy", 4), false},
+      {R"({"code":{}})", outcome(101204, "JOBM_ERROR_ExecutorReplyFormatError", 4), false},
+      {Error{"org.freedesktop.DBus.Error.NoReply", "was not provided by any .service files"},
+       outcome(101204, "was not provided by any .service files", 4), false},
+  };
+  for (const Case& c : cases) {
+    const CapturedLog log;
+    setConfig("IFTTTEngine", R"([{"resourceId":"r"}])");
+    fs::create_directories(kRoot / "old" / "job");
+    BuiltInPeers peers;
+    EXPECT_EQ(peers.reset(kSuccess, c.answer, kSuccess), 0);
+    ASSERT_TRUE(eventually([&] { return log.has(c.logged); })) << c.logged;
+    EXPECT_EQ(getConfig("IFTTTEngine"), "[]\n");
+    EXPECT_EQ(fs::exists(kRoot / "iftttengine"), !c.isRemoved);
+    EXPECT_FALSE(fs::exists(kRoot / "rillmark"));
+    fs::remove_all(kRoot);
+  }
+}
+
+TEST(Reset, counts_to_three_answers_across_orders) {
+  addExecutor(registration("watchOnly", "iot.edge.Rillmark", R"(["reset"])"));
+  const CapturedLog log;
+  const auto answers = [&] { return log.count("resetEJobs sendMessageWithReply res"); };
+  {
+    BuiltInPeers peers;
+    peers.reset(kSuccess, kSilence, kSuccess);
+    ASSERT_TRUE(eventually([&] { return answers() == 2 && peers.called() == 3; }));
+    EXPECT_FALSE(log.has(kOutcome));
+    peers.reset(kSilence, kSuccess, kSilence);
+    EXPECT_TRUE(eventually([&] { return log.has(outcome(0, "reset success", 0)); }));
+    ASSERT_TRUE(eventually([&] { return peers.called() == 6; }));
+  }
+  // What the bus says of the three that left without an answer counts as one.
+  EXPECT_TRUE(eventually([&] {
+    return log.has(
+        outcome(101204, "Message recipient disconnected from message bus without replying", 4));
+  }));
+}
+
+TEST(Reset, ends_at_the_first_job_list_that_can_not_be_emptied) {
+  FakePeer later("iot.test.later");
+  addExecutor(registration("gw_system_r", "iot.test.later", "[]", R"(["file"])"));
+  addExecutor(registration("later", "iot.test.later", "[]", R"(["file"])"));
+  setConfig("later", "kept");
+  const CapturedLog log;
+  BuiltInPeers peers;
+  fs::create_directories(kRoot / "old");
+  EXPECT_EQ(peers.reset(kSuccess, kSuccess, kSuccess), 101203);
+  EXPECT_TRUE(eventually([&] { return log.has(outcome(0, "reset success", 0)); }));
+  EXPECT_EQ(getConfig("later"), "kept");
+  EXPECT_EQ(later.count("resetJobs"), 0U);
+  for (const char* name : {"gw_system_r", "later"}) {
+    addExecutor(registration(name, "iot.test.later", R"(["reset"])"));
+  }
+}
+
+// The one test that waits for calls to be given up, for everyone who has to live with it.
+TEST(SilentServices, are_given_up_after_30_s_and_count_for_a_deployment_but_not_for_a_reset) {
+  const CapturedLog log;
+  FakePeer silent("iot.test.silent");
+  for (const char* method : {"deployJob", "deleteJob", "deployConfig", "doIt"}) {
+    silent.answer(method, kSilence);
+  }
+  addExecutor(registration("silent", "iot.test.silent", R"(["silent"])"));
+  addParser(registration("silent", "iot.test.silent", R"(["silently parsed"])"));
+  bool wasCalledBack = false;  // loop's thread only
+  {
+    BuiltInPeers peers;
+    peers.reset(kSilence, kSilence, kSilence);
+    ASSERT_TRUE(eventually([&] { return peers.called() == 3; }));
+    onLoop([&] {
+      callMethod("doIt", *getExecutor("silent"), "",
+                 [&](int, const std::string&, const std::string&) { wasCalledBack = true; });
+      G_ExecutorResultCounter = {0, 2};
+      const auto results = std::make_shared<DeploymentResults>(nullptr);
+      Json::Value added = parsed(R"([{"snapshotId":"s1"}])");
+      deployEJob("silent", "", added, "silent", results);
+      deleteEJob("silent", "", parsed(R"([{"snapshotId":"s2"}])"), "silent", results);
+      handle1Job(R"({"deployId":"abandoned","deployType":0,"resources":[{"operate":0,
+          "snapshotId":"s","resourceId":"silent","resourceType":"silently parsed"}]})");
+      handle1Job(R"({"deployId":"after it","deployType":0,"resources":["unreadable"]})");
+    });
+    const Json::Value details = awaitResult("silent", 1, 45)["details"];
+    EXPECT_EQ(details, parsed(
+                           R"([{"snapshotId":"s1","success":false,"code":null,"message":null},
+                               {"snapshotId":"s2","success":false,"code":null,"message":null}])"));
+    EXPECT_TRUE(
+        eventually([&] { return log.count("resetEJobs sendMessageWithReply reply NULL") >= 3; }));
+    // A deployment whose parser is silent ends without a report, and the next one has its turn.
+    EXPECT_EQ(awaitResult("after it")["details"][0]["code"], 101201);
+    EXPECT_TRUE(log.has("deployment abandoned is given up without a report."));
+    EXPECT_EQ(resultsOf("abandoned").size(), 0U);
+  }
+  EXPECT_FALSE(onLoop([&] { return wasCalledBack; }));
+  EXPECT_FALSE(log.has(kOutcome));
+  BuiltInPeers peers;
+  peers.reset(kSuccess, kSuccess, kSuccess);
+  EXPECT_TRUE(eventually([&] { return log.has(outcome(0, "reset success", 0)); }));
+}
+
+}  // namespace
+}  // namespace jobm

@@ -1,0 +1,333 @@
+#include <CapturedLog.h>
+#include <dbus_process_call.h>
+#include <file_text.h>
+#include <gtest/gtest.h>
+#include <json_helper.h>
+
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "communicate_scene/request.h"
+#include "executor_api/registry.h"
+#include "neighbourhood.h"
+#include "scene_files.h"
+
+using namespace test;
+namespace fs = std::filesystem;
+
+namespace jobm {
+namespace {
+
+const fs::path kTree = "/tarnvale/run/downloaded-job/configmanager";
+
+std::string textOf(const fs::path& path) {
+  std::string text;
+  return readFile(path.string(), text) ? text : "(no file)";
+}
+
+Json::Value arrayOf(const std::vector<Json::Value>& values) {
+  Json::Value array(Json::arrayValue);
+  for (const Json::Value& value : values) array.append(value);
+  return array;
+}
+
+void deploy(const std::string& deployId, const std::vector<Json::Value>& resources) {
+  Json::Value request;
+  request["deployId"] = deployId;
+  request["taskId"] = "task";
+  request["deployType"] = 0;
+  request["resources"] = arrayOf(resources);
+  onLoop([&] { handle1Job(json::styled(request)); });
+}
+
+Json::Value detailsOf(const std::string& deployId, std::size_t n = 1) {
+  return awaitResult(deployId, n)["details"];
+}
+
+class Scene : public testing::Test {
+ protected:
+  // A resource that is one text, and one that is what an archive contains.
+  Json::Value text(const std::string& id, const std::string& type, const std::string& body = "{}") {
+    return with(web, resourceOf(id, type), "config", "text", body);
+  }
+  Json::Value zip(const std::string& id, const std::string& type,
+                  const std::map<std::string, std::string>& entries) {
+    return with(web, resourceOf(id, type), "config", "zip", zipOf(entries));
+  }
+
+  WebServer web;
+};
+
+TEST_F(Scene, brings_every_kind_of_resource_to_disk_store_and_executors) {
+  initAllExecutors();
+  FakePeer corvex("iot.gateway.cvbase");
+  FakePeer other("iot.test.scene");
+  FakePeer manager("iot.test.manager");
+  addExecutor(registration("scene", "iot.test.scene", R"(["label","page"])"));
+  addExecutor(registration("driver_manager", "iot.test.manager", R"(["driver"])"));
+  fs::create_directories(kTree / "f" / "left over");
+
+  const Json::Value function = with(web, text("f", "function", "the function"), "content", "zip",
+                                    zipOf({{"code/main.js", "main"}, {"bin/", ""}}));
+  const std::string settings = R"({"driverName":"pump","driverId":7,"runtime":"c", "x":1})";
+  const Json::Value driver =
+      zip("d", "driver", {{"config.json", settings}, {"fileList/bin", "binary"}});
+  const Json::Value label =
+      with(web, text("l", "label", "the label"), "content", "text", "label content");
+  const Json::Value page =
+      with(web, zip("p", "page", {{"config.json", "the page"}, {"fileList/a", "A"}}), "content",
+           "raw", "as it is");
+  deploy("every kind", {page, label, function, driver});
+
+  const Json::Value details = detailsOf("every kind");
+  for (const Json::Value& detail : details) EXPECT_EQ(detail["success"], true);
+  EXPECT_EQ(details.size(), 4U);
+  // Executors get the request's resources, each those of its types, in the request's order.
+  EXPECT_EQ(parsed(other.received("deployJob").at(0).text()), arrayOf({page, label}));
+  EXPECT_EQ(parsed(corvex.received("deployJob").at(0).text()), arrayOf({function, driver}));
+  EXPECT_EQ(parsed(manager.received("deployJob").at(0).text()), arrayOf({driver}));
+
+  const std::string completed =
+      R"({"cvRuntime":"c","driverId":7,"driverName":"pump","functionId":7,"functionName":"pump",)"
+      "\"runtime\":\"c\",\"serviceName\":\"pump\",\"x\":1}\n";
+  const std::pair<const char*, std::string> stored[] = {{"function", "the function"},
+                                                        {"driver", completed},
+                                                        {"label", "the label"},
+                                                        {"page", "the page"}};
+  for (const auto& [type, content] : stored) EXPECT_EQ(getConfig(type), content);
+  const std::pair<const char*, std::string> onDisk[] = {{"f/f.config/config.json", "the function"},
+                                                        {"f/code/main.js", "main"},
+                                                        {"f/left over", "(no file)"},
+                                                        {"f/_downloaded.zip", "(no file)"},
+                                                        {"d/d.config/config.json", completed},
+                                                        {"d/bin", "binary"},
+                                                        {"l/l.config/config.json", "(no file)"},
+                                                        {"l/config.json", "label content"},
+                                                        {"p/p.config/config.json", "(no file)"},
+                                                        {"p/a", "A"},
+                                                        {"p/_downloaded.raw", "as it is"}};
+  for (const auto& [path, content] : onDisk) EXPECT_EQ(textOf(kTree / path), content) << path;
+  EXPECT_FALSE(fs::exists(kTree / "f" / "left over"));
+}
+
+TEST_F(Scene, reports_the_resource_that_can_not_be_deployed_and_goes_no_further) {
+  FakePeer executor("iot.test.never");
+  addExecutor(registration("never", "iot.test.never", R"(["never"])"));
+  setConfig("gw_system_productkey", "kept");
+  const auto changed = [&](const char* key, const Json::Value& value) {
+    Json::Value resource = text("faulty", "never");
+    resource[key] = value;
+    return resource;
+  };
+  const auto without = [&](const char* key) {
+    Json::Value resource = text("faulty", "never");
+    resource.removeMember(key);
+    return resource;
+  };
+  Page cutShort;
+  cutShort.body = "{}";
+  cutShort.fault = Fault::cutShort;
+  web.serve("/cut", {cutShort});
+  const RefusingPort refused;
+  const std::string noKeys = "Keys in resource from cloud is not enough.";
+  const std::string noPath = "获取或者创建任务路径为空";
+  const std::string noFile = "SetConfigManager_Fail_OpenDownloadedFile";
+  struct Case {
+    Json::Value resource;
+    int code;
+    std::string message;
+  };
+  const Case cases[] = {
+      {changed("configKivAddress", web.url("/missing")), 101208, "ERROR_DOWNLOADFail_404"},
+      {changed("configKivAddress", refused.url()), 101208, "ERROR_DOWNLOADFail_7"},
+      {changed("configKivAddress", web.url("/cut")), 101208, "ERROR_DOWNLOADFail_18"},
+      {changed("configMd5", md5Of("[]")), 101209, "ERROR_CheckMd5sumFail"},
+      {with(web, resourceOf("faulty", "never"), "content", "zip", "no archive"), 101208,
+       "ERROR_DOWNLOADFail, unzip res =1"},
+      {zip("faulty", "never", {{"../escaped", "x"}}), 101208, "ERROR_DOWNLOADFail, unzip res =5"},
+      {changed("configFormat", "../../text"), 101208,
+       "Type of one of Keys is illegal: configKivAddress or configFormat or configMd5"},
+      {"a text", 101201, noKeys},
+      {without("snapshotId"), 101201, noKeys},
+      {without("resourceId"), 101201, noKeys},
+      {without("resourceType"), 101201, noKeys},
+      {changed("operate", "0"), 101201, noKeys},
+      {changed("resourceId", ".."), 101202, noPath},
+      {changed("resourceId", "../configmanager"), 101202, noPath},
+      {resourceOf("", "never", 1), 101202, noPath},
+      {text("faulty", "never", ""), 101203, noFile},
+      {zip("faulty", "never", {{"other.json", "{}"}}), 101203, noFile},
+      {text("faulty", "gw_system_productkey", "ours"), 101203, "SetConfigManager_Fail_-1"},
+  };
+  std::size_t n = 0;
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.message);
+    deploy("faulty", {text("good", "never", "good"), c.resource});
+    const Json::Value details = detailsOf("faulty", ++n);
+    ASSERT_EQ(details.size(), 2U);
+    EXPECT_EQ(details[1]["code"], c.code);
+    EXPECT_EQ(details[1]["message"], c.message);
+    EXPECT_EQ(details[1]["success"], false);
+    // The good one is told about in full.
+    EXPECT_EQ(details[0]["success"], true);
+    EXPECT_FALSE(details[0].isMember("code"));
+    EXPECT_TRUE(details[0]["data"]["config"].isString());
+  }
+  EXPECT_EQ(getConfig("gw_system_productkey"), "kept");
+  EXPECT_EQ(executor.count("deployJob"), 0U);
+
+  // A store that can't be opened, with the number that says so.
+  const fs::path database = "/tarnvale/config/gateway.db";
+  fs::rename(database, "/tarnvale/config/aside");
+  fs::create_directory(database);
+  deploy("unstored", {text("good", "never")});
+  EXPECT_EQ(detailsOf("unstored")[0]["message"], "SetConfigManager_Fail_14");
+  fs::remove(database);
+  fs::rename("/tarnvale/config/aside", database);
+}
+
+TEST_F(Scene, removes_what_is_deleted_and_reports_it_by_the_answers_of_executors_alone) {
+  FakePeer executor("iot.test.both");
+  addExecutor(registration("both", "iot.test.both", R"(["both"])"));
+  fs::create_directories(kTree / "gone" / "sub");
+  const Json::Value added = text("added", "both");
+  const Json::Value gone = resourceOf("gone", "both", 1);
+  deploy("both", {gone, added, resourceOf("unwatched", "nobody's", 1)});
+  EXPECT_EQ(detailsOf("both"), parsed(R"([
+      {"snapshotId":"s-added","success":true,"code":null,"message":null},
+      {"snapshotId":"s-gone","success":true,"code":null,"message":null}])"));
+  EXPECT_FALSE(fs::exists(kTree / "gone"));
+  EXPECT_FALSE(fs::exists(kTree / "unwatched"));
+  EXPECT_EQ(parsed(executor.received("deployJob").at(0).text()), arrayOf({added}));
+  EXPECT_EQ(parsed(executor.received("deleteJob").at(0).text()), arrayOf({gone}));
+
+  deploy("nothing", {});
+  EXPECT_EQ(awaitResult("nothing")["details"], Json::Value(Json::arrayValue));
+}
+
+TEST_F(Scene, asks_every_parser_and_goes_on_to_the_executors_only_when_none_has_failed) {
+  const CapturedLog log;
+  FakePeer first("iot.test.first");
+  FakePeer second("iot.test.second");
+  FakePeer executor("iot.test.parsed");
+  addParser(registration("first", "iot.test.first", R"(["parsed"])"));
+  addParser(registration("second", "iot.test.second", R"(["parsed"])"));
+  addExecutor(registration("parsed", "iot.test.parsed", R"(["parsed"])"));
+  first.answer("deployConfig", R"({"code":3,"message":"no"})");
+  second.on("deployConfig", [&](const auto&) {
+    eventually([&] { return log.has("[0/2] Received response from parser."); });
+    return R"({"code":0,"message":"yes"})";
+  });
+  const std::vector<Json::Value> resources = {text("parsed", "parsed", "value"),
+                                              text("plain", "unparsed")};
+  deploy("one failed", resources);
+  EXPECT_EQ(detailsOf("one failed"), parsed(R"([
+      {"snapshotId":"s-parsed","success":false,"code":"3",
+       "message":"Last successfully processed by second"},
+      {"snapshotId":"s-plain","success":true,"code":"0",
+       "message":"No one registered, ignored."}])"));
+  EXPECT_EQ(first.received("deployConfig")[0].text(),
+            "{\n   \"key\" : \"parsed\",\n   \"snapshotId\" : \"s-parsed\",\n"
+            "   \"value\" : \"value\"\n}\n");
+  EXPECT_EQ(executor.count("deployJob"), 0U);
+
+  first.answer("deployConfig", R"({"code":0,"message":""})");
+  deploy("none failed", resources);
+  EXPECT_EQ(detailsOf("none failed")[0]["success"], true);
+  EXPECT_EQ(executor.count("deployJob"), 1U);
+}
+
+TEST_F(Scene, lets_a_request_wait_until_the_deployment_before_it_is_over) {
+  Gate gate;
+  Gate executorGate;
+  FakePeer parser("iot.test.holding");
+  FakePeer executor("iot.test.queued");
+  addParser(registration("holding", "iot.test.holding", R"(["held"])"));
+  addExecutor(registration("queued", "iot.test.queued", R"(["queued"])"));
+  parser.on("deployConfig", [&](const auto&) {
+    gate.wait();
+    return R"({"code":1,"message":"held"})";
+  });
+  executor.on("deployJob", [&](const auto&) {
+    executorGate.wait();
+    return R"({"code":0})";
+  });
+  deploy("held", {text("held", "held")});
+  ASSERT_TRUE(parser.await("deployConfig"));
+  deploy("second", {text("second", "queued")});
+  deploy("third", {});
+  onLoop([] { handle1Job("no request at all"); });
+  EXPECT_FALSE(fs::exists(kTree / "second"));
+  gate.open();
+  EXPECT_EQ(detailsOf("held")[0]["message"], "held");
+  ASSERT_TRUE(executor.await("deployJob"));
+  EXPECT_EQ(resultsOf("second").size() + resultsOf("third").size(), 0U);
+  executorGate.open();
+  EXPECT_FALSE(detailsOf("second").empty());
+  EXPECT_TRUE(awaitResult("third").isObject());
+}
+
+TEST_F(Scene, reports_at_once_what_was_never_sent_and_lets_a_later_answer_overwrite_it) {
+  FakePeer own("iot.test.reserved");
+  addExecutor(
+      registration("gw_jobm_reserved", "iot.test.reserved", R"(["reserved","both kinds"])"));
+  deploy("scene unsent", {text("u", "reserved")});
+  EXPECT_EQ(detailsOf("scene unsent"),
+            parsed(R"([{"snapshotId":"s-u","success":false,"code":"101203",
+                                             "message":"SetConfigManager_Fail"}])"));
+  EXPECT_EQ(own.count("deployJob"), 0U);
+  // The deletion of the same executor is sent, and is the one answer that is waited for.
+  deploy("half", {text("u", "reserved"), resourceOf("v", "reserved", 1)});
+  EXPECT_EQ(detailsOf("half")[1], parsed(R"({"snapshotId":"s-v","success":true,"code":null,
+                                             "message":null})"));
+  EXPECT_EQ(own.count("deleteJob"), 1U);
+
+  FakePeer answering("iot.test.answering");
+  addExecutor(registration("answering", "iot.test.answering", R"(["both kinds"])"));
+  deploy("overwritten", {text("x", "both kinds")});
+  EXPECT_EQ(detailsOf("overwritten")[0]["success"], true);
+}
+
+TEST_F(Scene, ignores_requests_of_other_types_and_answers_a_reset_as_the_last_reply_of_its_kind) {
+  const CapturedLog log;
+  const std::size_t before = published(kDeployPost).size();
+  for (const char* ignored :
+       {"no JSON", "[]", R"({"deployId":"i","deployType":2,"resources":[]})",
+        R"({"deployId":"i","resources":[]})", R"({"deployId":"i","deployType":0})",
+        R"({"deployId":"i","deployType":"1"})",
+        R"({"deployId":{},"deployType":0,"resources":[]})"}) {
+    onLoop([&] { handle1Job(ignored); });
+  }
+  initAllExecutors();
+  onLoop([] { handle1Job(R"({"deployId":"reset","taskId":"t","deployType":1})"); });
+  EXPECT_EQ(awaitResult("reset"), parsed(R"({"deployId":"reset","taskId":"t","deployType":1,
+      "isLastReply":true,"details":[{"code":0,"detail":"reset success","success":true}]})"));
+  EXPECT_EQ(published(kDeployPost).size(), before + 1);
+  // The built-in executors are absent, which makes three answers.
+  EXPECT_TRUE(eventually([&] { return log.has("resetEJobs actual result"); }));
+}
+
+TEST_F(Scene, splits_a_report_of_more_than_200_details_in_two) {
+  std::vector<Json::Value> resources;
+  for (int i = 0; i < 450; ++i) {
+    resources.push_back(resourceOf("many" + std::to_string(1000 + i), "many"));
+  }
+  deploy("450", resources);
+  EXPECT_EQ(detailsOf("450", 2).size(), 250U);
+  EXPECT_EQ(detailsOf("450", 2)[249]["snapshotId"], "s-many1449");
+  EXPECT_EQ(detailsOf("450", 1).size(), 200U);
+  EXPECT_EQ(resultsOf("450")[0]["isLastReply"], false);
+  resources.resize(201);
+  deploy("201", resources);
+  EXPECT_EQ(detailsOf("201", 2).size(), 1U);
+  resources.resize(200);
+  deploy("200", resources);
+  EXPECT_EQ(detailsOf("200").size(), 200U);
+  EXPECT_EQ(resultsOf("200")[0]["isLastReply"], true);
+}
+
+}  // namespace
+}  // namespace jobm
