@@ -14,9 +14,10 @@ constexpr std::uint64_t kAgeMs = 2000;
 }  // namespace
 
 BareServer::BareServer(const std::string& name, std::size_t answerBytes)
-    : connection(connectBus()), text(answerBytes, 'x') {
+    : connection(connectBus()), bridge(name + ".bridge"), text(answerBytes, 'x') {
   requestName(connection.get(), name);
-  dbus_bus_add_match(connection.get(), "type='signal',path='/bench/bridge'", nullptr);
+  const std::string rule = "type='signal',interface='" + bridge + "'";
+  dbus_bus_add_match(connection.get(), rule.c_str(), nullptr);
   dbus_connection_flush(connection.get());
   uv_idle_init(uv_default_loop(), &idle);
   idle.data = this;
@@ -28,8 +29,13 @@ void BareServer::turn() {
   while (DBusMessage* raw = dbus_connection_pop_message(connection.get())) {
     const Message message(raw);
     const int type = dbus_message_get_type(raw);
-    if (type == DBUS_MESSAGE_TYPE_SIGNAL) ++signals;
-    if (type == DBUS_MESSAGE_TYPE_METHOD_CALL) answer(raw);
+    if (type == DBUS_MESSAGE_TYPE_SIGNAL) {
+      if (!dbus_message_has_interface(raw, bridge.c_str())) continue;  // the daemon's own
+      ++signals;
+    } else if (type == DBUS_MESSAGE_TYPE_METHOD_CALL) {
+      answer(raw);
+    }
+    if (onMessage) onMessage(raw);
   }
 }
 
@@ -60,6 +66,8 @@ BareProxy::~BareProxy() {
   stopping = true;
   worker.join();
 }
+
+void BareProxy::send(DBusMessage* signal) { dbus_connection_send(async.get(), signal, nullptr); }
 
 void BareProxy::send(DBusMessage* call, Callback callback) {
   const std::lock_guard guard(pendingLock);

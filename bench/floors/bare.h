@@ -19,16 +19,21 @@
 namespace bench {
 
 /// An idle handle that reads and writes for up to 10 ms and takes everything there is. Calls are
-/// answered with one text of `answerBytes` bytes, the member "count" with the signals so far.
+/// answered with one text of `answerBytes` bytes, the member "count" with the signals so far. It
+/// hears the signals of NAME.bridge.
 class BareServer {
  public:
   BareServer(const std::string& name, std::size_t answerBytes);
+
+  /// Is called for every signal and every call that was answered.
+  std::function<void(DBusMessage*)> onMessage;
 
  private:
   void turn();
   void answer(DBusMessage* call);
 
   Connection connection;
+  const std::string bridge;
   const std::string text;
   std::size_t signals = 0;
   uv_idle_t idle{};
@@ -43,6 +48,9 @@ class BareProxy {
   ~BareProxy();
   BareProxy(const BareProxy&) = delete;
   BareProxy& operator=(const BareProxy&) = delete;
+
+  /// Sends a message that has no reply. Any thread.
+  void send(DBusMessage* signal);
 
   /// Sends a call; `callback` gets the reply on the loop's thread. Any thread.
   void send(DBusMessage* call, Callback callback);

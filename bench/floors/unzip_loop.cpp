@@ -40,7 +40,8 @@ void unzipLoop(const std::string& archivePath, const std::string& directory) {
   int more = unzGoToFirstFile(archive.get());
   for (; more == UNZ_OK; more = unzGoToNextFile(archive.get())) {
     std::array<char, 512> name{};
-    unzGetCurrentFileInfo(archive.get(), nullptr, name.data(), name.size(), nullptr, 0, nullptr, 0);
+    unz_file_info info{};
+    unzGetCurrentFileInfo(archive.get(), &info, name.data(), name.size(), nullptr, 0, nullptr, 0);
     const std::string path = directory + "/" + name.data();
     if (path.back() == '/') {
       std::filesystem::create_directories(path);

@@ -10,6 +10,8 @@
 namespace bench {
 namespace {
 
+constexpr const char* kRelay = "bench.floor.relay";
+
 struct Method {
   std::string name;
   std::vector<std::string> arguments;
@@ -67,10 +69,13 @@ void calls(const Options& options) {
     return Child({beside("bench-floor"), "server", method.floor, size, "0"});
   };
   const Child floors[] = {floorOf(describing), floorOf(sync)};
-  for (const Method* method : {&describing, &sync}) {
-    await("no floor", [&] {
-      return dbus_bus_name_has_owner(service.bus(), method->floor.c_str(), nullptr) != FALSE;
-    });
+  // Beside the floor of the call alone, one that passes as much on to the bridge.
+  await("no status report", [&] { return gateway.statusCount() > 0; });
+  const Child relay({beside("bench-floor"), "relay", kRelay,
+                     std::to_string(answerSize(service, sync)),
+                     std::to_string(gateway.published().statuses.at(0).size())});
+  for (const std::string& name : {describing.floor, sync.floor, std::string(kRelay)}) {
+    awaitName(service.bus(), name);
   }
   for (int run = 0; run < options.runs; ++run) {
     for (const Method* method : {&describing, &sync}) {
@@ -78,6 +83,7 @@ void calls(const Options& options) {
         const std::size_t total = options.scaled(16000);
         measure("service", kService, *method, callers, total);
         measure("floor", method->floor, *method, callers, total);
+        if (method == &sync) measure("passing on", kRelay, *method, callers, total);
         gateway.forget();
       }
     }

@@ -33,7 +33,7 @@ void measure(const char* side, std::size_t executors, const Child& child, double
 void measureFloor(DBusConnection* connection, std::size_t executors, double seconds) {
   const Child floor(
       {beside("bench-floor"), "server", kFloor, "0", std::to_string(kOwnProxies + executors)});
-  await("no floor", [&] { return dbus_bus_name_has_owner(connection, kFloor, nullptr) != FALSE; });
+  awaitName(connection, kFloor);
   await("no proxies", [&] {
     return usageOf(floor.id()).threads >= static_cast<double>(kOwnProxies + executors);
   });

@@ -29,8 +29,7 @@ void measure(const char* side, std::size_t calls) {
 void latency(const Options& options) {
   Child echo({beside("bench-floor"), "server", kEcho, "64", "0"});
   const Connection connection = connectBus();
-  await("no peer",
-        [&] { return dbus_bus_name_has_owner(connection.get(), kEcho, nullptr) != FALSE; });
+  awaitName(connection.get(), kEcho);
   for (int run = 0; run < options.runs; ++run) {
     for (const char* side : {"service", "floor"}) measure(side, options.scaled(500));
   }

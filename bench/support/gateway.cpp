@@ -57,6 +57,11 @@ std::string heartbeatReply(std::int64_t id, const std::string& jobs) {
 
 std::string replyTopic() { return std::string(kTopicRoot) + "/scheduler/sysReply"; }
 
+void awaitName(DBusConnection* connection, const std::string& name) {
+  await(name.c_str(),
+        [&] { return dbus_bus_name_has_owner(connection, name.c_str(), nullptr) != FALSE; });
+}
+
 Gateway::Gateway() : connection(connectBus()) {
   requestName(connection.get(), kBridge);
   requestName(connection.get(), std::string("bench.") + kParser);
@@ -168,8 +173,7 @@ void Gateway::forget() {
 
 Service::Service(const Gateway& gateway, const std::string& log, Registered registered)
     : connection(connectBus()), process(makeStore({beside("task-dispatcher")}), log) {
-  await("the service did not start",
-        [&] { return dbus_bus_name_has_owner(bus(), kService, nullptr) != FALSE; });
+  awaitName(bus(), kService);
   if (registered == kBenchExecutors) {
     for (const std::string& type : kTypes) call("registerExecutor", registration(type, {type}));
     call("registerParser", registration(kParser, kTypes));

@@ -92,6 +92,9 @@ class Service {
   Child process;
 };
 
+/// Waits until somebody owns the bus name `name`.
+void awaitName(DBusConnection* connection, const std::string& name);
+
 /// The payload that registers `name` (also its bus name) for `types`.
 std::string registration(const std::string& name, const std::vector<std::string>& types,
                          const std::string& path = "/bench");
