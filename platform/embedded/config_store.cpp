@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
@@ -128,12 +129,15 @@ int ready(int timeoutMs) {
   }
   // While another process turns a new file to WAL mode, SQLite answers "busy" at once instead of
   // waiting. There is nothing to wait for but the file itself.
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+  using Clock = std::chrono::steady_clock;
+  const auto deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
   int result = openStore(open, path, timeoutMs);
-  while (result == SQLITE_BUSY && std::chrono::steady_clock::now() < deadline) {
+  while (result == SQLITE_BUSY && Clock::now() < deadline) {
     open.close();
     sqlite3_sleep(kRetryMs);
-    result = openStore(open, path, timeoutMs);
+    const auto left =
+        std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
+    result = openStore(open, path, std::max(static_cast<int>(left.count()), 0));
   }
   if (result == SQLITE_OK) return result;
   LOGW("configuration store %s can't be opened: %s\n", path.c_str(), sqlite3_errstr(result));

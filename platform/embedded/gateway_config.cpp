@@ -12,11 +12,14 @@ namespace {
 constexpr int kTimeoutMs = 10000;
 constexpr int kUsage = 2;
 
+// A value that nobody could be shown is a failure.
+int finishOutput() { return std::fflush(stdout) == 0 ? 0 : 1; }
+
 int get(const std::string& key) {
   const auto value = config_store::get(key, kTimeoutMs);
   if (!value) return 1;
   std::printf("%s\n", value->c_str());
-  return 0;
+  return finishOutput();
 }
 
 int set(const std::string& key, const std::string& value) {
@@ -30,7 +33,7 @@ int list() {
   const auto entries = config_store::list(kTimeoutMs);
   if (!entries) return 1;
   for (const auto& [key, value] : *entries) std::printf("%s=%s\n", key.c_str(), value.c_str());
-  return 0;
+  return finishOutput();
 }
 
 int usage() {

@@ -36,8 +36,9 @@ std::atomic<int> threshold = kUnread;
 int readThreshold() {
   const char* text = std::getenv("GATEWAY_LOG_LEVEL");
   if (text == nullptr || *text == '\0') return kDefaultLevel;
-  const long level = std::strtol(text, nullptr, 10);
-  return static_cast<int>(std::clamp(level, 0L, 6L));
+  char* end = nullptr;
+  const long level = std::strtol(text, &end, 10);
+  return end == text ? kDefaultLevel : static_cast<int>(std::clamp(level, 0L, 6L));
 }
 
 int currentThreshold() {

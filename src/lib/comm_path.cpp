@@ -11,9 +11,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <memory>
-#include <system_error>
 
 #include "try_three_times.h"
 
@@ -43,11 +41,26 @@ std::string lowerCase(std::string_view word) {
 
 void logRemoveError(const std::string& path) { LOGE("Remove error path = %s\n", path.c_str()); }
 
-// Deletes one entry of a directory that is being removed.
-int removeEntry(const std::string& path) {
+// Looks at the path itself, not at what a link leads to.
+bool isDirectory(const std::string& path) {
   struct stat info {};
-  if (lstat(path.c_str(), &info) != 0) return errno == ENOENT ? 0 : -1;
-  return S_ISDIR(info.st_mode) ? rmDir(path) : unlink(path.c_str());
+  return lstat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+}
+
+bool isLink(const std::string& path) {
+  struct stat info {};
+  return lstat(path.c_str(), &info) == 0 && S_ISLNK(info.st_mode);
+}
+
+// Deletes one entry of a directory that is being removed. What can't be removed shows when the
+// directory itself can't.
+void removeEntry(const std::string& path) {
+  static_cast<void>(isDirectory(path) ? rmDir(path) : unlink(path.c_str()));
+}
+
+int removed(int result, const std::string& path) {
+  if (result != 0) LOGE("remove dir fail, destDir = %s\n", path.c_str());
+  return result;
 }
 
 }  // namespace
@@ -112,21 +125,17 @@ int rmDirRetrying(const std::string& path, const std::string& shown) {
 
 int rmDir(const std::string& path) {
   // A link in the place of a directory would empty whatever it points to.
-  std::error_code ignored;
-  if (std::filesystem::is_symlink(path, ignored)) return unlink(path.c_str());
+  if (isLink(path)) return removed(unlink(path.c_str()), path);
   DirectoryPtr directory(opendir(path.c_str()));
   if (!directory) {
     LOGI("cannot open directory, destDir = %s\n", path.c_str());
     return -1;
   }
   while (const dirent* entry = readdir(directory.get())) {
-    // What can't be removed shows when the directory itself can't.
-    if (!isDots(entry->d_name)) static_cast<void>(removeEntry(path + "/" + entry->d_name));
+    if (!isDots(entry->d_name)) removeEntry(path + "/" + entry->d_name);
   }
   directory.reset();
-  const int result = rmdir(path.c_str());
-  if (result != 0) LOGE("remove dir fail, destDir = %s\n", path.c_str());
-  return result;
+  return removed(rmdir(path.c_str()), path);
 }
 
 }  // namespace jobm

@@ -14,7 +14,7 @@ struct FileCloser {
 };
 using FilePtr = std::unique_ptr<FILE, FileCloser>;
 
-// Where to begin with a file whose size isn't known.
+// By how much, at least, a text grows for a file that is longer than it said.
 constexpr std::size_t kFirstRead = std::size_t{64} * 1024;
 
 std::size_t sizeOf(FILE* file) {
@@ -31,7 +31,7 @@ bool readFile(const std::string& path, std::string& text) {
   if (!file) return false;
   std::size_t length = 0;
   // One byte more than the file has, so that a single read finds its end.
-  text.resize(std::max(sizeOf(file.get()) + 1, std::size_t{1}));
+  text.resize(sizeOf(file.get()) + 1);
   while (const std::size_t got =
              std::fread(text.data() + length, 1, text.size() - length, file.get())) {
     length += got;

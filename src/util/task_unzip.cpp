@@ -3,7 +3,6 @@
 #include "task_unzip.h"
 
 #include <comm_path.h>
-#include <dirent.h>
 #include <fcntl.h>
 #include <gateway/log_macros.h>
 #include <minizip/unzip.h>
@@ -13,7 +12,6 @@
 #include <array>
 #include <cerrno>
 #include <cstdint>
-#include <cstring>
 #include <filesystem>
 #include <memory>
 #include <string_view>

