@@ -141,13 +141,13 @@ bool storeResources(Deployment& deployment) {
   return true;
 }
 
-void deploy(const std::string& deployId, const std::string& taskId, const Json::Value& resources) {
+void deploy(const std::string& deployId, const std::string& taskId, Json::Value&& resources) {
   auto deployment = std::make_shared<Deployment>();
   deployment->deployId = deployId;
   deployment->taskId = taskId;
-  deployment->resources = resources;
+  deployment->resources = std::move(resources);
   LOGI("Beginning download resources...");
-  deployment->downloaded = downloadResources(resources);
+  deployment->downloaded = downloadResources(deployment->resources);
   if (!deployment->downloaded.isArray()) {
     LOGE(
         "Error occurred while downloading: returned result from function downloadResources is not "
@@ -166,7 +166,9 @@ void deploy(const std::string& deployId, const std::string& taskId, const Json::
   notifyParsers(deployment);
 }
 
-void carryOut(const std::string& payload, const Json::Value& request) {
+// Takes the resources out of the request: there may be thousands.
+void carryOut(const std::string& payload, Json::Value&& parsed) {
+  const Json::Value& request = parsed;
   const std::string deployId = request["deployId"].asString();
   const std::string taskId = request["taskId"].asString();
   LOGI("handle1Job deployId =%s taskId= %s", deployId.c_str(), taskId.c_str());
@@ -182,7 +184,7 @@ void carryOut(const std::string& payload, const Json::Value& request) {
     LOGE("deployJob has no key \"resources\", origin message is %s.", payload.c_str());
     return;
   }
-  deploy(deployId, taskId, request["resources"]);
+  deploy(deployId, taskId, std::move(parsed["resources"]));
 }
 
 void startRequest(const std::string& payload) {
@@ -192,7 +194,7 @@ void startRequest(const std::string& payload) {
       LOGE("payload parse Error\n");
       return;
     }
-    carryOut(payload, request);
+    carryOut(payload, std::move(request));
   } catch (const std::exception& e) {
     LOGE("handle1Job Exception e = %s, origin payload is: %s", e.what(), payload.c_str());
   }
