@@ -44,6 +44,7 @@ double statusSum(const fs::path& file, const std::vector<std::string>& keys) {
   dup2(file, STDERR_FILENO);
   dup2(out >= 0 ? out : file, STDOUT_FILENO);
   std::vector<char*> arguments;
+  arguments.reserve(command.size() + 1);
   for (const std::string& argument : command) {
     arguments.push_back(const_cast<char*>(argument.c_str()));
   }
