@@ -73,6 +73,8 @@ double floorSeconds(std::size_t count, const Web& web) {
 void measureGrowth(Gateway& gateway, Service& service, const Web& web, std::size_t largest) {
   service.awaitHandled();
   const pid_t process = service.child().id();
+  // What the start took at its peak is not the deployment's.
+  resetPeak(process);
   const double before = usageOf(process).resident;
   for (std::size_t count = 1; count <= largest; count *= 10) {
     const std::string jobs = jobsOf(web, count, 0);
