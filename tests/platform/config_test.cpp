@@ -163,7 +163,7 @@ TEST_F(Config, KeepsWhatAKilledProcessHasWritten) {
 }
 
 TEST_F(Config, SeveralProcessesMayMakeItAtTheSameTime) {
-  for (int round = 0; round < 10; ++round) {
+  for (int round = 0; round < 30; ++round) {
     fs::remove_all(fs::path(path).parent_path());
     std::vector<pid_t> tools;
     tools.reserve(8);
