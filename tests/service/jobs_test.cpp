@@ -1,0 +1,119 @@
+#include "runner_api/jobs.h"
+
+#include <comm_path.h>
+
+#include <filesystem>
+
+#include "runner_api/runner.h"
+#include "scheduler_side.h"
+
+namespace {
+
+using namespace jobm;
+using Texts = std::vector<std::string>;
+
+class Jobs : public test::SchedulerSide {
+ protected:
+  // What was reported, one line each.
+  Texts reports() {
+    Texts lines;
+    for (const Published& report : published()) {
+      const Json::Value& attrs = report.payload["attrs"];
+      const bool isResult = report.suffix == "/edge/deploy/post";
+      lines.push_back(isResult
+                          ? "result " + json::compact(report.payload["details"])
+                          : report.suffix + " " + attrs[0].asString() + " " + attrs[1].asString() +
+                                " " + test::parsed(attrs[2].asString())["detail"].asString());
+    }
+    return lines;
+  }
+};
+
+constexpr const char* kDone = "/scheduler/publish/syncStatusPassive 9 0 job deploy success";
+constexpr const char* kUnreadable = "result [null]\n";
+
+TEST_F(Jobs, AreCarriedOutByTheirCode) {
+  struct Case {
+    const char* what;
+    int ackCode;
+    const char *executor, *content;
+    Texts reports;
+    bool directoryStays;
+  };
+  const Case cases[] = {
+      {"deleted", 10204, "ConfigManager", "{}", {kDone}, false},
+      {"deleted by the other code", 10211, "ConfigManager", "{}", {kDone}, false},
+      {"another executor's", 10204, "NodeEngine_Script", "{}", {kDone}, true},
+      {"a signature word", 10204, "ConfigManager", "JobPayloadSign", {kUnreadable}, true},
+      {"no content", 10201, "ConfigManager", "", {kUnreadable}, true},
+      {"reset", 10219, "ConfigManager", "{}", {kDone}, false},
+      {"reset with a word", 10219, "ConfigManager", "word", {kUnreadable}, true},
+      {"unknown code", 10220, "ConfigManager", "{}", {}, true},
+      {"refused name", 10220, "../up", "{}", {kUnreadable}, false},
+      {"wrong type", 10201, "ConfigManager", R"({"content":{}})", {}, true},
+      {"no download",
+       10201,
+       "ConfigManager",
+       R"({"content":"http://127.0.0.1:1/","type":"kiv"})",
+       {"/scheduler/publish/syncStatusPassive 9 4 Download job package fail"},
+       false},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    setConfig("gw_jobm_jobId", "before");
+    const std::string directory = generateDir(c.executor, "41");
+    loop.run([&] { handleJob(9, c.ackCode, 41, c.executor, c.content); });
+    EXPECT_EQ(reports(), c.reports);
+    EXPECT_EQ(std::filesystem::exists(directory), c.directoryStays);
+    EXPECT_EQ(getConfig("gw_jobm_jobId"), "before");
+  }
+}
+
+TEST_F(Jobs, AreReportedStoredDeployedAndClearedAwayInThisOrder) {
+  const std::string request = R"({"deployId":"d","deployType":0,"resources":[]})";
+  Json::Value content;
+  content["content"] = request;
+  content["type"] = "inline";
+  loop.run([&] { handleJob(9, 10201, 4200000000, "Any", json::compact(content)); });
+  EXPECT_EQ(reports(),
+            (Texts{"/scheduler/publish/syncStatusPassive 9 3 job deploy success", "result []\n"}));
+  EXPECT_EQ(getLastJobId(), 4200000000);
+  EXPECT_EQ(getConfig("gw_jobm_jobId"), "4200000000");
+  EXPECT_EQ(getConfig("gw_jobm_jobContent"), request);
+  EXPECT_FALSE(std::filesystem::exists(jobPath("any", "4200000000")));
+}
+
+TEST_F(Jobs, OfAHeartbeatsReplyAreTakenInOrderUpToTheFirstFaultyOne) {
+  const std::string job = R"({"id":1,"ackCode":10204,"jobId":5,"executor":"x","ackContent":"{}"})";
+  const std::string noContent = R"({"id":2,"ackCode":10204,"executor":"x","ackContent":null})";
+  const std::string faulty = R"({"id":3,"ackCode":"x"})";
+  setRunId(338);
+  sendHeartbeat("");
+  const auto beats = published();
+  ASSERT_EQ(beats.size(), 1U);
+  const std::string reply = R"({"attrs":[{"code":10200,"data":[)" + job + "," + noContent + "," +
+                            faulty + "," + job + R"(]}],"id":)" +
+                            beats[0].payload["id"].asString() + "}";
+  const test::CapturedLog log;
+  loop.run([&] { dispatchMasterResponse("/any", reply); });
+  EXPECT_EQ(reports(),
+            (Texts{"/scheduler/publish/syncStatusPassive 1 0 job deploy success", kUnreadable}));
+  EXPECT_TRUE(log.has("handleHeartbeatResp Exception e =  "));
+}
+
+TEST_F(Jobs, AreLookedForInAListOnly) {
+  const std::pair<const char*, bool> cases[] = {
+      {R"({"attrs":[{"code":10200,"data":[]}]})", true},
+      {R"({"attrs":[{"code":10200,"data":null}]})", false},
+      {R"({"attrs":[{"code":200,"data":[{}]}]})", false},
+      {R"({"attrs":[{"code":"x"}]})", false},
+      {R"({"attrs":[{"code":10200,"data":[5]}]})", false},
+  };
+  for (const auto& [reply, carriesList] : cases) {
+    const Json::Value value = test::parsed(reply);
+    EXPECT_EQ(loop.run([&] { return handleHeartbeatResp(value); }), carriesList) << reply;
+  }
+  EXPECT_TRUE(published().empty());
+}
+
+}  // namespace

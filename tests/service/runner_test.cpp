@@ -1,0 +1,125 @@
+#include "runner_api/runner.h"
+
+#include "engine_api/group_config.h"
+#include "scheduler_side.h"
+
+namespace {
+
+using namespace jobm;
+using Runner = test::SchedulerSide;
+
+TEST_F(Runner, SubscribesItsRepliesAndThenAsksToBeRegistered) {
+  const std::size_t before = outstandingRequests();
+  bool alreadySubscribed = false;
+  bridge.on("publish", [&](const test::Received&) {
+    alreadySubscribed = bridge.count("subscribe") == 1;
+    return R"({"code":0})";
+  });
+  registerRunner(4, 1000000000, "[ConfigManager]", "1.1");
+  const auto requests = published();
+  ASSERT_EQ(requests.size(), 1U);
+  EXPECT_TRUE(alreadySubscribed);
+  EXPECT_EQ(bridge.received("subscribe")[0].arguments,
+            (std::vector<test::Argument>{"/sys/key/device/scheduler/sysReply", "iot.job.manager",
+                                         std::int32_t{1}}));
+  EXPECT_EQ(requests[0].suffix, "/scheduler/publish/registerRunner");
+  Json::Value expected = test::parsed(R"({"reply":false,"attrs":[{
+      "type":0,"cpu":4,"memory":1000000000,"tenant":"TV_RN","runnerGroup":"tarnvale.runner.group",
+      "address":"key_device","addressType":1,"heartRate":10000,"linkType":0,
+      "executor":"[ConfigManager]","sdkVersion":"1.1"}]})");
+  expected["attrs"][0]["tags"][0] = "{\n   \"version\" : \"" + getVersion() + "\"\n}\n";
+  const Json::Value id = requests[0].payload["id"];
+  expected["id"] = id;
+  EXPECT_EQ(requests[0].payload, expected);
+
+  EXPECT_EQ(outstandingRequests(), before + 1);
+  const std::string reply = R"({"attrs":[{"code":200,"data":338}],"id":)" + id.asString() + "}";
+  loop.run([&] { dispatchMasterResponse("/any", reply); });
+  EXPECT_EQ(getRunId(), 338);
+  EXPECT_EQ(outstandingRequests(), before);
+}
+
+TEST_F(Runner, GivesAnAttemptUpWhenItsRepliesCanNotBeSubscribedInThreeTries) {
+  std::atomic<int> refusals = 2;
+  bridge.on("subscribe", [&](const test::Received&) {
+    return refusals-- > 0 ? R"({"code":9})" : R"({"code":0})";
+  });
+  registerRunner(4, 1, "[]", "1.1");
+  EXPECT_EQ(bridge.count("subscribe"), 3U);
+  EXPECT_EQ(published().size(), 1U);
+
+  refusals = 4;
+  const std::size_t before = outstandingRequests();
+  const test::CapturedLog log;
+  registerRunner(4, 1, "[]", "1.1");
+  EXPECT_EQ(bridge.count("subscribe"), 6U);
+  EXPECT_TRUE(published().empty());
+  EXPECT_EQ(outstandingRequests(), before);
+  EXPECT_TRUE(log.has("Error subscribe reply =9\n"));
+}
+
+TEST_F(Runner, IsRegisteredByTheIntegerCode200Only) {
+  struct Case {
+    const char* reply;
+    bool granted;
+  };
+  const Case cases[] = {
+      {R"({"attrs":[{"code":200,"data":"x"}]})", false},
+      {R"({"attrs":[{"code":"200","data":338}]})", false},
+      {R"({"attrs":[{"code":200.0,"data":338}]})", false},
+      {R"({"attrs":[{"code":201,"data":338}]})", false},
+      {R"({})", false},
+      {R"({"attrs":200})", false},
+      {R"({"attrs":[{"code":200,"data":5000000000}]})", true},
+      {R"({"attrs":[{"code":500,"data":1}]})", false},
+  };
+  std::int64_t granted = 0;
+  for (const Case& c : cases) {
+    EXPECT_EQ(registerRunnerResp(test::parsed(c.reply)), c.granted) << c.reply;
+    if (c.granted) granted = 5000000000;
+    EXPECT_EQ(getRunId(), granted) << c.reply;
+  }
+}
+
+TEST_F(Runner, BeatsOnlyOnceItHasAnId) {
+  handleHeartbeat();
+  EXPECT_TRUE(published().empty());
+  setRunId(338);
+  handleHeartbeat();
+  const auto beats = published();
+  ASSERT_EQ(beats.size(), 1U);
+  EXPECT_EQ(beats[0].suffix, "/scheduler/publish/heartbeat");
+  EXPECT_EQ(beats[0].payload["attrs"],
+            test::parsed(R"([338,{"cpuUsage":1.0,"memUsage":1.0,"diskUsage":1.0}])"));
+  EXPECT_FALSE(beats[0].payload["reply"].asBool());
+}
+
+TEST_F(Runner, TakesTheLastJobUpThatTheStoreRemembers) {
+  setLastJobId(5);
+  for (const auto& [stored, id] : {std::pair{"", 5}, std::pair{"2072abc", 2072}}) {
+    setConfig("gw_jobm_jobId", stored);
+    registerRunner(4, 1, "[]", "1.1");
+    EXPECT_EQ(getLastJobId(), id) << stored;
+  }
+}
+
+// In a process of its own, which has never sent one before.
+void beatTwice() {
+  bool first = false;
+  bool second = false;
+  {
+    const test::CapturedLog log;
+    sendHeartbeat("");
+    first = log.has("sendHeartbeat begin. id = ");
+    sendHeartbeat("");
+    second = log.count("sendHeartbeat begin. id = ") > 1;
+  }
+  _exit(first && !second ? 0 : 3);
+}
+
+TEST(RunnerDeathTest, LogsTheFirstHeartbeatAndNotTheNext) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(beatTwice(), testing::ExitedWithCode(0), "");
+}
+
+}  // namespace
