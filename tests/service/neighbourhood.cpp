@@ -4,6 +4,7 @@
 #include <json_helper.h>
 
 #include <algorithm>
+#include <memory>
 
 #include "executor_api/registry.h"
 #include "runner_api/identity.h"
@@ -11,24 +12,31 @@
 namespace test {
 namespace {
 
-struct Neighbourhood {
-  Neighbourhood() {
+// Lives as long as the tests run, not until the program's static objects go: other libraries'
+// clean-up must not come before the end of the loop's thread.
+struct Neighbourhood : testing::Environment {
+  void SetUp() override {
     jobm::setDeviceInfo("key", "device");
     jobm::setRunId(77);
+    bridge = std::make_unique<FakePeer>("iot.bridge.mqtt");
+    loop = std::make_unique<LoopThread>();
   }
-  FakePeer bridge{"iot.bridge.mqtt"};
-  LoopThread loop;
+  void TearDown() override {
+    loop.reset();
+    bridge.reset();
+  }
+  std::unique_ptr<FakePeer> bridge;
+  std::unique_ptr<LoopThread> loop;
 };
 
-Neighbourhood& neighbourhood() {
-  static Neighbourhood all;
-  return all;
-}
+// The test framework owns it.
+auto& neighbourhood = static_cast<Neighbourhood&>(
+    *testing::AddGlobalTestEnvironment(std::make_unique<Neighbourhood>().release()));
 
 }  // namespace
 
-FakePeer& bridge() { return neighbourhood().bridge; }
-LoopThread& loopThread() { return neighbourhood().loop; }
+FakePeer& bridge() { return *neighbourhood.bridge; }
+LoopThread& loopThread() { return *neighbourhood.loop; }
 
 Json::Value parsed(const std::string& text) {
   Json::Value value;

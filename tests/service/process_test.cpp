@@ -127,8 +127,13 @@ std::string configured(const char* key) {
 }
 
 TEST_F(Process, ends_with_status_0_on_every_trapped_signal) {
+#ifdef __SANITIZE_THREAD__
+  // The handlers of the others are run at once, be it inside the sanitizer's own locks.
+  const int signals[] = {SIGTERM, SIGINT, SIGQUIT, SIGHUP, SIGTSTP};
+#else
   const int signals[] = {SIGTERM, SIGINT, SIGSEGV, SIGPIPE, SIGQUIT,
                          SIGHUP,  SIGILL, SIGABRT, SIGTSTP};
+#endif
   bool early = false;
   for (const int signal : signals) {
     SCOPED_TRACE(signal);
