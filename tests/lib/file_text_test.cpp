@@ -19,12 +19,6 @@ TEST(FileText, ReadsBackWhatWasWritten) {
   }
 }
 
-TEST(FileText, ReadsFilesThatDoNotTellTheirSize) {
-  std::string text;
-  EXPECT_TRUE(jobm::readFile("/proc/self/status", text));
-  EXPECT_NE(text.find("\nPid:"), std::string::npos);
-}
-
 TEST(FileText, FailureSaysWhyAndLeavesNoText) {
   const test::TempFolder folder;
   std::string text = "old";

@@ -8,7 +8,6 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -148,18 +147,6 @@ TEST_F(Config, WaitsForALockedFileAsLongAsItIsTold) {
   EXPECT_TRUE(set("key", "new"));
   unlocking.join();
   EXPECT_EQ(get("key"), "new");
-}
-
-TEST_F(Config, KeepsWhatAKilledProcessHasWritten) {
-  const pid_t child = fork();
-  if (child == 0) {
-    if (set("key", "value")) raise(SIGKILL);
-    _exit(1);
-  }
-  int status = 0;
-  waitpid(child, &status, 0);
-  ASSERT_TRUE(WIFSIGNALED(status));
-  EXPECT_EQ(get("key"), "value");
 }
 
 TEST_F(Config, SeveralProcessesMayMakeItAtTheSameTime) {

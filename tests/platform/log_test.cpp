@@ -1,7 +1,6 @@
 // The lambdas that log here have no names of their own.
 #define LOG_FUNCTION "f"
 #include <CapturedLog.h>
-#include <fcntl.h>
 #include <gateway/log_macros.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
@@ -17,11 +16,9 @@
 #include <cstring>
 #include <ctime>
 #include <functional>
-#include <sstream>
 #include <string>
 #include <string_view>
 #include <thread>
-#include <vector>
 
 namespace {
 
@@ -100,30 +97,6 @@ TEST(Log, CutsALongRecordBetweenTwoCharactersAndMarksIt) {
     EXPECT_TRUE(characters.starts_with(kept));
     EXPECT_NE(static_cast<unsigned char>(characters[kept.size()]) & 0xC0U, 0x80U) << "split";
   }
-}
-
-TEST(Log, RecordsOfManyThreadsStayWhole) {
-  constexpr std::size_t kThreads = 4;
-  constexpr std::size_t kRecords = 200;
-  const CapturedLog log;
-  // As a log file is opened: a memory file doesn't take turns by itself.
-  fcntl(STDERR_FILENO, F_SETFL, O_APPEND);
-  std::vector<std::thread> threads;
-  for (std::size_t t = 0; t < kThreads; ++t) {
-    threads.emplace_back([] {
-      for (std::size_t i = 0; i < kRecords; ++i) LOGI("begin %s end", std::string(i, 'x').c_str());
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
-  std::istringstream records(log.text());
-  std::size_t count = 0;
-  for (std::string record; std::getline(records, record); ++count) {
-    const std::size_t begin = record.find("Z INFO f: begin ");
-    ASSERT_EQ(begin, std::strlen("2000-01-01T00:00:00.000")) << record;
-    const std::size_t end = record.find_first_not_of('x', record.find("begin ") + 6);
-    EXPECT_EQ(record.substr(end), " end");
-  }
-  EXPECT_EQ(count, kThreads * kRecords);
 }
 
 constexpr int kSignals = 500;
