@@ -9,7 +9,8 @@
 #define LOG_TAG "tag"
 #endif
 
-/// A source whose helpers log in the name of their one public function defines LOG_FUNCTION likewise.
+/// A source whose helpers log in the name of their one public function defines LOG_FUNCTION
+/// likewise.
 #ifndef LOG_FUNCTION
 #define LOG_FUNCTION __func__
 #endif
