@@ -1,6 +1,7 @@
 /// What is written to standard error while this lives, the log's records above all.
 #pragma once
 
+#include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -15,6 +16,7 @@ namespace test {
 class CapturedLog {
  public:
   CapturedLog() : file(memfd_create("log", MFD_CLOEXEC)), standardError(dup(STDERR_FILENO)) {
+    fcntl(file, F_SETFL, O_APPEND);  // records of several threads never overwrite each other
     dup2(file, STDERR_FILENO);
   }
   /// Puts the records where they belong after all, for whoever reads why a test failed.
