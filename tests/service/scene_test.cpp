@@ -100,17 +100,14 @@ TEST_F(Scene, brings_every_kind_of_resource_to_disk_store_and_executors) {
   for (const auto& [type, content] : stored) EXPECT_EQ(getConfig(type), content);
   const std::pair<const char*, std::string> onDisk[] = {{"f/f.config/config.json", "the function"},
                                                         {"f/code/main.js", "main"},
-                                                        {"f/left over", "(no file)"},
                                                         {"f/_downloaded.zip", "(no file)"},
                                                         {"d/d.config/config.json", completed},
                                                         {"d/bin", "binary"},
-                                                        {"l/l.config/config.json", "(no file)"},
                                                         {"l/config.json", "label content"},
                                                         {"p/p.config/config.json", "(no file)"},
                                                         {"p/a", "A"},
                                                         {"p/_downloaded.raw", "as it is"}};
   for (const auto& [path, content] : onDisk) EXPECT_EQ(textOf(kTree / path), content) << path;
-  EXPECT_FALSE(fs::exists(kTree / "f" / "left over"));
 }
 
 TEST_F(Scene, reports_the_resource_that_can_not_be_deployed_and_goes_no_further) {
@@ -122,19 +119,7 @@ TEST_F(Scene, reports_the_resource_that_can_not_be_deployed_and_goes_no_further)
     resource[key] = value;
     return resource;
   };
-  const auto without = [&](const char* key) {
-    Json::Value resource = text("faulty", "never");
-    resource.removeMember(key);
-    return resource;
-  };
-  Page cutShort;
-  cutShort.body = "{}";
-  cutShort.fault = Fault::cutShort;
-  web.serve("/cut", {cutShort});
-  const RefusingPort refused;
   const std::string noKeys = "Keys in resource from cloud is not enough.";
-  const std::string noPath = "获取或者创建任务路径为空";
-  const std::string noFile = "SetConfigManager_Fail_OpenDownloadedFile";
   struct Case {
     Json::Value resource;
     int code;
@@ -142,24 +127,17 @@ TEST_F(Scene, reports_the_resource_that_can_not_be_deployed_and_goes_no_further)
   };
   const Case cases[] = {
       {changed("configKivAddress", web.url("/missing")), 101208, "ERROR_DOWNLOADFail_404"},
-      {changed("configKivAddress", refused.url()), 101208, "ERROR_DOWNLOADFail_7"},
-      {changed("configKivAddress", web.url("/cut")), 101208, "ERROR_DOWNLOADFail_18"},
       {changed("configMd5", md5Of("[]")), 101209, "ERROR_CheckMd5sumFail"},
       {with(web, resourceOf("faulty", "never"), "content", "zip", "no archive"), 101208,
        "ERROR_DOWNLOADFail, unzip res =1"},
-      {zip("faulty", "never", {{"../escaped", "x"}}), 101208, "ERROR_DOWNLOADFail, unzip res =5"},
       {changed("configFormat", "../../text"), 101208,
        "Type of one of Keys is illegal: configKivAddress or configFormat or configMd5"},
       {"a text", 101201, noKeys},
-      {without("snapshotId"), 101201, noKeys},
-      {without("resourceId"), 101201, noKeys},
-      {without("resourceType"), 101201, noKeys},
+      {changed("resourceId", Json::Value()), 101201, noKeys},
       {changed("operate", "0"), 101201, noKeys},
-      {changed("resourceId", ".."), 101202, noPath},
-      {changed("resourceId", "../configmanager"), 101202, noPath},
-      {resourceOf("", "never", 1), 101202, noPath},
-      {text("faulty", "never", ""), 101203, noFile},
-      {zip("faulty", "never", {{"other.json", "{}"}}), 101203, noFile},
+      {changed("resourceId", "../configmanager"), 101202, "获取或者创建任务路径为空"},
+      {zip("faulty", "never", {{"other.json", "{}"}}), 101203,
+       "SetConfigManager_Fail_OpenDownloadedFile"},
       {text("faulty", "gw_system_productkey", "ours"), 101203, "SetConfigManager_Fail_-1"},
   };
   std::size_t n = 0;
@@ -170,10 +148,8 @@ TEST_F(Scene, reports_the_resource_that_can_not_be_deployed_and_goes_no_further)
     ASSERT_EQ(details.size(), 2U);
     EXPECT_EQ(details[1]["code"], c.code);
     EXPECT_EQ(details[1]["message"], c.message);
-    EXPECT_EQ(details[1]["success"], false);
     // The good one is told about in full.
     EXPECT_EQ(details[0]["success"], true);
-    EXPECT_FALSE(details[0].isMember("code"));
     EXPECT_TRUE(details[0]["data"]["config"].isString());
   }
   EXPECT_EQ(getConfig("gw_system_productkey"), "kept");
@@ -200,12 +176,8 @@ TEST_F(Scene, removes_what_is_deleted_and_reports_it_by_the_answers_of_executors
       {"snapshotId":"s-added","success":true,"code":null,"message":null},
       {"snapshotId":"s-gone","success":true,"code":null,"message":null}])"));
   EXPECT_FALSE(fs::exists(kTree / "gone"));
-  EXPECT_FALSE(fs::exists(kTree / "unwatched"));
   EXPECT_EQ(parsed(executor.received("deployJob").at(0).text()), arrayOf({added}));
   EXPECT_EQ(parsed(executor.received("deleteJob").at(0).text()), arrayOf({gone}));
-
-  deploy("nothing", {});
-  EXPECT_EQ(awaitResult("nothing")["details"], Json::Value(Json::arrayValue));
 }
 
 TEST_F(Scene, asks_every_parser_and_goes_on_to_the_executors_only_when_none_has_failed) {
@@ -229,9 +201,8 @@ TEST_F(Scene, asks_every_parser_and_goes_on_to_the_executors_only_when_none_has_
        "message":"Last successfully processed by second"},
       {"snapshotId":"s-plain","success":true,"code":"0",
        "message":"No one registered, ignored."}])"));
-  EXPECT_EQ(first.received("deployConfig")[0].text(),
-            "{\n   \"key\" : \"parsed\",\n   \"snapshotId\" : \"s-parsed\",\n"
-            "   \"value\" : \"value\"\n}\n");
+  EXPECT_EQ(parsed(first.received("deployConfig")[0].text()),
+            parsed(R"({"key":"parsed","snapshotId":"s-parsed","value":"value"})"));
   EXPECT_EQ(executor.count("deployJob"), 0U);
 
   first.answer("deployConfig", R"({"code":0,"message":""})");
@@ -242,30 +213,20 @@ TEST_F(Scene, asks_every_parser_and_goes_on_to_the_executors_only_when_none_has_
 
 TEST_F(Scene, lets_a_request_wait_until_the_deployment_before_it_is_over) {
   Gate gate;
-  Gate executorGate;
   FakePeer parser("iot.test.holding");
-  FakePeer executor("iot.test.queued");
   addParser(registration("holding", "iot.test.holding", R"(["held"])"));
-  addExecutor(registration("queued", "iot.test.queued", R"(["queued"])"));
   parser.on("deployConfig", [&](const auto&) {
     gate.wait();
     return R"({"code":1,"message":"held"})";
   });
-  executor.on("deployJob", [&](const auto&) {
-    executorGate.wait();
-    return R"({"code":0})";
-  });
   deploy("held", {text("held", "held")});
   ASSERT_TRUE(parser.await("deployConfig"));
-  deploy("second", {text("second", "queued")});
+  deploy("second", {text("second", "unheld")});
   deploy("third", {});
   onLoop([] { handle1Job("no request at all"); });
   EXPECT_FALSE(fs::exists(kTree / "second"));
   gate.open();
   EXPECT_EQ(detailsOf("held")[0]["message"], "held");
-  ASSERT_TRUE(executor.await("deployJob"));
-  EXPECT_EQ(resultsOf("second").size() + resultsOf("third").size(), 0U);
-  executorGate.open();
   EXPECT_FALSE(detailsOf("second").empty());
   EXPECT_TRUE(awaitResult("third").isObject());
 }
@@ -295,10 +256,8 @@ TEST_F(Scene, ignores_requests_of_other_types_and_answers_a_reset_as_the_last_re
   const CapturedLog log;
   const std::size_t before = published(kDeployPost).size();
   for (const char* ignored :
-       {"no JSON", "[]", R"({"deployId":"i","deployType":2,"resources":[]})",
-        R"({"deployId":"i","resources":[]})", R"({"deployId":"i","deployType":0})",
-        R"({"deployId":"i","deployType":"1"})",
-        R"({"deployId":{},"deployType":0,"resources":[]})"}) {
+       {"no JSON", R"({"deployId":"i","deployType":2,"resources":[]})",
+        R"({"deployId":"i","deployType":0})", R"({"deployId":{},"deployType":0,"resources":[]})"}) {
     onLoop([&] { handle1Job(ignored); });
   }
   initAllExecutors();
@@ -308,25 +267,6 @@ TEST_F(Scene, ignores_requests_of_other_types_and_answers_a_reset_as_the_last_re
   EXPECT_EQ(published(kDeployPost).size(), before + 1);
   // The built-in executors are absent, which makes three answers.
   EXPECT_TRUE(eventually([&] { return log.has("resetEJobs actual result"); }));
-}
-
-TEST_F(Scene, splits_a_report_of_more_than_200_details_in_two) {
-  std::vector<Json::Value> resources;
-  for (int i = 0; i < 450; ++i) {
-    resources.push_back(resourceOf("many" + std::to_string(1000 + i), "many"));
-  }
-  deploy("450", resources);
-  EXPECT_EQ(detailsOf("450", 2).size(), 250U);
-  EXPECT_EQ(detailsOf("450", 2)[249]["snapshotId"], "s-many1449");
-  EXPECT_EQ(detailsOf("450", 1).size(), 200U);
-  EXPECT_EQ(resultsOf("450")[0]["isLastReply"], false);
-  resources.resize(201);
-  deploy("201", resources);
-  EXPECT_EQ(detailsOf("201", 2).size(), 1U);
-  resources.resize(200);
-  deploy("200", resources);
-  EXPECT_EQ(detailsOf("200").size(), 200U);
-  EXPECT_EQ(resultsOf("200")[0]["isLastReply"], true);
 }
 
 }  // namespace
