@@ -1,6 +1,5 @@
 #include <TempFolder.h>
 #include <file_text.h>
-#include <unistd.h>
 
 #include <filesystem>
 
@@ -12,38 +11,6 @@ namespace {
 
 using namespace jobm;
 
-constexpr const char* kServices = "/tmp/var/run/mbusd/services";
-
-// A service that the daemon can start: each start adds a line to a file, and fails.
-class StartedService {
- public:
-  StartedService() {
-    writeFile(unit, "[D-BUS Service]\nName=iot.test.engine\nExec=/bin/sh -c \"echo start >> " +
-                        (folder / "starts") + "; exit 1\"\n");
-    reload();
-  }
-  ~StartedService() {
-    std::filesystem::remove(unit);
-    reload();
-  }
-  StartedService(const StartedService&) = delete;
-  StartedService& operator=(const StartedService&) = delete;
-
-  std::string starts() const {
-    std::string lines;
-    readFile(folder / "starts", lines);
-    return lines;
-  }
-
- private:
-  static void reload() {
-    test::busCall("org.freedesktop.DBus", "/org/freedesktop/DBus", "ReloadConfig", {});
-  }
-
-  const test::TempFolder folder;
-  const std::string unit = std::string(kServices) + "/iot.test.engine.service";
-};
-
 TEST(BusControl, KnowsWhoOwnsAName) {
   test::FakePeer owner("iot.test.owner");
   EXPECT_TRUE(nameHasOwner("iot.test.owner"));
@@ -51,16 +18,6 @@ TEST(BusControl, KnowsWhoOwnsAName) {
   EXPECT_FALSE(nameHasOwner("not a name"));
   EXPECT_EQ(startServiceByName("iot.test.nobody", 4), -1);
   EXPECT_EQ(getPidByName("iot.test.owner"), -1);
-}
-
-TEST(BusControl, HasADeadEngineStartedOnceUnlessItIsBack) {
-  StartedService engine;
-  handleEngineDead("iot.test.engine");
-  EXPECT_EQ(engine.starts(), "start\n");
-  test::FakePeer back("iot.test.engine");
-  handleEngineDead("iot.test.engine");
-  EXPECT_EQ(engine.starts(), "start\n");
-  EXPECT_EQ(startServiceByName("iot.test.engine", 4), 2) << "runs already";
 }
 
 TEST(Version, IsWhatTheFileInTheParentFolderSaysWithoutSpaceAround) {
@@ -78,7 +35,7 @@ TEST(Version, IsWhatTheFileInTheParentFolderSaysWithoutSpaceAround) {
 }
 
 TEST(GroupConfig, IsRefusedWhateverItSays) {
-  for (const char* payload : {"", "eyJjb2RlIjowfQ==", "abc", "not base64 !", "===="}) {
+  for (const char* payload : {"", "eyJjb2RlIjowfQ==", "not base64 !"}) {
     const test::CapturedLog log;
     EXPECT_EQ(deployConfig("Exec", payload), 0) << payload;
     EXPECT_TRUE(log.has("payloadeployConfig parse Error\n")) << payload;
