@@ -81,6 +81,8 @@ TEST_F(Download, PackageIsStoredDecryptedWhenItIsMarkedAndLooksEncrypted) {
       {kEncrypted, false, kEncrypted},
       {kEncrypted, true, "hello"},
       {kEncrypted + "\n", true, kEncrypted + "\n"},
+      {"{\"a\":1}", true, "{\"a\":1}"},
+      {"Zm9\x80", true, "Zm9\x80"},
       {"", true, ""},
   };
   for (const Case& c : cases) {

@@ -120,22 +120,13 @@ TEST_F(Unzip, ReportsWhatIsWrongWithAnArchive) {
     int method;
     int expected;
   };
-  // In the directory's record: 10 method, 24 size; the last record is the second one's.
-  const auto inDirectory = [&](std::size_t offset, char value) {
-    return [=](std::string& bytes) { bytes[bytes.rfind(record) + offset] = value; };
-  };
-  const auto largerSize = [&](std::string& bytes) {
-    bytes[bytes.rfind(record) + 24 + 1] = 0x7F;
-    bytes[bytes.rfind("PK\x03\x04") + 22 + 1] = 0x7F;
-  };
   const Case cases[] = {
       {"nothing", [](std::string&) {}, Z_DEFLATED, 0},
       {"no archive", [](std::string& bytes) { bytes = "text"; }, Z_DEFLATED, 1},
       {"first record", [&](std::string& bytes) { bytes[bytes.find(record)] = 'X'; }, Z_DEFLATED, 3},
-      {"method", inDirectory(10, 99), Z_DEFLATED, 4},
+      {"method", [&](std::string& bytes) { bytes[bytes.rfind(record) + 10] = 99; }, Z_DEFLATED, 4},
       {"checksum", [](std::string& bytes) { bytes[bytes.rfind("dd")] = 'D'; }, 0, 6},
-      {"less data than size", largerSize, Z_DEFLATED, 6},
-      {"second record", inDirectory(0, 'X'), Z_DEFLATED, 7},
+      {"last record", [&](std::string& bytes) { bytes[bytes.rfind(record)] = 'X'; }, Z_DEFLATED, 7},
   };
   for (const Case& c : cases) {
     makeArchive(archive,
