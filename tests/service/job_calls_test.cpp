@@ -137,9 +137,6 @@ TEST(JobCalls, take_the_word_of_CorvexConfig_for_each_resource) {
        R"({"success":true,"code":"0","message":"fine"})"},
       {R"({"code":1,"data":[{"resourceId":"R1","code":-1}]})",
        R"({"success":false,"code":"-1","message":""})", silence},
-      {R"({"code":0,"data":[{"resourceId":"r1","code":3},{"resourceId":"r2","code":{}}]})",
-       R"({"success":false,"code":"3","message":""})",
-       R"({"success":false,"code":"101206","message":"JOBM_ERROR_ExecutorReplyFormatError"})"},
       {"garbage", silence, silence},
   };
   std::size_t n = 0;

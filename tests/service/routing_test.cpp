@@ -66,13 +66,9 @@ TEST_F(Routing, KeepsTheEntryOfAReplyThatItCanNotRoute) {
 }
 
 TEST_F(Routing, CatchesNoExceptionOfAHandlerButOutOfRange) {
-  const auto outOfRange =
-      fileRequest([](const Json::Value&) -> bool { throw std::out_of_range("far"); });
-  const auto other =
-      fileRequest([](const Json::Value&) -> bool { throw std::runtime_error("else"); });
-  const test::CapturedLog log;
-  EXPECT_EQ(dispatch(answerTo(outOfRange)), 1);
-  EXPECT_TRUE(log.has("dispatchMasterResponse out_of_range err = far\n"));
+  const auto far = fileRequest([](const Json::Value&) -> bool { throw std::out_of_range("far"); });
+  const auto other = fileRequest([](const Json::Value&) -> bool { throw std::runtime_error(""); });
+  EXPECT_EQ(dispatch(answerTo(far)), 1);
   EXPECT_THROW(dispatch(answerTo(other)), std::runtime_error);
 }
 

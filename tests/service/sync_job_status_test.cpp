@@ -61,7 +61,6 @@ TEST_F(SyncJobStatus, IsAcceptedByTheQuotedWordOnly) {
       {R"({"attrs":[{"code":200,"data":"\"ACK_REQUEST_OK\""}]})", true},
       {R"({"attrs":[{"code":200,"data":"ACK_REQUEST_OK"}]})", false},
       {R"({"attrs":[{"code":"200","data":"\"ACK_REQUEST_OK\""}]})", false},
-      {R"({"attrs":[{"code":201,"data":"\"ACK_REQUEST_OK\""}]})", false},
       {R"({})", false},
   };
   for (const auto& [reply, accepted] : cases) {
