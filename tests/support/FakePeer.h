@@ -16,7 +16,7 @@
 
 namespace test {
 
-using Argument = std::variant<std::string, std::int32_t, std::uint32_t, bool, double, std::int16_t>;
+using Argument = std::variant<std::string, std::int32_t>;
 
 /// One message as it came in.
 struct Received {
@@ -24,7 +24,6 @@ struct Received {
   std::string member;
   std::string path;
   std::string interface;
-  std::string sender;
   std::vector<Argument> arguments;
 
   /// Argument `i` as text, "" when there is none or it is of another type.
@@ -63,8 +62,6 @@ class FakePeer {
   /// Sends a signal with text arguments, to `destination` unless that is empty.
   void emit(const std::string& path, const std::string& interface, const std::string& member,
             const std::vector<std::string>& texts, const std::string& destination = "");
-
-  std::string uniqueName() const;
 
  private:
   void run();

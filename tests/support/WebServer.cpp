@@ -87,11 +87,6 @@ std::string patternBody(std::size_t size) {
   return body;
 }
 
-// Bound but not listening: the port is taken, and connecting to it is refused.
-RefusingPort::RefusingPort() : socket(boundSocket()) {}
-RefusingPort::~RefusingPort() { close(socket); }
-std::string RefusingPort::url() const { return urlOf(socket, "/"); }
-
 WebServer::WebServer()
     : socket(boundSocket()), stopping(require(eventfd(0, EFD_CLOEXEC), "eventfd")) {
   require(listen(socket, SOMAXCONN), "listen");

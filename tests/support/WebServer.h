@@ -32,19 +32,6 @@ struct Page {
 /// never looks like the original.
 std::string patternBody(std::size_t size);
 
-/// An address on loopback that refuses connections while this lives.
-class RefusingPort {
- public:
-  RefusingPort();
-  ~RefusingPort();
-  RefusingPort(const RefusingPort&) = delete;
-  RefusingPort& operator=(const RefusingPort&) = delete;
-  std::string url() const;
-
- private:
-  int socket;
-};
-
 class WebServer {
  public:
   /// Listens. Aborts the test if that fails.
