@@ -137,8 +137,6 @@ TEST_F(Process, ends_with_status_0_on_every_trapped_signal) {
     EXPECT_EQ(service.end(5), 0);
     EXPECT_TRUE(service.has("Recv signal = " + std::to_string(signal) + ". Terminating...\n"));
     EXPECT_EQ(service.has("Received segmentation fault.\n"), signal == SIGSEGV);
-    EXPECT_EQ(service.has("User requested shutdown...\n"), signal == SIGTERM);
-    EXPECT_EQ(service.has("backtrace() returned 0 addresses\n"), signal != SIGTERM);
     EXPECT_EQ(service.has(":   [00] "), signal != SIGTERM);
   }
 }
