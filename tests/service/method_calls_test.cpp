@@ -56,6 +56,7 @@ TEST(MethodCalls, turn_every_kind_of_reply_into_a_code) {
       {R"({"code":"zero","message":""})", kFormatError},
       {R"({"code":0,"message":{}})", kFormatError},
       {error(gone), kTimeout},
+      {error(gone + "."), kFormatError},
       {error(missing), kMissing},
   };
   FakePeer peer(kName);

@@ -66,6 +66,8 @@ TEST_F(Scene, brings_every_kind_of_resource_to_disk_store_and_executors) {
   FakePeer corvex("iot.gateway.cvbase");
   FakePeer other("iot.test.scene");
   FakePeer manager("iot.test.manager");
+  FakePeer engine("iot.runtime.js");
+  FakePeer rillmark("iot.edge.Rillmark");
   addExecutor(registration("scene", "iot.test.scene", R"(["label","page"])"));
   addExecutor(registration("driver_manager", "iot.test.manager", R"(["driver"])"));
   fs::create_directories(kTree / "f/left over");
@@ -80,11 +82,11 @@ TEST_F(Scene, brings_every_kind_of_resource_to_disk_store_and_executors) {
   const Json::Value page =
       with(web, zip("p", "page", {{"config.json", "the page"}, {"fileList/a", "A"}}), "content",
            "raw", "as it is");
-  deploy("every kind", {page, label, function, driver});
+  deploy("every kind", {page, label, function, driver, text("r", "rule"), text("t", "stream")});
 
   const Json::Value details = detailsOf("every kind");
   for (const Json::Value& detail : details) EXPECT_EQ(detail["success"], true);
-  EXPECT_EQ(details.size(), 4U);
+  EXPECT_EQ(details.size(), 6U);
   // Executors get the request's resources, each those of its types, in the request's order.
   EXPECT_EQ(parsed(other.received("deployJob").at(0).text()), arrayOf({page, label}));
   EXPECT_EQ(parsed(corvex.received("deployJob").at(0).text()), arrayOf({function, driver}));
@@ -102,7 +104,9 @@ TEST_F(Scene, brings_every_kind_of_resource_to_disk_store_and_executors) {
                                                         {"l/config.json", "label content"},
                                                         {"p/p.config/config.json", "(no file)"},
                                                         {"p/a", "A"},
-                                                        {"p/_downloaded.raw", "as it is"}};
+                                                        {"p/_downloaded.raw", "as it is"},
+                                                        {"r/r.config/config.json", "{}"},
+                                                        {"t/t.config/config.json", "{}"}};
   for (const auto& [path, content] : onDisk) EXPECT_EQ(textOf(kTree / path), content) << path;
   EXPECT_FALSE(fs::exists(kTree / "f/left over"));
 }
@@ -180,16 +184,16 @@ TEST_F(Scene, asks_every_parser_and_goes_on_to_the_executors_only_when_none_has_
     eventually([&] { return log.has("[0/2] Received response from parser."); });
     return R"({"code":0,"message":"yes"})";
   });
-  const std::vector<Json::Value> resources = {text("parsed", "parsed", "value"),
+  const std::vector<Json::Value> resources = {text("p1", "parsed", "value"),
                                               text("plain", "unparsed")};
   deploy("one failed", resources);
   EXPECT_EQ(detailsOf("one failed"), parsed(R"([
-      {"snapshotId":"s-parsed","success":false,"code":"3",
+      {"snapshotId":"s-p1","success":false,"code":"3",
        "message":"Last successfully processed by second"},
       {"snapshotId":"s-plain","success":true,"code":"0",
        "message":"No one registered, ignored."}])"));
   EXPECT_EQ(parsed(first.received("deployConfig")[0].text()),
-            parsed(R"({"key":"parsed","snapshotId":"s-parsed","value":"value"})"));
+            parsed(R"({"key":"parsed","snapshotId":"s-p1","value":"value"})"));
   EXPECT_EQ(executor.count("deployJob"), 0U);
 
   first.answer("deployConfig", R"({"code":0,"message":""})");
@@ -215,6 +219,17 @@ TEST_F(Scene, lets_a_request_wait_until_the_deployment_before_it_is_over) {
   EXPECT_EQ(detailsOf("held")[0]["message"], "held");
   EXPECT_FALSE(detailsOf("second").empty());
   EXPECT_TRUE(awaitResult("third").isObject());
+}
+
+TEST_F(Scene, reports_what_was_never_sent_and_waits_for_the_rest_only) {
+  FakePeer own("iot.test.reserved");
+  addExecutor(registration("gw_jobm_reserved", "iot.test.reserved", R"(["reserved"])"));
+  deploy("never sent", {text("u", "reserved")});
+  EXPECT_EQ(detailsOf("never sent"), parsed(R"([{"snapshotId":"s-u","success":false,
+      "code":"101203","message":"SetConfigManager_Fail"}])"));
+  // A deletion of the same executor is sent.
+  deploy("half sent", {text("u", "reserved"), resourceOf("v", "reserved", 1)});
+  EXPECT_EQ(detailsOf("half sent")[1]["success"], true);
 }
 
 TEST_F(Scene, ignores_requests_of_other_types_and_answers_a_reset_as_the_last_reply_of_its_kind) {
