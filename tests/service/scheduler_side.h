@@ -36,16 +36,12 @@ class SchedulerSide : public testing::Test {
     jobm::setRunId(0);
   }
 
-  /// Everything that was published since the last call, in order: a mark goes out behind it and is
-  /// waited for.
+  /// What is under way must not reach the next test's bridge.
+  ~SchedulerSide() override { callsUpToNow(); }
+
+  /// Everything that was published since the last call, in order.
   std::vector<Published> published() {
-    const std::string mark = "mark " + std::to_string(taken);
-    jobm::publishAsync(mark, "", 0);
-    std::vector<Received> calls;
-    EXPECT_TRUE(eventually([&] {
-      calls = bridge.received("publish");
-      return !calls.empty() && calls.back().text() == mark;
-    }));
+    const std::vector<Received> calls = callsUpToNow();
     std::vector<Published> news;
     for (; taken + 1 < calls.size(); ++taken) {
       const std::string prefix = "/sys/key/device";
@@ -62,7 +58,20 @@ class SchedulerSide : public testing::Test {
   LoopThread loop;
 
  private:
+  // A mark goes out behind everything else and is waited for; it is the last of the calls.
+  std::vector<Received> callsUpToNow() {
+    const std::string mark = "mark " + std::to_string(++marks);
+    jobm::publishAsync(mark, "", 0);
+    std::vector<Received> calls;
+    EXPECT_TRUE(eventually([&] {
+      calls = bridge.received("publish");
+      return !calls.empty() && calls.back().text() == mark;
+    }));
+    return calls;
+  }
+
   std::size_t taken = 0;
+  int marks = 0;
 };
 
 }  // namespace test
