@@ -63,9 +63,16 @@ TEST(Message, IsNotMadeOfNamesThatBreakTheRules) {
   struct Case {
     const char *path, *interface, *member;
   };
-  const Case cases[] = {{"p", "a.b", "m"},   {"/p/", "a.b", "m"},  {"/", "a", "m"},
-                        {"/", "a.1", "m"},   {"/", "a.b", "m.n"},  {nullptr, "a.b", "m"},
-                        {"/", nullptr, "m"}, {"/", "a.b", nullptr}};
+  const Case cases[] = {{"p", "a.b", "m"},
+                        {"/p/", "a.b", "m"},
+                        {"/", "a", "m"},
+                        {"/", "a.1", "m"},
+                        {"/", "a.b", "m.n"},
+                        {nullptr, "a.b", "m"},
+                        {"/", nullptr, "m"},
+                        {"/", "a.b", nullptr},
+                        {"/org/freedesktop/DBus/Local", "a.b", "m"},
+                        {"/", "org.freedesktop.DBus.Local", "m"}};
   for (const Case& c : cases) {
     SCOPED_TRACE(&c - cases);
     EXPECT_FALSE(DMessage::makeNewMethodCallMessage("a.b", c.path, c.interface, c.member));

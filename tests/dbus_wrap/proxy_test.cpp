@@ -110,10 +110,13 @@ TEST_F(Proxy, LetsACallbackThrowAndSendAndDropTheProxy) {
               done = true;
             },
             nullptr);
+        raw->sendMessageWithReply(
+            callOf(*raw, "echo"), [&](const Message&, void*) { result += " and more"; }, nullptr);
       },
       nullptr);
   ASSERT_TRUE(eventually([&] { return done.load(); }));
-  EXPECT_EQ(result, "outer blocking inner");
+  EXPECT_TRUE(service.await("echo", 4));
+  loop.run([&] { EXPECT_EQ(result, "outer blocking inner"); });
 }
 
 TEST_F(Proxy, SendsNothingThatTheBusWouldNotTake) {
