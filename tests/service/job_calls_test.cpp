@@ -33,7 +33,7 @@ TEST(StoredJobs, are_replaced_appended_and_removed_by_their_ids_with_repeated_on
     const char *items, *after;
   };
   const Case cases[] = {
-      {"a1 b1 a2", 10201, "a3", "b1 a2 a3"}, {"a1 b1", 10201, "c1 c2", "a1 b1 c2"},
+      {"a1 b1 a2", 10201, "a3", "b1 a2 a3"}, {"a1 b1", 10201, "a2 a3", "b1 a3"},
       {"a1 b1 a2 c1", 10204, "a3", "b1 c1"}, {"a1 A1", 10211, "A2", "a1"},
       {"a1 b1 c1", 10204, "a1 a1", "c1"},    {"a1 b1", 10219, "b1", ""},
       {"a1", 10202, "b1 a1", "a1"},

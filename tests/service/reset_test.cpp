@@ -93,6 +93,22 @@ TEST(Reset, is_a_success_only_when_all_three_executors_say_so) {
   }
 }
 
+TEST(Reset, counts_to_three_answers_across_orders) {
+  const CapturedLog log;
+  const auto answers = [&] { return log.count("resetEJobs sendMessageWithReply res"); };
+  {
+    BuiltInPeers peers;
+    peers.reset(kSuccess, kSilence, kSuccess);
+    ASSERT_TRUE(eventually([&] { return answers() == 2 && peers.called() == 3; }));
+    EXPECT_FALSE(log.has(kOutcome));
+    peers.reset(kSilence, kSuccess, kSilence);
+    EXPECT_TRUE(eventually([&] { return log.has(outcome(0, "reset success", 0)); }));
+    ASSERT_TRUE(eventually([&] { return peers.called() == 6; }));
+  }
+  // What the bus says of the three that left without an answer counts as one of each.
+  EXPECT_TRUE(eventually([&] { return log.count(kOutcome) == 2; }));
+}
+
 TEST(Reset, ends_at_the_first_job_list_that_can_not_be_emptied) {
   for (const char* name : {"gw_system_r", "later"}) {
     addExecutor(registration(name, "iot.test.later", "[]", R"(["file"])"));
