@@ -33,6 +33,7 @@ class Child {
  public:
   Child(std::vector<std::string> command, std::string output) : file(std::move(output)) {
     std::vector<char*> arguments;
+    arguments.reserve(command.size() + 1);
     for (std::string& word : command) arguments.push_back(word.data());
     arguments.push_back(nullptr);
     fs::remove(file);  // a file of the child before this one would be read as this one's
@@ -90,7 +91,8 @@ class Service : public Child {
 class Daemon : public Child {
  public:
   Daemon()
-      : Child({"dbus-daemon", "--config-file=" BUS_CONFIG, "--nofork", "--nopidfile", "--nosyslog"},
+      : Child({"dbus-daemon", std::string("--config-file=") + BUS_CONFIG, "--nofork", "--nopidfile",
+               "--nosyslog"},
               "/tmp/var/daemon.log") {
     const std::string address = std::string("unix:path=") + kBusFolder + "/mbusd_socket";
     EXPECT_TRUE(eventually([&] {

@@ -39,23 +39,23 @@ TEST(Registry, refuses_a_bad_registration_but_has_stored_what_it_could_read) {
   const std::string watch = R"(["refused"])";
   struct Case {
     const char* name;
-    bool isParser;
     std::string payload;
     std::string error;
+    bool isParser;
     bool isStored;
   };
   const Case cases[] = {
-      {"r", false, "no JSON", unreadable, false},
-      {"../r", false, spoiled("../r", watch, watch), "registerExecutor executorName error", false},
-      {"r_path", false, spoiled("r_path", R"("/iot/test/refused")", R"("iot/test")"),
-       "registerExecutor executorAddr error", true},
-      {"r_types", false, spoiled("r_types", watch, R"("refused")"),
-       "registerExecutor *Type param error", true},
-      {"r_one", false, spoiled("r_one", watch, R"(["refused",{}])"), unreadable, true},
-      {"p", true, spoiled("p", R"("p")", "[]"), "Invalid payload", false},
-      {"a/b", true, spoiled("a/b", watch, watch), "registerParser executorName error", false},
-      {"p_types", true, spoiled("p_types", watch, R"("refused")"),
-       "Parser should contain JSON ARRAY MEMBER storeType or watchType", true},
+      {"r", "no JSON", unreadable, false, false},
+      {"../r", spoiled("../r", watch, watch), "registerExecutor executorName error", false, false},
+      {"r_path", spoiled("r_path", R"("/iot/test/refused")", R"("iot/test")"),
+       "registerExecutor executorAddr error", false, true},
+      {"r_types", spoiled("r_types", watch, R"("refused")"), "registerExecutor *Type param error",
+       false, true},
+      {"r_one", spoiled("r_one", watch, R"(["refused",{}])"), unreadable, false, true},
+      {"p", spoiled("p", R"("p")", "[]"), "Invalid payload", true, false},
+      {"a/b", spoiled("a/b", watch, watch), "registerParser executorName error", true, false},
+      {"p_types", spoiled("p_types", watch, R"("refused")"),
+       "Parser should contain JSON ARRAY MEMBER storeType or watchType", true, true},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.payload);
