@@ -19,6 +19,14 @@ TEST(BusControl, KnowsWhoOwnsAName) {
   EXPECT_EQ(getPidByName("iot.test.owner"), -1);
 }
 
+TEST(BusControl, LeavesAnEngineAloneThatIsBackByItself) {
+  test::FakePeer back("iot.test.engine");
+  const test::CapturedLog log;
+  handleEngineDead("iot.test.engine");
+  EXPECT_TRUE(log.has("MethodCall iot.test.engine NameHasOwner get reply : 1\n"));
+  EXPECT_FALSE(log.has("StartServiceByName"));
+}
+
 TEST(Version, IsWhatTheFileInTheParentFolderSaysWithoutSpaceAround) {
   const auto before = std::filesystem::current_path();
   const test::TempFolder parent;

@@ -43,6 +43,7 @@ TEST_F(Jobs, AreCarriedOutByTheirCode) {
       {"deleted", 10204, "ConfigManager", "{}", {kDone}, false},
       {"another executor's", 10204, "NodeEngine_Script", "{}", {kDone}, true},
       {"a signature word", 10204, "ConfigManager", "JobPayloadSign", {kUnreadable}, true},
+      {"reset", 10219, "ConfigManager", "{}", {kDone}, false},
       {"reset with a word", 10219, "ConfigManager", "word", {kUnreadable}, true},
       {"unknown code", 10220, "ConfigManager", "{}", {}, true},
       {"refused name", 10220, "../up", "{}", {kUnreadable}, false},
