@@ -95,7 +95,7 @@ TEST_F(Download, PackageIsStoredDecryptedWhenItIsMarkedAndLooksEncrypted) {
   }
 }
 
-TEST_F(Download, PackageThatCanNotBeFetchedOrDecryptedIsAFailure) {
+TEST_F(Download, PackageThatCanNotBeFetchedOrDecryptedIsAFailureUnlikeOneThatCanNotBeStored) {
   server.serve("/package", {{.status = 503, .body = "later"}, {.body = kEncrypted}});
   EXPECT_EQ(jobm::downloadJob(server.url("/package"), "kiv", file, true), 503);
   jobm::setDeviceSecretReader([] { return std::string(); });
@@ -103,9 +103,6 @@ TEST_F(Download, PackageThatCanNotBeFetchedOrDecryptedIsAFailure) {
   EXPECT_EQ(fileText(), kEncrypted) << "stays as it came";
   EXPECT_EQ(jobm::downloadJob(kEncrypted, "inline", file, true), -1);
   EXPECT_EQ(fileText(), "");
-}
-
-TEST_F(Download, TroubleWithAnInlinePackagesFileIsOnlyLogged) {
   const test::CapturedLog log;
   const std::string path = folder / "no/such/file";
   EXPECT_EQ(jobm::downloadJob("content", "inline", path, false), 0);
