@@ -20,10 +20,6 @@ std::string outcome(int code, const std::string& message, const std::string& dat
   return std::to_string(code) + " '" + message + "' '" + data + "'";
 }
 
-const std::string kFormatError = outcome(101206, "JOBM_ERROR_ExecutorReplyFormatError");
-const std::string kTimeout = outcome(101205, "timeout without reply");
-const std::string kMissing = outcome(101207, "Service not exist");
-
 // Makes a call, whose callback must run on the loop's thread and after the call has returned.
 std::future<std::string> start(const Executor& executor, const char* method = "doIt") {
   const auto promise = std::make_shared<std::promise<std::string>>();
@@ -40,48 +36,25 @@ std::future<std::string> start(const Executor& executor, const char* method = "d
   return promise->get_future();
 }
 
-Executor called() {
+TEST(MethodCalls, tell_a_services_own_answer_from_that_of_one_which_is_absent_or_dies) {
+  const std::string missing = outcome(101207, "Service not exist");
   addExecutor(registration("called", kName, R"(["method"])"));
-  return *getExecutor("called");
-}
-
-TEST(MethodCalls, turn_every_kind_of_reply_into_a_code) {
-  const std::string gone = "Message recipient disconnected from message bus without replying";
-  const std::string missing = "The name was not provided by any .service files, says the bus";
-  const auto error = [](const std::string& text) { return Error{"org.any.Error", text}; };
-  const std::pair<Answer, std::string> cases[] = {
-      {R"({"code":0,"message":"fine","data":{"a":1}})", outcome(0, "fine", "{\n   \"a\" : 1\n}\n")},
-      {"ok", kFormatError},
-      {std::string(2000, '['), kFormatError},
-      {R"({"code":"zero","message":""})", kFormatError},
-      {R"({"code":0,"message":{}})", kFormatError},
-      {error(gone), kTimeout},
-      {error(gone + "."), kFormatError},
-      {error(missing), kMissing},
-  };
-  FakePeer peer(kName);
-  const Executor executor = called();
-  for (const auto& [answer, expected] : cases) {
-    peer.answer("doIt", answer);
-    EXPECT_EQ(start(executor).get(), expected);
-  }
-  const Received call = peer.received("doIt").front();
+  Executor executor = *getExecutor("called");
+  EXPECT_EQ(start(executor).get(), missing);
+  auto peer = std::make_unique<FakePeer>(kName);
+  peer->answer("doIt", R"({"code":0,"message":"fine","data":{"a":1}})");
+  EXPECT_EQ(start(executor).get(), outcome(0, "fine", "{\n   \"a\" : 1\n}\n"));
+  const Received call = peer->received("doIt").front();
   EXPECT_EQ(call.path + " " + call.interface, "/iot/test/method iot.test.method");
   EXPECT_TRUE(call.arguments.empty());
-}
-
-TEST(MethodCalls, tell_services_that_are_absent_or_die_from_those_that_can_not_be_called) {
-  Executor executor = called();
-  EXPECT_EQ(start(executor).get(), kMissing);
-  auto dying = std::make_unique<FakePeer>(kName);
-  dying->answer("doIt", std::monostate());
+  peer->answer("doIt", std::monostate());
   std::future<std::string> answer = start(executor);
-  ASSERT_TRUE(dying->await("doIt"));
-  dying.reset();
-  EXPECT_EQ(answer.get(), kTimeout);
+  ASSERT_TRUE(peer->await("doIt", 2));
+  peer.reset();
+  EXPECT_EQ(answer.get(), outcome(101205, "timeout without reply"));
   EXPECT_EQ(start(executor, nullptr).get(), outcome(100000, "params error"));
   executor.proxy = std::make_shared<quillon::DProxy>(kName, "no/slash", kName);
-  EXPECT_EQ(start(executor).get(), kMissing);
+  EXPECT_EQ(start(executor).get(), missing);
 }
 
 TEST(MethodCalls, tell_watchers_of_several_types_and_the_driver_manager_of_a_finished_batch) {

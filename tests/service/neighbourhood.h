@@ -31,7 +31,7 @@ auto onLoop(Task task) {
 class Gate {
  public:
   void open() { promise.set_value(); }
-  void wait() const { opened.wait_for(std::chrono::seconds(20)); }
+  void wait() const { opened.wait_for(std::chrono::seconds(60)); }
 
  private:
   std::promise<void> promise;

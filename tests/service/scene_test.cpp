@@ -13,7 +13,7 @@
 #include "communicate_scene/request.h"
 #include "executor_api/registry.h"
 #include "neighbourhood.h"
-#include "scene_files.h"
+#include "scene.h"
 
 using namespace test;
 namespace fs = std::filesystem;
@@ -21,45 +21,10 @@ namespace fs = std::filesystem;
 namespace jobm {
 namespace {
 
-const fs::path kTree = "/tarnvale/run/downloaded-job/configmanager";
-
 std::string textOf(const fs::path& path) {
   std::string text;
   return readFile(path.string(), text) ? text : "(no file)";
 }
-
-Json::Value arrayOf(const std::vector<Json::Value>& values) {
-  Json::Value array(Json::arrayValue);
-  for (const Json::Value& value : values) array.append(value);
-  return array;
-}
-
-void deploy(const std::string& deployId, const std::vector<Json::Value>& resources) {
-  Json::Value request;
-  request["deployId"] = deployId;
-  request["taskId"] = "task";
-  request["deployType"] = 0;
-  request["resources"] = arrayOf(resources);
-  onLoop([&] { handle1Job(json::styled(request)); });
-}
-
-Json::Value detailsOf(const std::string& deployId, std::size_t n = 1) {
-  return awaitResult(deployId, n)["details"];
-}
-
-class Scene : public testing::Test {
- protected:
-  // A resource that is one text, and one that is what an archive contains.
-  Json::Value text(const std::string& id, const std::string& type, const std::string& body = "{}") {
-    return with(web, resourceOf(id, type), "config", "text", body);
-  }
-  Json::Value zip(const std::string& id, const std::string& type,
-                  const std::map<std::string, std::string>& entries) {
-    return with(web, resourceOf(id, type), "config", "zip", zipOf(entries));
-  }
-
-  WebServer web;
-};
 
 TEST_F(Scene, brings_every_kind_of_resource_to_disk_store_and_executors) {
   initAllExecutors();
@@ -72,16 +37,16 @@ TEST_F(Scene, brings_every_kind_of_resource_to_disk_store_and_executors) {
   addExecutor(registration("driver_manager", "iot.test.manager", R"(["driver"])"));
   fs::create_directories(kTree / "f/left over");
 
-  const Json::Value function = with(web, text("f", "function", "the function"), "content", "zip",
-                                    zipOf({{"code/main.js", "main"}, {"bin/", ""}}));
+  const Json::Value function = with(text("f", "function", "the function"), "content", "zip",
+                                    {.body = zipOf({{"code/main.js", "main"}, {"bin/", ""}})});
   const std::string settings = R"({"driverName":"pump","driverId":7,"runtime":"c", "x":1})";
   const Json::Value driver =
-      zip("d", "driver", {{"config.json", settings}, {"fileList/bin", "binary"}});
+      zip("d", "driver", zipOf({{"config.json", settings}, {"fileList/bin", "binary"}}));
   const Json::Value label =
-      with(web, text("l", "label", "the label"), "content", "text", "label content");
+      with(text("l", "label", "the label"), "content", "text", {.body = "label content"});
   const Json::Value page =
-      with(web, zip("p", "page", {{"config.json", "the page"}, {"fileList/a", "A"}}), "content",
-           "raw", "as it is");
+      with(zip("p", "page", zipOf({{"config.json", "the page"}, {"fileList/a", "A"}})), "content",
+           "raw", {.body = "as it is"});
   deploy("every kind", {page, label, function, driver, text("r", "rule"), text("t", "stream")});
 
   const Json::Value details = detailsOf("every kind");
@@ -109,51 +74,6 @@ TEST_F(Scene, brings_every_kind_of_resource_to_disk_store_and_executors) {
                                                         {"t/t.config/config.json", "{}"}};
   for (const auto& [path, content] : onDisk) EXPECT_EQ(textOf(kTree / path), content) << path;
   EXPECT_FALSE(fs::exists(kTree / "f/left over"));
-}
-
-TEST_F(Scene, reports_the_resource_that_can_not_be_deployed_and_goes_no_further) {
-  FakePeer executor("iot.test.never");
-  addExecutor(registration("never", "iot.test.never", R"(["never"])"));
-  setConfig("gw_system_productkey", "kept");
-  const auto changed = [&](const char* key, const Json::Value& value) {
-    Json::Value resource = text("faulty", "never");
-    resource[key] = value;
-    return resource;
-  };
-  const std::string noKeys = "Keys in resource from cloud is not enough.";
-  struct Case {
-    Json::Value resource;
-    int code;
-    std::string message;
-  };
-  const Case cases[] = {
-      {changed("configKivAddress", web.url("/missing")), 101208, "ERROR_DOWNLOADFail_404"},
-      {changed("configMd5", md5Of("[]")), 101209, "ERROR_CheckMd5sumFail"},
-      {with(web, resourceOf("faulty", "never"), "content", "zip", "no archive"), 101208,
-       "ERROR_DOWNLOADFail, unzip res =1"},
-      {changed("configFormat", "../../text"), 101208,
-       "Type of one of Keys is illegal: configKivAddress or configFormat or configMd5"},
-      {"a text", 101201, noKeys},
-      {changed("resourceId", Json::Value()), 101201, noKeys},
-      {changed("resourceId", "../configmanager"), 101202, "获取或者创建任务路径为空"},
-      {zip("faulty", "never", {{"other.json", "{}"}}), 101203,
-       "SetConfigManager_Fail_OpenDownloadedFile"},
-      {text("faulty", "gw_system_productkey", "ours"), 101203, "SetConfigManager_Fail_-1"},
-  };
-  std::size_t n = 0;
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.message);
-    deploy("faulty", {text("good", "never", "good"), c.resource});
-    const Json::Value details = detailsOf("faulty", ++n);
-    ASSERT_EQ(details.size(), 2U);
-    EXPECT_EQ(details[1]["code"], c.code);
-    EXPECT_EQ(details[1]["message"], c.message);
-    // The good one is told about in full.
-    EXPECT_EQ(details[0]["success"], true);
-    EXPECT_TRUE(details[0]["data"]["config"].isString());
-  }
-  EXPECT_EQ(getConfig("gw_system_productkey"), "kept");
-  EXPECT_EQ(executor.count("deployJob"), 0U);
 }
 
 TEST_F(Scene, removes_what_is_deleted_and_reports_it_by_the_answers_of_executors_alone) {

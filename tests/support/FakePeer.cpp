@@ -151,7 +151,10 @@ void FakePeer::handle(DBusMessage* message) {
 
 void FakePeer::reply(DBusMessage* call, const Answer& answer) {
   DBusMessage* message = nullptr;
-  if (const auto* text = std::get_if<std::string>(&answer)) {
+  if (const auto* twice = std::get_if<Twice>(&answer)) {
+    reply(call, twice->text);
+    reply(call, twice->text);
+  } else if (const auto* text = std::get_if<std::string>(&answer)) {
     message = dbus_message_new_method_return(call);
     appendTexts(message, {*text});
   } else if (const auto* error = std::get_if<Error>(&answer)) {

@@ -30,13 +30,16 @@ struct Received {
   std::string text(std::size_t i = 0) const;
 };
 
-/// What a peer does with a call: answer one text, answer an error of that name and text, or stay
-/// silent.
+/// What a peer does with a call: answer one text, answer an error of that name and text, answer the
+/// same text two times, or stay silent.
 struct Error {
   std::string name;
   std::string text;
 };
-using Answer = std::variant<std::string, Error, std::monostate>;
+struct Twice {
+  std::string text;
+};
+using Answer = std::variant<std::string, Error, Twice, std::monostate>;
 
 class FakePeer {
  public:
