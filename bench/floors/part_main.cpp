@@ -18,6 +18,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "communicate_scene/download.h"
@@ -56,7 +57,8 @@ void decrypt(const std::string& from, const std::string& to) {
   std::string text;
   std::string plain;
   require(jobm::readFile(from, text) && jobm::isBase64(text), "no package");
-  require(jobm::aesJobDecrypt(text, plain) == 0 && jobm::writeFile(to, plain), "not decrypted");
+  require(jobm::aesJobDecrypt(std::move(text), plain) == 0 && jobm::writeFile(to, plain),
+          "not decrypted");
 }
 
 // What is to be measured; empty for unknown words.

@@ -158,7 +158,7 @@ void decryption(const Options& options) {
   for (int run = 0; run < options.runs; ++run) {
     const Part part = runPart({"decrypt", "service", package, output, secret});
     require(fs::file_size(output) == fs::file_size(plain), "the text is wrong");
-    sample("decryption", "ms", "service", part.whole * 1e3);
+    sample("decryption", "ms", "service", part.seconds * 1e3);
     sample("decryption", "memory MiB", "service", part.growth / 1024);
     const double floor =
         timeCommand({"sh", "-c",

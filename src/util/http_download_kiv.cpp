@@ -10,6 +10,7 @@
 #include <ctime>
 #include <memory>
 #include <system_error>
+#include <utility>
 
 #include "aes/job_aes.h"
 #include "base64.h"
@@ -106,16 +107,16 @@ Stored store(const std::string& path, const std::string& text) {
   return {writeFile(path, text) ? 0 : errno, 0};
 }
 
-Stored decryptInto(const std::string& path, const std::string& text) {
+Stored decryptInto(const std::string& path, std::string text) {
   std::string plain;
-  const int result = aesJobDecrypt(text, plain);
+  const int result = aesJobDecrypt(std::move(text), plain);
   return result == 0 ? store(path, plain) : Stored{0, result};
 }
 
 Stored decryptFile(const std::string& path) {
   std::string text;
   if (!readFile(path, text)) return {errno, 0};
-  return isBase64(text) ? decryptInto(path, text) : Stored{};
+  return isBase64(text) ? decryptInto(path, std::move(text)) : Stored{};
 }
 
 /// The package is `source` itself.

@@ -27,4 +27,18 @@ TEST(Base64, EncodesAndDecodesTheKnownTexts) {
   }
 }
 
+TEST(Base64, IsEveryFourCharactersOfTheAlphabetHoweverManyThereAre) {
+  for (const std::size_t size : {0U, 4U, 256U, 1028U}) {
+    EXPECT_TRUE(jobm::isBase64(std::string(size, '/')));
+    EXPECT_FALSE(jobm::isBase64(std::string(size + 2, 'A')));
+    for (const std::size_t at : {std::size_t{0}, size / 2, size - 1}) {
+      for (const char foreign : {'\0', '*', ',', '.', ':', '@', '[', '`', '{', '\xFF'}) {
+        std::string text(size, '=');
+        if (at < size) text[at] = foreign;
+        EXPECT_EQ(jobm::isBase64(text), size == 0) << size << foreign << at;
+      }
+    }
+  }
+}
+
 }  // namespace

@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <utility>
 
 #include "../base64.h"
 
@@ -61,7 +62,7 @@ std::array<unsigned char, kKeyBytes> keyOf(const std::string& secret) {
 
 void setDeviceSecretReader(std::string (*reader)()) { secretReader.store(reader); }
 
-int aesJobDecrypt(const std::string& text, std::string& out) {
+int aesJobDecrypt(std::string text, std::string& out) {
   if (text.empty()) return 0;
   std::string (*const reader)() = secretReader.load();
   const std::string secret = reader != nullptr ? reader() : std::string();
@@ -69,14 +70,16 @@ int aesJobDecrypt(const std::string& text, std::string& out) {
   // Not base64, so it decodes to nothing; the decoder would end the process.
   if (text.size() % 4 != 0) return -1;
 
-  // A package may be large, so it is decoded and decrypted in the one place where it is wanted; the
-  // last byte stays zero and ends the text.
-  std::string plain(std::max(text.size() / 4 * 3, kBlock) + 1, '\0');
-  auto* const bytes = reinterpret_cast<unsigned char*>(plain.data());
+  // A package may be large, so it is decoded and decrypted where it is; the last byte stays zero
+  // and ends the text.
+  const std::size_t size = text.size();
   std::size_t decodedLength = 0;
-  base64_decode(text.data(), text.size(), bytes, &decodedLength);
-  LOGI("%s %d size =%d after base64_decode pLen = %d\n", __func__, __LINE__,
-       static_cast<int>(text.size()), static_cast<int>(decodedLength));
+  base64_decode(text.data(), size, reinterpret_cast<unsigned char*>(text.data()), &decodedLength);
+  LOGI("%s %d size =%d after base64_decode pLen = %d\n", __func__, __LINE__, static_cast<int>(size),
+       static_cast<int>(decodedLength));
+  text.resize(decodedLength);
+  text.resize(std::max(decodedLength, kBlock) + 1);
+  auto* const bytes = reinterpret_cast<unsigned char*>(text.data());
 
   // What is more than whole blocks is no text, whichever byte the padding points at.
   if (decodedLength > kBlock) {
@@ -85,8 +88,8 @@ int aesJobDecrypt(const std::string& text, std::string& out) {
   const auto key = keyOf(secret);
   const int length = vexa_aes_cbc_decrypt_256(bytes, decodedLength, key.data(), bytes, key.data());
   // A decryption that failed leaves no text; deliberately still a success.
-  plain.resize(length == 0 ? 0 : std::strlen(plain.c_str()));
-  out = std::move(plain);
+  text.resize(length == 0 ? 0 : std::strlen(text.c_str()));
+  out = std::move(text);
   return length >= 0 && decodedLength > 0 ? 0 : -1;
 }
 

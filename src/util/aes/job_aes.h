@@ -10,10 +10,11 @@ namespace jobm {
 /// without it there is no secret. The reader is called from the thread that decrypts.
 void setDeviceSecretReader(std::string (*reader)());
 
-/// Decrypts the base64 text `text` into `out`. Returns 0, or -1 without a device secret, for a text
-/// that decodes to nothing and for padding longer than the text. An empty text returns 0 and leaves
-/// `out` alone. The cipher text isn't verified: a wrong secret gives a wrong text. Any thread.
-int aesJobDecrypt(const std::string& text, std::string& out);
+/// Decrypts the base64 text `text` into `out`; a text that is moved in is not copied. Returns 0, or
+/// -1 without a device secret, for a text that decodes to nothing and for padding longer than the
+/// text. An empty text returns 0 and leaves `out` alone. The cipher text isn't verified: a wrong
+/// secret gives a wrong text. Any thread.
+int aesJobDecrypt(std::string text, std::string& out);
 
 /// Decrypts `length` bytes (whole blocks of 16; the rest is ignored) from `source` into
 /// `destination`, which holds at least 17 bytes and one more than `length`, with a key of 32 and a
