@@ -11,6 +11,8 @@
 namespace bench {
 namespace {
 
+constexpr const char* kRelay = "bench.floor.relay";
+
 std::string ordersOf(std::size_t count) {
   std::string orders = "[";
   for (std::size_t i = 0; i < count; ++i) {
@@ -48,6 +50,15 @@ double publishMany(Gateway& gateway, std::size_t count, const std::string& paylo
   return gateway.published().lastMessage - begin;
 }
 
+// The same from a proxy of the service's shape, whose worker reads meanwhile.
+double publishManyByProxy(Gateway& gateway, DBusConnection* connection, std::size_t count) {
+  gateway.forget();
+  const double begin = now();
+  callBlocking(connection, makeCall(kRelay, "burst", {std::to_string(count)}).get());
+  await("not published", [&] { return gateway.otherCount() >= count; });
+  return gateway.published().lastMessage - begin;
+}
+
 }  // namespace
 
 void deletes(const Options& options) {
@@ -66,6 +77,10 @@ void deletes(const Options& options) {
     sample("deletes", "different ids", "service",
            static_cast<double>(differentIds(published.statuses)));
     sample("deletes", "s", "floor", publishMany(gateway, count, published.statuses[0]));
+    const std::string bytes = std::to_string(published.statuses[0].size());
+    const Child relay({beside("bench-floor"), "relay", kRelay, "0", bytes});
+    awaitName(service.bus(), kRelay);
+    sample("deletes", "s", "passing on", publishManyByProxy(gateway, service.bus(), count));
   }
 }
 
