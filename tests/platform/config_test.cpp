@@ -4,6 +4,7 @@
 #include <sqlite3.h>
 #include <sys/wait.h>
 
+#include <array>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -12,7 +13,6 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <vector>
 
 namespace {
 
@@ -101,8 +101,8 @@ TEST_F(Config, WaitsForALockedFileAsLongAsItIsTold) {
 TEST_F(Config, SeveralProcessesMayMakeItAtTheSameTime) {
   for (int round = 0; round < 30; ++round) {
     fs::remove_all(fs::path(path).parent_path());
-    std::vector<std::FILE*> tools;
-    for (int i = 0; i < 8; ++i) tools.push_back(startTool("set " + std::to_string(i) + " x"));
+    std::array<std::FILE*, 8> tools{};
+    for (std::size_t i = 0; i < 8; ++i) tools[i] = startTool("set " + std::to_string(i) + " x");
     for (std::FILE* tool : tools) EXPECT_EQ(endOf(tool), "0");
     for (int i = 0; i < 8; ++i) EXPECT_EQ(get(std::to_string(i)), "x");
   }

@@ -110,17 +110,17 @@ TEST_F(Unzip, RefusesEntriesThatWouldLieOutsideBeforeAnyFileIsMade) {
 
 TEST_F(Unzip, ReportsWhatIsWrongWithAnArchive) {
   struct Case {
-    std::string text;  // the last of these, or the first one ...
-    bool last;
+    std::string text;    // the last of these, or the first one ...
     std::size_t offset;  // ... gets at this place ...
-    char byte;           // ... this byte
+    bool last;
+    char byte;  // ... this byte
     int expected;
   };
   const std::string record = "PK\x01\x02";
-  const Case cases[] = {{record, false, 0, 'X', 3},
-                        {record, true, 10, 99, 4},  // an unknown method
-                        {"dd", true, 0, 'D', 6},    // a wrong checksum
-                        {record, true, 0, 'X', 7}};
+  const Case cases[] = {{record, 0, false, 'X', 3},
+                        {record, 10, true, 99, 4},  // an unknown method
+                        {"dd", 0, true, 'D', 6},    // a wrong checksum
+                        {record, 0, true, 'X', 7}};
   for (const Case& c : cases) {
     makeArchive(archive, {{"first", "x", kFile644, 0}, {"second", "dddd", kFile644, 0}});
     std::string bytes;
