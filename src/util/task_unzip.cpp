@@ -41,6 +41,9 @@ enum Result {
 constexpr std::size_t kNameBytes = 512;
 constexpr std::size_t kCopyBytes = 8192;
 constexpr mode_t kUnpackedMode = 0775;
+/// The greatest number of entries that an archive without the 64-bit record can state; some
+/// archivers leave that record out and write this for any number from here on.
+constexpr uLong kUncounted = 0xFFFF;
 
 struct CloseArchive {
   void operator()(unzFile archive) const { unzClose(archive); }
@@ -260,17 +263,19 @@ int extractEntry(unzFile archive, Destination& destination) {
   return closed == UNZ_OK ? kDone : damaged(closed);
 }
 
-/// Calls `visit` with every entry, from the one that the archive stands on.
+/// Calls `visit` with every entry, from the one that the archive stands on. Where the archive
+/// doesn't know how many it has, what can't be read behind the stated number is its end.
 template <typename Visit>
 int forEachEntry(unzFile archive, uLong entries, Destination& destination, const Visit& visit) {
-  for (uLong i = 0; i < entries; ++i) {
+  if (entries == 0) return kDone;
+  for (uLong visited = 1;; ++visited) {
     if (const int result = visit(archive, destination); result != kDone) return result;
-    if (i + 1 < entries && unzGoToNextFile(archive) != UNZ_OK) {
-      LOGI("cound not read next file\n");
-      return kNotReached;
-    }
+    if (visited >= entries && entries != kUncounted) return kDone;
+    if (unzGoToNextFile(archive) == UNZ_OK) continue;
+    if (visited >= entries) return kDone;
+    LOGI("cound not read next file\n");
+    return kNotReached;
   }
-  return kDone;
 }
 
 }  // namespace
