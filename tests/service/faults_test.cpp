@@ -5,7 +5,6 @@
 #include <dbus_process_call.h>
 #include <sqlite3.h>
 #include <sys/mount.h>
-#include <zlib.h>
 
 #include <cstdlib>
 #include <fstream>
@@ -360,6 +359,113 @@ TEST_F(Faults, of_an_address_cost_the_resources_of_its_owner_and_no_reset) {
     }
     ordinaryJob();
   }
+}
+
+TEST_F(Faults, of_a_text_are_mended_on_the_bus_and_kept_in_the_store) {
+  const CapturedLog log;
+  FakePeer parser("iot.test.texts");
+  addParser(registration("texts", "iot.test.texts", R"(["texts"])"));
+  std::string resource = json::compact(text("latin", "texts", "caf\xE9"));
+  resource.replace(resource.find("s-latin"), 7, R"(\udc00)");
+  const std::string request =
+      R"({"deployId":"texts","deployType":0,"resources":[)" + resource + "]}";
+  setDeviceInfo("key", "d\xE9vice");
+  onLoop([&] { handle1Job(request); });
+  ASSERT_TRUE(
+      eventually([] { return !published("/sys/key/d\uFFFDvice/edge/deploy/post").empty(); }));
+  setDeviceInfo("key", "device");
+  EXPECT_EQ(published("/sys/key/d\uFFFDvice/edge/deploy/post")[0]["details"][0]["snapshotId"],
+            "\uFFFD");
+  EXPECT_EQ(parsed(parser.received("deployConfig").at(0).text())["value"], "caf\uFFFD");
+  EXPECT_EQ(getConfig("texts"), "caf\xE9");
+
+  // More than the bus takes in one message never reaches the parser, which counts as silence.
+  deploy("large", {text("large", "texts", std::string(33 << 20, 'x'))});
+  EXPECT_TRUE(eventually([&] { return log.has("large is given up without a report."); }));
+  EXPECT_EQ(parser.count("deployConfig"), 1U);
+  EXPECT_EQ(getConfig("texts").size(), 33U << 20);
+  ordinaryJob();
+}
+
+TEST_F(Faults, do_not_come_of_the_size_of_an_archive_or_of_what_is_in_it) {
+  const auto content = [&](const char* id, const std::string& archive) {
+    return with(resourceOf(id, "unwatched"), "content", "zip", {.body = archive});
+  };
+  std::vector<ZipEntry> many(100000);
+  for (ZipEntry& entry : many) entry = {"f" + std::to_string(&entry - many.data()), "x", 0, 0};
+  deploy("many", {content("many", zipOf(many))});
+  EXPECT_EQ(outcomeOf("many")["success"], true);
+  EXPECT_EQ(std::distance(fs::directory_iterator(kTree / "many"), {}), 100000 + 1);
+  if (fs::space(kTree).available > 4ULL << 30) {
+    deploy("large",
+           {content("zeros", zipOf({{"zeros", std::string(1 << 20, '\0'), 0, Z_DEFLATED, 2048}}))});
+    EXPECT_EQ(fs::file_size(kTree / "zeros/zeros"), 2048ULL << 20);
+  }
+  fs::remove_all(kTree);
+  ordinaryJob();
+}
+
+// The one test that waits for calls to be given up, all that there are at the same time.
+TEST_F(Faults, of_who_is_silent_or_late_are_over_after_half_a_minute) {
+  {
+    const CapturedLog log;
+    Gate gate;
+    FakePeer late("iot.test.late");
+    FakePeer silent("iot.test.silent");
+    FakePeer corvex("iot.gateway.cvbase");
+    FakePeer engine("iot.runtime.js");
+    FakePeer rillmark("iot.edge.Rillmark");
+    for (const char* method : {"deployJob", "deleteJob", "deployConfig", "resetJobs"}) {
+      for (FakePeer* peer : {&silent, &corvex, &engine, &rillmark}) peer->answer(method, kSilence);
+    }
+    const auto waiting = [&](const auto&) {
+      gate.wait();
+      return R"({"code":0})";
+    };
+    late.on("deployJob", waiting);
+    bridge().on("subscribe", waiting);
+    initAllExecutors();
+    addExecutor(registration("late", "iot.test.late", R"(["late"])"));
+    addExecutor(registration("silent", "iot.test.silent", R"(["late"])"));
+    addParser(registration("silent", "iot.test.silent", R"(["silently parsed"])"));
+    auto subscribed = std::async(std::launch::async, [] { return subscribe("t", "iot.test", 1); });
+    onLoop([] {
+      resetEJobs();
+      G_ExecutorResultCounter = {0, 3};
+      const auto results = std::make_shared<DeploymentResults>(nullptr);
+      Json::Value added = parsed(R"([{"snapshotId":"s1"}])");
+      deployEJob("late", "", added, "silent", results);
+      deleteEJob("late", "", parsed(R"([{"snapshotId":"s2"}])"), "silent", results);
+      added[0]["snapshotId"] = "s3";
+      deployEJob("late", "", added, "late", results);
+      handle1Job(R"({"deployId":"abandoned","deployType":0,"resources":[{"operate":0,
+          "snapshotId":"s","resourceId":"silent","resourceType":"silently parsed"}]})");
+      handle1Job(R"({"deployId":"after it","deployType":0,"resources":["unreadable"]})");
+    });
+    ASSERT_TRUE(eventually(
+        [&] { return log.count("deployId late taskId  sendMessageWithReply reply NULL\n") == 3; },
+        45));
+    EXPECT_EQ(subscribed.get(), -1);
+    EXPECT_EQ(late.count("deployJob"), 1U);
+    gate.open();
+    EXPECT_EQ(detailsOf("late"), parsed(R"([
+        {"snapshotId":"s1","success":false,"code":null,"message":null},
+        {"snapshotId":"s2","success":false,"code":null,"message":null},
+        {"snapshotId":"s3","success":false,"code":null,"message":null}])"));
+    // A deployment whose parser is silent ends without a report, and the next one has its turn.
+    EXPECT_EQ(detailsOf("after it")[0]["code"], 101201);
+    EXPECT_TRUE(log.has("deployment abandoned is given up without a report."));
+    EXPECT_TRUE(resultsOf("abandoned").empty());
+    // The next reset's three answers are its own.
+    EXPECT_FALSE(log.has("resetEJobs actual result"));
+    for (FakePeer* peer : {&corvex, &engine, &rillmark}) peer->answer("resetJobs", "{}");
+    onLoop(resetEJobs);
+    EXPECT_TRUE(eventually([&] { return log.has("\"reset success\"\n}\n code : 0\n"); }));
+  }
+  EXPECT_EQ(subscribe("t", "iot.test", 1), 0);
+  bridge().on("subscribe", {});
+  ordinaryJob();
+  EXPECT_EQ(resultsOf("late").size(), 1U);
 }
 
 }  // namespace

@@ -5,12 +5,11 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <functional>
 #include <memory>
 
-#include "communicate_scene/request.h"
-#include "executor_api/job_calls.h"
 #include "executor_api/registry.h"
-#include "neighbourhood.h"
+#include "scene.h"
 
 using namespace test;
 
@@ -36,13 +35,16 @@ class BuiltInPeers {
   BuiltInPeers() { initAllExecutors(); }
 
   // Orders a reset that is answered so, and returns its immediate code.
-  int reset(const Answer& corvex, const Answer& engine, const Answer& rillmark) {
+  int reset(
+      const Answer& corvex, const Answer& engine, const Answer& rillmark,
+      const std::function<void()>& meanwhile = [] {}) {
     const auto gate = std::make_shared<Gate>();
     answer(corvexConfig, "corvexconfig", gate, corvex);
     answer(scriptEngine, "iftttengine", gate, engine);
     answer(rillmarkEngine, "rillmark", gate, rillmark);
     const Json::Value started = onLoop(resetEJobs);
     EXPECT_FALSE(fs::exists(kRoot));
+    meanwhile();
     gate->open();
     return started["code"].asInt();
   }
@@ -124,48 +126,20 @@ TEST(Reset, ends_at_the_first_job_list_that_can_not_be_emptied) {
   }
 }
 
-// The one test that waits for calls to be given up, for everyone who has to live with it.
-TEST(SilentServices, are_given_up_after_30_s_and_count_for_a_deployment_but_not_for_a_reset) {
+using DuringAReset = Scene;
+
+TEST_F(DuringAReset, a_deployment_is_carried_out_and_keeps_what_it_brought) {
   const CapturedLog log;
-  FakePeer silent("iot.test.silent");
-  for (const char* method : {"deployJob", "deleteJob", "deployConfig", "doIt"}) {
-    silent.answer(method, kSilence);
-  }
-  addExecutor(registration("silent", "iot.test.silent", R"(["silent"])"));
-  addParser(registration("silent", "iot.test.silent", R"(["silently parsed"])"));
-  bool wasCalledBack = false;  // loop's thread only
-  {
-    BuiltInPeers peers;
-    peers.reset(kSilence, kSilence, kSilence);
-    ASSERT_TRUE(eventually([&] { return peers.called() == 3; }));
-    onLoop([&] {
-      callMethod("doIt", *getExecutor("silent"), "",
-                 [&](int, const std::string&, const std::string&) { wasCalledBack = true; });
-      G_ExecutorResultCounter = {0, 2};
-      const auto results = std::make_shared<DeploymentResults>(nullptr);
-      Json::Value added = parsed(R"([{"snapshotId":"s1"}])");
-      deployEJob("silent", "", added, "silent", results);
-      deleteEJob("silent", "", parsed(R"([{"snapshotId":"s2"}])"), "silent", results);
-      handle1Job(R"({"deployId":"abandoned","deployType":0,"resources":[{"operate":0,
-          "snapshotId":"s","resourceId":"silent","resourceType":"silently parsed"}]})");
-      handle1Job(R"({"deployId":"after it","deployType":0,"resources":["unreadable"]})");
-    });
-    const Json::Value details = awaitResult("silent", 1, 45)["details"];
-    EXPECT_EQ(details, parsed(
-                           R"([{"snapshotId":"s1","success":false,"code":null,"message":null},
-                               {"snapshotId":"s2","success":false,"code":null,"message":null}])"));
-    EXPECT_TRUE(
-        eventually([&] { return log.count("resetEJobs sendMessageWithReply reply NULL") >= 3; }));
-    // A deployment whose parser is silent ends without a report, and the next one has its turn.
-    EXPECT_EQ(awaitResult("after it")["details"][0]["code"], 101201);
-    EXPECT_TRUE(log.has("deployment abandoned is given up without a report."));
-    EXPECT_EQ(resultsOf("abandoned").size(), 0U);
-  }
-  EXPECT_FALSE(onLoop([&] { return wasCalledBack; }));
-  EXPECT_FALSE(log.has(kOutcome));
+  FakePeer worker("iot.test.during");
+  addExecutor(registration("busy", "iot.test.during", R"(["during"])"));
   BuiltInPeers peers;
-  peers.reset(kSuccess, kSuccess, kSuccess);
+  peers.reset(kSuccess, kSuccess, kSuccess, [&] {
+    deploy("during", {with(resourceOf("d", "during"), "content", "raw", {.body = "new"})});
+    EXPECT_EQ(detailsOf("during")[0]["success"], true);
+  });
   EXPECT_TRUE(eventually([&] { return log.has(outcome(0, "reset success", 0)); }));
+  EXPECT_TRUE(fs::exists(kTree / "d/_downloaded.raw"));
+  EXPECT_EQ(parsed(getConfig("busy"))[0]["resourceId"], "d");
 }
 
 }  // namespace

@@ -43,6 +43,7 @@ struct ZipEntry {
   std::string content;
   unsigned long attributes = 0;
   int method = Z_DEFLATED;
+  int times = 1;  // the content
 };
 
 inline std::string zipOf(const std::vector<ZipEntry>& entries) {
@@ -52,8 +53,10 @@ inline std::string zipOf(const std::vector<ZipEntry>& entries) {
     zip_fileinfo info{};
     info.external_fa = entry.attributes;
     zipOpenNewFileInZip(zip, entry.name.c_str(), &info, nullptr, 0, nullptr, 0, nullptr,
-                        entry.method, 6);
-    zipWriteInFileInZip(zip, entry.content.data(), static_cast<unsigned>(entry.content.size()));
+                        entry.method, Z_BEST_SPEED);
+    for (int i = 0; i < entry.times; ++i) {
+      zipWriteInFileInZip(zip, entry.content.data(), static_cast<unsigned>(entry.content.size()));
+    }
     zipCloseFileInZip(zip);
   }
   zipClose(zip, nullptr);
