@@ -15,12 +15,12 @@ TEST(Base64, EncodesAndDecodesTheKnownTexts) {
                         {"foo", "Zm9v"},
                         {std::string("\xFB\xFF\xBF\0\x10", 5), "+/+/ABA="}};
   for (const Case& c : cases) {
-    std::vector<unsigned char> decoded(c.plain.size() + 1);
+    std::vector<unsigned char> decoded(c.plain.size() + 1, 'x');
     std::size_t length = 0;
     jobm::base64_decode(c.text.data(), c.text.size(), decoded.data(), &length);
     EXPECT_EQ(length, c.plain.size());
     EXPECT_EQ(std::string(decoded.begin(), decoded.end() - 1), c.plain);
-    EXPECT_EQ(decoded.back(), 0) << "written behind the end";
+    EXPECT_EQ(decoded.back(), 'x') << "written behind the end";
     std::string encoded(c.text.size(), '\0');
     jobm::base64_encode(decoded.data(), length, encoded.data(), &length);
     EXPECT_EQ(encoded.substr(0, length), c.text);

@@ -118,11 +118,12 @@ TEST_F(Unzip, ReportsWhatIsWrongWithAnArchive) {
   };
   const std::string record = "PK\x01\x02";
   const Case cases[] = {{record, 0, false, 'X', 3},
-                        {record, 10, true, 99, 4},  // an unknown method
-                        {"dd", 0, true, 'D', 6},    // a wrong checksum
+                        {record, 10, true, 99, 4},   // an unknown method
+                        {"dd", 0, false, 'D', 6},    // a wrong checksum
+                        {"second", 6, false, 3, 6},  // data that ends at once
                         {record, 0, true, 'X', 7}};
   for (const Case& c : cases) {
-    makeArchive(archive, {{"first", "x", kFile644, 0}, {"second", "dddd", kFile644, 0}});
+    makeArchive(archive, {{"first", "dddd", kFile644, 0}, {"second", "aaaa"}});
     std::string bytes;
     ASSERT_TRUE(jobm::readFile(archive, bytes));
     bytes[(c.last ? bytes.rfind(c.text) : bytes.find(c.text)) + c.offset] = c.byte;
