@@ -72,9 +72,14 @@ class Child {
     jobm::readFile(file, text);
     return text;
   }
-  bool has(const std::string& part) const { return output().find(part) != std::string::npos; }
-  bool awaits(const std::string& part) const {
-    return eventually([&] { return has(part); });
+  bool has(const std::string& part, std::size_t times = 1) const {
+    const std::string all = output();
+    std::size_t at = all.find(part);
+    while (--times > 0 && at != std::string::npos) at = all.find(part, at + 1);
+    return at != std::string::npos;
+  }
+  bool awaits(const std::string& part, std::size_t times = 1) const {
+    return eventually([&] { return has(part, times); });
   }
 
  private:
@@ -173,46 +178,97 @@ TEST_F(Process, leaves_the_field_to_an_instance_that_is_there_already) {
   EXPECT_FALSE(second.has("listen begin...\n"));
 }
 
-// What the cloud sends in answer to the first publication.
-void grant(FakePeer& bridge, int runId) {
-  Json::Value reply;
-  ASSERT_TRUE(jobm::json::parse(bridge.received("publish").at(0).text(1), reply));
-  reply["attrs"] = Json::Value(Json::arrayValue);
-  reply["attrs"][0]["code"] = 200;
-  reply["attrs"][0]["data"] = runId;
-  bridge.emit("/iot/bridge/mqtt", "iot.bridge.mqtt", "subscribe_event",
-              {"/sys/key/device/scheduler/sysReply", jobm::json::compact(reply)}, kService);
+Json::Value published(const FakePeer& bridge, std::size_t n) {
+  Json::Value payload;
+  EXPECT_TRUE(jobm::json::parse(bridge.received("publish").at(n).text(1), payload));
+  return payload;
 }
 
-TEST_F(Process, registers_once_it_knows_who_it_is_and_then_beats_until_the_watchdog_calls) {
-  FakePeer bridge("iot.bridge.mqtt");
+void fromCloud(FakePeer& bridge, const std::string& topic, const std::string& payload) {
+  bridge.emit("/iot/bridge/mqtt", "iot.bridge.mqtt", "subscribe_event", {topic, payload}, kService);
+}
+
+// Sends what the cloud says to the `n`-th publication.
+void reply(FakePeer& bridge, std::size_t n, int code, const Json::Value& data) {
+  Json::Value reply = published(bridge, n);
+  reply["attrs"] = Json::Value(Json::arrayValue);
+  reply["attrs"][0]["code"] = code;
+  reply["attrs"][0]["data"] = data;
+  fromCloud(bridge, "/sys/key/device/scheduler/sysReply", jobm::json::compact(reply));
+}
+
+Json::Value jobOf(int id) {
+  Json::Value job;
+  job["id"] = id;
+  job["ackCode"] = 10201;
+  job["jobId"] = id;
+  job["executor"] = "ConfigManager";
+  job["ackContent"] = R"({"type":"inline","content":"{\"deployId\":\")" + std::to_string(id) +
+                      R"(\",\"deployType\":0,\"resources\":[]}"})";
+  return job;
+}
+
+TEST_F(Process, registers_over_every_fault_of_the_bridge_and_works_until_the_watchdog_calls) {
   FakePeer watchdog("iot.gateway.watchdog");
-  const auto calls = [&] { return bridge.count("publish") + bridge.count("subscribe"); };
   configure("gw_system_productkey", "key");
   Service service;
   ASSERT_TRUE(service.awaits(kServing));
-  EXPECT_TRUE(busCall(kService, kPath, "getSelfDescribing", {}));
-  EXPECT_FALSE(eventually([&] { return calls() > 0; }, 1.5));
-
+  EXPECT_FALSE(eventually([&] { return service.has("registerRunner begin"); }, 1.5));
   configure("gw_system_devicename", "device");
-  ASSERT_TRUE(bridge.await("publish"));
-  grant(bridge, 55);
-  EXPECT_TRUE(bridge.await("subscribe", 2));
-  const auto beat = bridge.await("publish", 2, 12);
-  ASSERT_TRUE(beat);
-  EXPECT_EQ(beat->text(0), "/sys/key/device/scheduler/publish/heartbeat");
+  ASSERT_TRUE(service.awaits("Error subscribe reply =-1\n")) << "without a bridge";
+  auto bridge = std::make_unique<FakePeer>("iot.bridge.mqtt");
+  bridge->answer("subscribe", std::monostate());
+  ASSERT_TRUE(bridge->await("subscribe"));
+  bridge.reset();
+  ASSERT_TRUE(service.awaits("Error subscribe reply =-1\n", 2)) << "it died in the call";
+  bridge = std::make_unique<FakePeer>("iot.bridge.mqtt");
+  bridge->on("subscribe", [&](const Received&) {
+    const std::size_t n = bridge->count("subscribe");
+    return n == 1 ? "garbage" : n == 2 ? R"({"code":9})" : R"({"code":0})";
+  });
+  ASSERT_TRUE(bridge->await("publish"));
+  EXPECT_EQ(bridge->count("subscribe"), 3U);
+  reply(*bridge, 0, 200, 55);
+  EXPECT_TRUE(bridge->await("subscribe", 4));
+
+  ASSERT_TRUE(bridge->await("publish", 2, 12));
+  EXPECT_EQ(bridge->received("publish")[1].text(), "/sys/key/device/scheduler/publish/heartbeat");
+  Json::Value jobs;
+  for (const int id : {7, 8}) jobs.append(jobOf(id));
+  reply(*bridge, 1, 10200, jobs);
+  ASSERT_TRUE(bridge->await("publish", 6));
+  for (const std::size_t n : {2, 4}) {
+    const Json::Value& job = jobs[n == 2 ? 0 : 1];
+    EXPECT_EQ(published(*bridge, n)["attrs"][0], job["id"]);
+    EXPECT_EQ(published(*bridge, n)["attrs"][1], 3);
+    EXPECT_EQ(published(*bridge, n + 1)["deployId"], job["id"].asString());
+  }
   const auto fed = watchdog.await("feedDog");
   ASSERT_TRUE(fed);
   EXPECT_EQ(fed->arguments,
             (std::vector<Argument>{std::string(kService), std::string(kService), 19}));
-  const std::size_t before = calls();
+
+  const std::size_t before = bridge->received().size();
   watchdog.emit("/iot/gateway/watchdog", "iot.gateway.watchdog", "Terminate", {});
   ASSERT_TRUE(service.awaits("receive WatchDog Terminate signal.\n"));
-  EXPECT_TRUE(busCall(kService, kPath, "getSelfDescribing", {}));
-  EXPECT_TRUE(busCall(kService, kPath, "syncJobStatus", {"{}"}));
-  grant(bridge, 56);
-  EXPECT_FALSE(eventually([&] { return calls() > before; }, 0.3));
-  EXPECT_TRUE(service.output().ends_with("receive WatchDog Terminate signal.\n"));
+  std::make_unique<FakePeer>("iot.runtime.js").reset();
+  fromCloud(*bridge, "/sys/key/device/edge/rule/trigger", "{}");
+  reply(*bridge, 1, 10200, jobs);
+  for (const char* event : {"jobstatus_event", "cloudConnectivityEvent", "Terminate"}) {
+    bridge->emit("/iot/bridge/mqtt", "iot.bridge.mqtt", event, {R"({"result":"r"})"});
+  }
+  const std::string registration = R"({"executorName":"x","executorAddr":{"name":"iot.test.x",)"
+                                   R"("interface":"iot.test.x","path":"/x"},"watchType":["x"]})";
+  for (const char* method :
+       {"syncJobStatus", "registerExecutor", "registerParser", "getSelfDescribing"}) {
+    EXPECT_TRUE(busCall(kService, kPath, method, {registration})) << method;
+  }
+  EXPECT_FALSE(eventually([&] { return bridge->received().size() > before; }, 0.3));
+  const std::string output = service.output();
+  // Connections are still announced, but not in the log.
+  EXPECT_EQ(output.find("Z ", output.find("receive WatchDog Terminate signal.\n")),
+            std::string::npos)
+      << output;
   service.send(SIGTERM);
   EXPECT_EQ(service.end(5), 0);
 }
