@@ -67,7 +67,7 @@ TEST(Log, CutsALongRecordBetweenTwoCharactersAndMarksIt) {
 constexpr int kSignals = 500;
 std::atomic<int> handled{0};
 
-TEST(Log, WorksInAHandlerThatInterruptsAllocationAndLeavesErrnoAlone) {
+TEST(Log, WorksInAHandlerThatInterruptsAllocation) {
   const CapturedLog log;
   struct sigaction action {};
   action.sa_handler = [](int) {
@@ -75,23 +75,19 @@ TEST(Log, WorksInAHandlerThatInterruptsAllocationAndLeavesErrnoAlone) {
     ++handled;
   };
   sigaction(SIGUSR1, &action, nullptr);
-  std::atomic<bool> sure{true};
-  const pthread_t interrupted = pthread_self();
-  std::thread interrupting([&] {
+  std::thread interrupting([interrupted = pthread_self()] {
     for (int sent = 0; sent < kSignals; ++sent) {
       pthread_kill(interrupted, SIGUSR1);
       while (handled <= sent) std::this_thread::yield();
     }
   });
   while (handled < kSignals) {
-    errno = ERANGE;
-    void* block = std::malloc(1 + static_cast<std::size_t>(handled));
-    if (errno != ERANGE) sure = false;
+    // Volatile, for the compiler leaves out what nobody looks at.
+    void* volatile block = std::malloc(1 + static_cast<std::size_t>(handled));
     std::free(block);
   }
   interrupting.join();
   signal(SIGUSR1, SIG_DFL);
-  EXPECT_TRUE(sure);
   EXPECT_EQ(log.count(": handled 1 text 0.500000\n"), std::size_t{kSignals});
 }
 
@@ -100,11 +96,12 @@ void logToNobody() {
   if (pipe(ends) != 0) _exit(1);
   close(ends[0]);
   dup2(ends[1], STDERR_FILENO);
+  errno = ERANGE;
   LOGI("to nobody");
-  _exit(0);
+  _exit(errno == ERANGE ? 0 : 2);
 }
 
-TEST(LogDeathTest, SurvivesAReaderThatIsGone) {
+TEST(LogDeathTest, SurvivesAReaderThatIsGoneAndLeavesErrnoAlone) {
   EXPECT_EXIT(logToNobody(), testing::ExitedWithCode(0), "");
 }
 
