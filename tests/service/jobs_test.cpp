@@ -1,5 +1,6 @@
 #include "runner_api/jobs.h"
 
+#include <WebServer.h>
 #include <comm_path.h>
 
 #include <filesystem>
@@ -61,6 +62,17 @@ TEST_F(Jobs, AreCarriedOutByTheirCode) {
     EXPECT_EQ(reports(), c.reports);
     EXPECT_EQ(std::filesystem::exists(directory), c.directoryStays);
   }
+}
+
+// The one test that waits for a transfer to be given up.
+TEST_F(Jobs, FailAMinuteAfterTheirPackageHasStoppedToCome) {
+  test::WebServer web;
+  web.serve("/stalls", {{.body = "half and half", .fault = test::Fault::stall}});
+  const std::string content = R"({"content":")" + web.url("/stalls") + R"(","type":"kiv"})";
+  const test::CapturedLog log;
+  loop.run([&] { handleJob(9, 10201, 41, "ConfigManager", content); });
+  EXPECT_EQ(reports(), Texts{"/scheduler/publish/syncStatusPassive 9 4 Download job package fail"});
+  EXPECT_TRUE(log.has("curl_easy_perform ret = 28 cost = 6"));
 }
 
 TEST_F(Jobs, AreReportedStoredDeployedAndClearedAwayInThisOrder) {
