@@ -117,13 +117,4 @@ TEST(Message, RepairsExactlyTheTextsThatTheBusRefuses) {
   }
 }
 
-TEST(Message, IsUnsendableAsSoonAsItsTextsTogetherPassTheLimit) {
-  const std::string half(DMessage::kMaxBytes / 2, 'x');
-  const Message call = newCall();
-  call->writeString(half);
-  EXPECT_TRUE(call->fitsBus());
-  call->writeString(half);
-  EXPECT_FALSE(call->fitsBus());
-}
-
 }  // namespace
