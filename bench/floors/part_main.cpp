@@ -23,6 +23,7 @@
 
 #include "communicate_scene/download.h"
 #include "support/bus.h"
+#include "support/hex.h"
 #include "support/process.h"
 #include "unzip_loop.h"
 
@@ -42,13 +43,7 @@ std::string md5Of(const std::string& path) {
   close(file);
   std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
   EVP_Digest(bytes.get(), size, digest.data(), nullptr, EVP_md5(), nullptr);
-  std::string hex;
-  for (std::size_t i = 0; i < 16; ++i) {
-    std::array<char, 3> two{};
-    std::snprintf(two.data(), two.size(), "%02x", digest[i]);
-    hex += two.data();
-  }
-  return hex;
+  return hexOf({reinterpret_cast<const char*>(digest.data()), 16});
 }
 
 std::string theSecret;

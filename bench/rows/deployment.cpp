@@ -4,11 +4,11 @@
 #include <openssl/evp.h>
 
 #include <array>
-#include <cstdio>
 #include <string>
 
 #include "rows.h"
 #include "support/gateway.h"
+#include "support/hex.h"
 #include "support/process.h"
 #include "support/web.h"
 
@@ -20,13 +20,7 @@ constexpr std::size_t kBytes = 1024;
 std::string md5Of(const std::string& text) {
   std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
   EVP_Digest(text.data(), text.size(), digest.data(), nullptr, EVP_md5(), nullptr);
-  std::string hex;
-  for (std::size_t i = 0; i < 16; ++i) {
-    std::array<char, 3> two{};
-    std::snprintf(two.data(), two.size(), "%02x", digest[i]);
-    hex += two.data();
-  }
-  return hex;
+  return hexOf({reinterpret_cast<const char*>(digest.data()), 16});
 }
 
 std::string resourceOf(const Web& web, std::size_t number, int operate) {

@@ -8,6 +8,7 @@
 
 #include "rows.h"
 #include "support/bus.h"
+#include "support/hex.h"
 #include "support/process.h"
 #include "support/web.h"
 
@@ -87,16 +88,6 @@ fs::path archiveOf(const std::string& name, std::size_t files, std::size_t bytes
   timeCommand({"bsdtar", "--format", "zip", "-cf", archive, "-C", source, "."});
   fs::remove_all(source);
   return archive;
-}
-
-std::string hexOf(const std::string& text) {
-  std::string hex;
-  for (const char c : text) {
-    char two[3];
-    std::snprintf(two, sizeof two, "%02x", static_cast<unsigned char>(c));
-    hex += two;
-  }
-  return hex;
 }
 
 }  // namespace
