@@ -170,14 +170,6 @@ TEST_F(Process, goes_on_without_a_bus_service_when_there_is_no_daemon) {
   EXPECT_EQ(service.end(5), 0);
 }
 
-TEST_F(Process, leaves_the_field_to_an_instance_that_is_there_already) {
-  const FakePeer first(kService);
-  Service second;
-  EXPECT_EQ(second.end(5), 0);
-  EXPECT_TRUE(second.has("WARN endIfRunning: iot.job.manager existed, will not restart.\n"));
-  EXPECT_FALSE(second.has("listen begin...\n"));
-}
-
 Json::Value published(const FakePeer& bridge, std::size_t n) {
   Json::Value payload;
   EXPECT_TRUE(jobm::json::parse(bridge.received("publish").at(n).text(1), payload));

@@ -65,6 +65,10 @@ TEST(Registry, refuses_a_bad_registration_but_has_stored_what_it_could_read) {
     EXPECT_FALSE(c.isParser ? getParser(c.name) : getExecutor(c.name));
   }
   EXPECT_TRUE(getExecutorsByWatchType("refused").empty());
+  // What could not be read back is not stored, lest it take the others along.
+  const std::string deep = std::string(999, '[') + std::string(999, ']');
+  addExecutor(spoiled("deep", R"("linkType":1)", R"("deep":)" + deep));
+  EXPECT_TRUE(stored(kExecutors, "deep").isNull() && stored(kExecutors, "r_path").isObject());
 }
 
 TEST(Registry, replaces_the_record_of_a_name_while_its_watch_sets_only_grow) {

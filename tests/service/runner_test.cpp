@@ -61,25 +61,18 @@ TEST_F(Runner, GivesAnAttemptUpWhenItsRepliesCanNotBeSubscribedInThreeTries) {
 }
 
 TEST_F(Runner, IsRegisteredByTheIntegerCode200Only) {
-  struct Case {
-    const char* reply;
-    bool granted;
-  };
-  const Case cases[] = {
+  const std::pair<const char*, bool> cases[] = {
       {R"({"attrs":[{"code":200,"data":"x"}]})", false},
-      {R"({"attrs":[{"code":"200","data":338}]})", false},
       {R"({"attrs":[{"code":200.0,"data":338}]})", false},
-      {R"({"attrs":[{"code":201,"data":338}]})", false},
-      {R"({})", false},
       {R"({"attrs":200})", false},
       {R"({"attrs":[{"code":200,"data":5000000000}]})", true},
       {R"({"attrs":[{"code":500,"data":1}]})", false},
   };
   std::int64_t granted = 0;
-  for (const Case& c : cases) {
-    EXPECT_EQ(registerRunnerResp(test::parsed(c.reply)), c.granted) << c.reply;
-    if (c.granted) granted = 5000000000;
-    EXPECT_EQ(getRunId(), granted) << c.reply;
+  for (const auto& [reply, grants] : cases) {
+    EXPECT_EQ(registerRunnerResp(test::parsed(reply)), grants) << reply;
+    if (grants) granted = 5000000000;
+    EXPECT_EQ(getRunId(), granted) << reply;
   }
 }
 
@@ -94,34 +87,6 @@ TEST_F(Runner, BeatsOnlyOnceItHasAnId) {
   EXPECT_EQ(beats[0].payload["attrs"],
             test::parsed(R"([338,{"cpuUsage":1.0,"memUsage":1.0,"diskUsage":1.0}])"));
   EXPECT_FALSE(beats[0].payload["reply"].asBool());
-}
-
-TEST_F(Runner, TakesTheLastJobUpThatTheStoreRemembers) {
-  setLastJobId(5);
-  for (const auto& [stored, id] : {std::pair{"", 5}, std::pair{"2072abc", 2072}}) {
-    setConfig("gw_jobm_jobId", stored);
-    registerRunner(4, 1, "[]", "1.1");
-    EXPECT_EQ(getLastJobId(), id) << stored;
-  }
-}
-
-// In a process of its own, which has never sent one before.
-void beatTwice() {
-  bool first = false;
-  bool second = false;
-  {
-    const test::CapturedLog log;
-    sendHeartbeat("");
-    first = log.has("sendHeartbeat begin. id = ");
-    sendHeartbeat("");
-    second = log.count("sendHeartbeat begin. id = ") > 1;
-  }
-  _exit(first && !second ? 0 : 3);
-}
-
-TEST(RunnerDeathTest, LogsTheFirstHeartbeatAndNotTheNext) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
-  EXPECT_EXIT(beatTwice(), testing::ExitedWithCode(0), "");
 }
 
 }  // namespace

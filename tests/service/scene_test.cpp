@@ -1,18 +1,9 @@
 #include <CapturedLog.h>
 #include <dbus_process_call.h>
-#include <file_text.h>
-#include <gtest/gtest.h>
-#include <json_helper.h>
 
-#include <filesystem>
-#include <map>
-#include <memory>
 #include <string>
-#include <vector>
 
-#include "communicate_scene/request.h"
 #include "executor_api/registry.h"
-#include "neighbourhood.h"
 #include "scene.h"
 
 using namespace test;
@@ -123,22 +114,25 @@ TEST_F(Scene, asks_every_parser_and_goes_on_to_the_executors_only_when_none_has_
 }
 
 TEST_F(Scene, lets_a_request_wait_until_the_deployment_before_it_is_over) {
-  Gate gate;
-  FakePeer parser("iot.test.holding");
-  addParser(registration("holding", "iot.test.holding", R"(["held"])"));
-  parser.on("deployConfig", [&](const auto&) {
-    gate.wait();
-    return R"({"code":1,"message":"held"})";
-  });
-  deploy("held", {text("held", "held")});
-  ASSERT_TRUE(parser.await("deployConfig"));
-  deploy("second", {text("second", "unheld")});
-  deploy("third", {});
-  EXPECT_FALSE(fs::exists(kTree / "second"));
-  gate.open();
-  EXPECT_EQ(detailsOf("held")[0]["message"], "held");
-  EXPECT_FALSE(detailsOf("second").empty());
-  EXPECT_TRUE(awaitResult("third").isObject());
+  addParser(registration("holding", "iot.test.holding", R"(["deployConfig"])"));
+  addExecutor(registration("holding", "iot.test.holding", R"(["deployJob"])"));
+  for (const std::string phase : {"deployConfig", "deployJob"}) {
+    Gate gate;
+    FakePeer peer("iot.test.holding");
+    peer.on(phase, [&](const auto&) {
+      gate.wait();
+      return R"({"code":1,"message":"held"})";
+    });
+    deploy("held by " + phase, {text("held", phase)});
+    ASSERT_TRUE(peer.await(phase));
+    deploy("after " + phase, {text(phase, "unheld")});
+    deploy("last " + phase, {});
+    EXPECT_FALSE(fs::exists(kTree / phase));
+    gate.open();
+    EXPECT_EQ(detailsOf("held by " + phase)[0]["success"], false);
+    EXPECT_EQ(detailsOf("after " + phase)[0]["success"], true);
+    EXPECT_TRUE(awaitResult("last " + phase).isObject());
+  }
 }
 
 TEST_F(Scene, reports_what_was_never_sent_and_waits_for_the_rest_only) {
@@ -150,6 +144,11 @@ TEST_F(Scene, reports_what_was_never_sent_and_waits_for_the_rest_only) {
   // A deletion of the same executor is sent.
   deploy("half sent", {text("u", "reserved"), resourceOf("v", "reserved", 1)});
   EXPECT_EQ(detailsOf("half sent")[1]["success"], true);
+  // And the answer of another executor is the last word.
+  addExecutor(registration("other", "iot.test.reserved", R"(["reserved"])"));
+  deploy("sent to the other", {text("u", "reserved")});
+  EXPECT_EQ(detailsOf("sent to the other")[0]["success"], true);
+  EXPECT_EQ(own.count("deployJob"), 1U);
 }
 
 TEST_F(Scene, ignores_requests_of_other_types_and_answers_a_reset_as_the_last_reply_of_its_kind) {

@@ -56,19 +56,6 @@ TEST_F(SyncJobStatus, StaysHereWithoutTheNamesOrTheIdThatItNeeds) {
   EXPECT_FALSE(std::filesystem::exists(directory));
 }
 
-TEST_F(SyncJobStatus, IsAcceptedByTheQuotedWordOnly) {
-  const std::pair<const char*, bool> cases[] = {
-      {R"({"attrs":[{"code":200,"data":"\"ACK_REQUEST_OK\""}]})", true},
-      {R"({"attrs":[{"code":200,"data":"ACK_REQUEST_OK"}]})", false},
-      {R"({"attrs":[{"code":"200","data":"\"ACK_REQUEST_OK\""}]})", false},
-      {R"({})", false},
-  };
-  for (const auto& [reply, accepted] : cases) {
-    EXPECT_EQ(syncStatusPassiveResp(test::parsed(reply)), accepted) << reply;
-    EXPECT_EQ(syncStatusActiveResp(test::parsed(reply)), accepted) << reply;
-  }
-}
-
 class ResourcesReply : public test::SchedulerSide {};
 
 TEST_F(ResourcesReply, IsSplitInTwoBeyondTwoHundredDetailsAndOnlyThenWithoutData) {
