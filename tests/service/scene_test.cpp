@@ -69,17 +69,52 @@ TEST_F(Scene, brings_every_kind_of_resource_to_disk_store_and_executors) {
 
 TEST_F(Scene, removes_what_is_deleted_and_reports_it_by_the_answers_of_executors_alone) {
   FakePeer executor("iot.test.both");
-  addExecutor(registration("both", "iot.test.both", R"(["both"])"));
+  addExecutor(registration("doer", "iot.test.both", R"(["both","and more"])"));
   fs::create_directories(kTree / "gone" / "sub");
-  const Json::Value added = text("added", "both");
+  Json::Value added = text("added", "both");
   const Json::Value gone = resourceOf("gone", "both", 1);
+  setConfig("doer", json::styled(arrayOf({gone, resourceOf("kept", "both")})));
+  added["data"] = "not for executors";
   deploy("both", {gone, added, resourceOf("unwatched", "nobody's", 1)});
   EXPECT_EQ(detailsOf("both"), parsed(R"([
       {"snapshotId":"s-added","success":true,"code":null,"message":null},
       {"snapshotId":"s-gone","success":true,"code":null,"message":null}])"));
   EXPECT_FALSE(fs::exists(kTree / "gone"));
-  EXPECT_EQ(parsed(executor.received("deployJob").at(0).text()), arrayOf({added}));
-  EXPECT_EQ(parsed(executor.received("deleteJob").at(0).text()), arrayOf({gone}));
+  added.removeMember("data");
+  EXPECT_EQ(executor.received("deployJob").at(0).text(), json::styled(arrayOf({added})));
+  EXPECT_EQ(executor.received("deleteJob").at(0).text(), json::styled(arrayOf({gone})));
+  EXPECT_EQ(parsed(getConfig("doer")), arrayOf({resourceOf("kept", "both"), added}));
+  EXPECT_TRUE(executor.await("onWatchTypesFinish"));
+}
+
+TEST_F(Scene, takes_the_word_of_CorvexConfig_for_each_resource) {
+  initAllExecutors();
+  FakePeer peer("iot.gateway.cvbase");
+  const char* silence = R"({"success":true,"code":"","message":""})";
+  // The answer, and what is reported for R1 and r2.
+  const std::tuple<const char*, const char*, const char*> cases[] = {
+      {R"({"code":0,"data":[{"resourceId":"r1","code":3,"message":"bad"},
+                            {"resourceId":"R2","code":0,"message":"fine"},
+                            {"resourceId":"R1","code":4,"message":"second"}]})",
+       R"({"success":false,"code":"3","message":"bad"})",
+       R"({"success":true,"code":"0","message":"fine"})"},
+      {R"({"code":1,"data":[{"resourceId":"R1","code":-1}]})",
+       R"({"success":false,"code":"-1","message":""})", silence},
+      {"garbage", silence, silence},
+  };
+  std::size_t n = 0;
+  for (const auto& [answer, first, second] : cases) {
+    SCOPED_TRACE(answer);
+    peer.answer("deployJob", answer);
+    deploy("corvex", {text("r2", "function"), text("R1", "function")});
+    Json::Value details = detailsOf("corvex", ++n);
+    for (Json::Value& detail : details) detail.removeMember("snapshotId");
+    EXPECT_EQ(details[0], parsed(first));
+    EXPECT_EQ(details[1], parsed(second));
+  }
+  // A deletion is answered for as a whole.
+  deploy("corvex", {resourceOf("r2", "function", 1)});
+  EXPECT_TRUE(detailsOf("corvex", ++n)[0]["code"].isNull());
 }
 
 TEST_F(Scene, asks_every_parser_and_goes_on_to_the_executors_only_when_none_has_failed) {

@@ -63,7 +63,6 @@ TEST_F(Server, answers_its_methods_in_styled_text) {
       {"registerParser", {executor}, reply(0, "registerParser success")},
       {"registerExecutor", {"x"}, reply(100000, "registerExecutor params parse json error")},
       {"registerParser", {"x"}, reply(100000, "Invalid payload")},
-      {"syncJobStatus", {"x"}, reply(100000, "syncJobStatus fail, params error")},
       {"getSelfDescribing",
        {"ignored"},
        "{\n   \"code\" : 0,\n   \"data\" : {\n      \"ability\" : {\n         \"securied\" : {\n"
@@ -72,6 +71,33 @@ TEST_F(Server, answers_its_methods_in_styled_text) {
   };
   for (const Case& c : cases) EXPECT_EQ(call(c.member, c.arguments), c.reply) << c.member;
   EXPECT_TRUE(jobm::getExecutor("served") && jobm::getParser("served"));
+}
+
+TEST_F(Server, passes_the_status_of_an_executors_job_on_as_that_of_an_added_one) {
+  const std::string topic = "/sys/key/device/scheduler/publish/syncStatusActive";
+  // The payload and the "attrs" that are published, none for a report that is refused. One that
+  // were passed on all the same would be found in the place of the next.
+  const std::pair<const char*, const char*> cases[] = {
+      {R"({"jobId":7,"jobStatus":3,"executor":"IFTTTEngine","result":"ok","foreignKey":"k"})",
+       R"([77,"IFTTTEngine",[{"jobId":7,"jobStatus":3,
+           "result":"{\n   \"code\" : 3,\n   \"detail\" : \"ok\"\n}\n"}]])"},
+      {"not JSON", nullptr},
+      {R"({"jobId":7,"result":{}})", nullptr},
+      {R"({"jobId":8,"jobStatus":-1})",
+       R"([77,"",[{"jobId":8,"jobStatus":-1,
+           "result":"{\n   \"code\" : 18446744073709551615,\n   \"detail\" : \"\"\n}\n"}]])"},
+  };
+  for (const auto& [payload, attrs] : cases) {
+    SCOPED_TRACE(payload);
+    const std::size_t before = published(topic).size();
+    const bool taken = attrs != nullptr;
+    EXPECT_EQ(call("syncJobStatus", {payload}),
+              taken ? reply(0, "syncJobStatus success")
+                    : reply(100000, "syncJobStatus fail, params error"));
+    if (!taken) continue;
+    ASSERT_TRUE(eventually([&] { return published(topic).size() > before; }));
+    EXPECT_EQ(published(topic)[before]["attrs"], parsed(attrs));
+  }
 }
 
 TEST_F(Server, leaves_unknown_methods_without_an_answer) {
