@@ -4,6 +4,7 @@
 
 #include <utility>
 
+#include "DBusErrorGuard.h"
 #include "ProxyWorker.h"
 
 namespace quillon {
@@ -45,8 +46,10 @@ DBusMessage* callAndWait(DBusConnection* connection, DBusMessage* message) {
   return reply;
 }
 
-std::string firstString(DBusMessage* message) {
-  return DMessage(message, DMessage::kRead).readString();
+void logFailedCall(DBusMessage* message) {
+  DBusErrorGuard error;
+  dbus_set_error_from_message(error.get(), message);
+  LOGD("dbus_connection_send_with_reply_and_block failed: %s \n", error.message());
 }
 
 }  // namespace
@@ -100,9 +103,7 @@ std::shared_ptr<DMessage> DProxy::sendMessageWithReplyBlocking(
   std::shared_ptr<DMessage> reply;
   if (raw != nullptr) reply = std::make_shared<DMessage>(raw, true, DMessage::kRead);
   const bool isError = reply && dbus_message_get_type(raw) == DBUS_MESSAGE_TYPE_ERROR;
-  if (isError) {
-    LOGD("dbus_connection_send_with_reply_and_block failed: %s \n", firstString(raw).c_str());
-  }
+  if (isError) logFailedCall(raw);
   // An error without a sender never crossed the bus: libdbus makes it up for a time-out or a lost
   // connection.
   if (!reply || (isError && dbus_message_get_sender(raw) == nullptr)) {

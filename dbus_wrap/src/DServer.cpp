@@ -8,6 +8,7 @@
 #include <gateway/log_macros.h>
 #include <unistd.h>
 
+#include <array>
 #include <cstdio>
 #include <exception>
 
@@ -141,7 +142,12 @@ void DServer::uvIdleCallback(uv_idle_t* handle) {
   server->popMessages();
 }
 
-void DServer::signalHandler(int number) { std::printf("SIGNAL_HANDLER for %d \n", number); }
+void DServer::signalHandler(int number) {
+  // Not through stdio, whose lock the interrupted thread may hold.
+  std::array<char, 64> text{};
+  const int length = std::snprintf(text.data(), text.size(), "SIGNAL_HANDLER for %d \n", number);
+  static_cast<void>(!write(STDOUT_FILENO, text.data(), static_cast<std::size_t>(length)));
+}
 
 void DServer::popMessages() {
   // A send of a handler may find the daemon gone; the next pop would then end the process without a

@@ -61,7 +61,8 @@ void prepareWakeUp(LoopState& state) {
 // While a proxy's worker sits in its read-write, libdbus lets every send on that connection wait on
 // a condition with a time-out of zero. The kernel would round that up to 50 us, which at thousands
 // of calls a second is most of what they cost; on this thread, which sends nearly all of them, it
-// doesn't. Its other waits are milliseconds long, where 50 us save nothing.
+// doesn't. Its other waits are milliseconds long, where 50 us save nothing. Threads that it starts
+// inherit this.
 void makeShortWaitsExact() { prctl(PR_SET_TIMERSLACK, 1UL, 0UL, 0UL, 0UL); }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include "ProxyWorker.h"
 
 #include <gateway/log_macros.h>
+#include <sys/prctl.h>
 
 #include <exception>
 #include <utility>
@@ -11,6 +12,7 @@ namespace quillon {
 namespace {
 
 constexpr int kReadWriteMs = 10;
+constexpr unsigned long kOrdinarySlackNs = 50000;
 constexpr std::uint64_t kDrainMs = 10;
 constexpr std::uint64_t kAgeMs = 2000;
 // 15 ticks of 2 s: a call without an answer is given up after about 30 s.
@@ -93,6 +95,9 @@ void ProxyWorker::loop_thread_worker(void* share) {
 }
 
 void ProxyWorker::readUntilToldToStop() {
+  // A worker that the loop's thread starts inherits its exact waits, which would spread the
+  // wake-ups of many idle workers.
+  prctl(PR_SET_TIMERSLACK, kOrdinarySlackNs, 0UL, 0UL, 0UL);
   while (!quit && !released) {
     if (!dbus_connection_read_write(mConnectionAsync.get(), kReadWriteMs)) {
       LOGE("DProxy connection to dbus-daemon disconnected, quit.\n");

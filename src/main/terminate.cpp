@@ -45,7 +45,7 @@ bool symbolsOf(void* const* frames, int count, Text& text) {
 // The text of a symbol has a blank before its address, which only the allocating sibling writes.
 void logSymbol(int i, const char* line) {
   const char* address = std::strrchr(line, '[');
-  if (address == nullptr) {
+  if (address == nullptr || address == line) {
     LOGE("  [%02d] %s\n", i, line);
     return;
   }

@@ -42,9 +42,11 @@ TEST(Version, IsWhatTheFileInTheParentFolderSaysWithoutSpaceAround) {
 }
 
 TEST(GroupConfig, IsRefusedWhateverItSays) {
-  for (const char* payload : {"", "eyJjb2RlIjowfQ==", "not base64 !"}) {
+  for (const auto& [payload, size] :
+       {std::pair{"", 0}, {"eyJjb2RlIjowfQ==", 10}, {"not base64 !", 9}, {"short", 0}}) {
     const test::CapturedLog log;
     EXPECT_EQ(deployConfig("Exec", payload), 0) << payload;
+    EXPECT_TRUE(log.has("size = " + std::to_string(size) + "\n")) << payload;
     EXPECT_TRUE(log.has("payloadeployConfig parse Error\n")) << payload;
   }
 }

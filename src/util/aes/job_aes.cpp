@@ -100,6 +100,7 @@ int vexa_aes_cbc_decrypt_256(const unsigned char* source, std::size_t length,
   const DecryptContextPtr context = makeContext(key, vector);
   if (!context) {
     std::printf("fail to decrypt");
+    std::fflush(stdout);  // the process may end by _exit at any time, which writes no buffers
     return 0;
   }
   const std::size_t blocks = std::max<std::size_t>(length / kBlock, 1);
