@@ -70,16 +70,4 @@ TEST_F(Routing, GivesRequestsOfAllThreadsIdsOfTheirOwn) {
   for (const std::int64_t id : all) dispatch(answerTo(id));
 }
 
-TEST_F(Routing, SubscribesTheTriggersHoweverOftenTheBridgeRefuses) {
-  std::atomic<int> refusals = 5;
-  bridge.on("subscribe", [&](const test::Received&) {
-    return refusals-- > 0 ? R"({"code":1})" : R"({"code":0})";
-  });
-  EXPECT_TRUE(subscribeInvoke());
-  ASSERT_EQ(bridge.count("subscribe"), 6U);
-  EXPECT_EQ(bridge.received("subscribe")[5].arguments,
-            (std::vector<test::Argument>{"/sys/key/device/edge/rule/trigger", "iot.job.manager",
-                                         std::int32_t{1}}));
-}
-
 }  // namespace

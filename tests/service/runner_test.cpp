@@ -41,25 +41,6 @@ TEST_F(Runner, SubscribesItsRepliesAndThenAsksToBeRegistered) {
   EXPECT_EQ(outstandingRequests(), before);
 }
 
-TEST_F(Runner, GivesAnAttemptUpWhenItsRepliesCanNotBeSubscribedInThreeTries) {
-  std::atomic<int> refusals = 2;
-  bridge.on("subscribe", [&](const test::Received&) {
-    return refusals-- > 0 ? R"({"code":9})" : R"({"code":0})";
-  });
-  registerRunner(4, 1, "[]", "1.1");
-  EXPECT_EQ(bridge.count("subscribe"), 3U);
-  EXPECT_EQ(published().size(), 1U);
-
-  refusals = 4;
-  const std::size_t before = outstandingRequests();
-  const test::CapturedLog log;
-  registerRunner(4, 1, "[]", "1.1");
-  EXPECT_EQ(bridge.count("subscribe"), 6U);
-  EXPECT_TRUE(published().empty());
-  EXPECT_EQ(outstandingRequests(), before);
-  EXPECT_TRUE(log.has("Error subscribe reply =9\n"));
-}
-
 TEST_F(Runner, IsRegisteredByTheIntegerCode200Only) {
   const std::pair<const char*, bool> cases[] = {
       {R"({"attrs":[{"code":200,"data":"x"}]})", false},
