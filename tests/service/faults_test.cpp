@@ -86,6 +86,7 @@ class Faults : public Scene {
       details = detailsOf(deployId, 1, 20);
       EXPECT_EQ(outcomeOf(details), c.expected);
       EXPECT_TRUE(log.has(c.logged));
+      EXPECT_FALSE(fs::exists(kTree.parent_path() / "out") || fs::exists(kTree / "faulty/out"));
     }
     // In the same store, where that is the whole cause.
     const bool wasLocked = other != nullptr;
@@ -184,11 +185,9 @@ TEST_F(ResourceFaults, cost_it_alone_before_anything_is_stored_or_called) {
       {text("faulty", "gw_system_productkey", "ours"),
        outcome(false, 101203, "SetConfigManager_Fail_-1"), "is this service's own"},
   };
-  for (const Case& c : cases) {
-    // The other one is told about in full.
-    EXPECT_EQ(show(c)[1]["data"]["config"], (kTree / "good/good.config/config.json").string());
-    EXPECT_FALSE(fs::exists(kTree.parent_path() / "out") || fs::exists(kTree / "faulty/out"));
-  }
+  // The other one is told about in full.
+  const std::string config = kTree / "good/good.config/config.json";
+  for (const Case& c : cases) EXPECT_EQ(show(c)[1]["data"]["config"], config);
   for (const char* key : {"gw_system_productkey", "never"}) EXPECT_EQ(getConfig(key), "kept");
   EXPECT_EQ(executor.count("deployJob"), 0U);
 }
