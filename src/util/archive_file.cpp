@@ -78,7 +78,7 @@ bool ArchiveFile::seek(std::int64_t offset, int origin) {
   if (origin == ZLIB_FILEFUNC_SEEK_END) base = mSize;
   const std::uint64_t place = base + static_cast<std::uint64_t>(offset);
   if (static_cast<std::int64_t>(place) < 0) return false;
-  mPosition = place;
+  mPosition = mLastSeek = place;
   return true;
 }
 

@@ -33,6 +33,9 @@ class ArchiveFile {
   bool failed() const { return mFailed; }
   std::uint64_t position() const { return mPosition; }
 
+  /// Where the last successful seek led.
+  std::uint64_t lastSeek() const { return mLastSeek; }
+
  private:
   struct Window {
     std::uint64_t start = 0;
@@ -50,6 +53,7 @@ class ArchiveFile {
   bool mFailed = false;
   std::uint64_t mSize = 0;
   std::uint64_t mPosition = 0;
+  std::uint64_t mLastSeek = 0;
   std::array<Window, 2> mWindows;
   std::size_t mLast = 0;  // the window used last
 };

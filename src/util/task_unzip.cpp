@@ -263,16 +263,27 @@ int extractEntry(unzFile archive, Destination& destination) {
   return closed == UNZ_OK ? kDone : damaged(closed);
 }
 
+/// True when the reader looked for a next entry in vain because the directory is over: it stands
+/// before one of the records that follow.
+bool isPastDirectory(ArchiveFile& file) {
+  std::array<char, 4> mark{};
+  const bool isRead = file.seek(static_cast<std::int64_t>(file.lastSeek()), SEEK_SET) &&
+                      file.read(mark.data(), mark.size()) == mark.size();
+  const std::string_view text(mark.data(), mark.size());
+  return isRead && (text == "PK\x05\x06" || text == "PK\x06\x06");
+}
+
 /// Calls `visit` with every entry, from the one that the archive stands on. Where the archive
-/// doesn't know how many it has, what can't be read behind the stated number is its end.
+/// doesn't know how many it has, the end of its directory counts.
 template <typename Visit>
-int forEachEntry(unzFile archive, uLong entries, Destination& destination, const Visit& visit) {
+int forEachEntry(unzFile archive, ArchiveFile& file, uLong entries, Destination& destination,
+                 const Visit& visit) {
   if (entries == 0) return kDone;
   for (uLong visited = 1;; ++visited) {
     if (const int result = visit(archive, destination); result != kDone) return result;
     if (visited >= entries && entries != kUncounted) return kDone;
     if (unzGoToNextFile(archive) == UNZ_OK) continue;
-    if (visited >= entries) return kDone;
+    if (visited >= entries && isPastDirectory(file)) return kDone;
     LOGI("cound not read next file\n");
     return kNotReached;
   }
@@ -297,13 +308,13 @@ int unzipTask(const std::string& archivePath, const std::string& destinationPath
   }
   Destination destination = makeDestination(destinationPath);
   const uLong entries = global.number_entry;
-  const int prepared = forEachEntry(archive.get(), entries, destination, prepareEntry);
+  const int prepared = forEachEntry(archive.get(), *file, entries, destination, prepareEntry);
   if (prepared != kDone) return prepared;
   if (unzGoToFirstFile(archive.get()) != UNZ_OK) {
     LOGI("unzGoToFirstFile error\n");
     return kNoFirst;
   }
-  return forEachEntry(archive.get(), entries, destination, extractEntry);
+  return forEachEntry(archive.get(), *file, entries, destination, extractEntry);
 }
 
 }  // namespace jobm

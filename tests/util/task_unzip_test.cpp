@@ -132,6 +132,26 @@ TEST_F(Unzip, ReportsWhatIsWrongWithAnArchive) {
   }
 }
 
+// Archivers that leave the 64-bit record out state 65,535 for any greater number.
+TEST_F(Unzip, UnpacksMoreEntriesThanAnArchiveCanStateAndNoticesDamageAmongThem) {
+  std::vector<Member> members(65540, {"folder/", "", 0, 0});
+  members.back() = {"last", "text"};
+  makeArchive(archive, members);
+  std::string bytes;
+  ASSERT_TRUE(jobm::readFile(archive, bytes));
+  const std::string directory = "PK\x01\x02";
+  const std::size_t end = bytes.rfind("PK\x05\x06");
+  bytes.replace(end + 8, 4, 4, '\xFF');
+  const std::size_t record64 = bytes.rfind("PK\x06\x06");
+  if (record64 != std::string::npos) bytes.erase(record64, bytes.rfind("PK\x05\x06") - record64);
+  ASSERT_TRUE(jobm::writeFile(archive, bytes));
+  EXPECT_EQ(jobm::unzipTask(archive, destination), 0);
+  EXPECT_EQ(text("last"), "text");
+  bytes[bytes.rfind(directory)] = 'X';
+  ASSERT_TRUE(jobm::writeFile(archive, bytes));
+  EXPECT_EQ(jobm::unzipTask(archive, destination), 7);
+}
+
 TEST_F(Unzip, DataThatCanNotBeWrittenIsNoSuccess) {
   makeArchive(archive, {{"file", std::string(100000, 'x')}});
   rlimit before{};
