@@ -58,6 +58,18 @@ void removeEntry(const std::string& path) {
   static_cast<void>(isDirectory(path) ? rmDir(path) : unlink(path.c_str()));
 }
 
+bool makeLast(const char* path) { return mkdir(path, kDirectoryMode) == 0 || errno == EEXIST; }
+
+// `path` is changed meanwhile.
+bool makeLastTwo(char* path) {
+  char* slash = std::strrchr(path, '/');
+  if (errno != ENOENT || slash == nullptr || slash == path) return false;
+  *slash = '\0';
+  const bool isParentThere = makeLast(path);
+  *slash = '/';
+  return isParentThere && makeLast(path);
+}
+
 int removed(int result, const std::string& path) {
   if (result != 0) LOGE("remove dir fail, destDir = %s\n", path.c_str());
   return result;
@@ -97,8 +109,8 @@ int mkDir(const std::string& path) {
   const std::size_t length = std::min(path.size(), buffer.size() - 1);
   std::memcpy(buffer.data(), path.data(), length);
   LOGI("Dir str = %s len =%d \n", buffer.data(), static_cast<int>(length));
-  // Mostly only the last directory is missing, or none: no need to look at every parent.
-  if (mkdir(buffer.data(), kDirectoryMode) == 0 || errno == EEXIST) return 0;
+  // Mostly only the last directories are missing, or none: no need to look at every parent.
+  if (makeLast(buffer.data()) || makeLastTwo(buffer.data())) return 0;
   for (std::size_t i = 1; i < length; ++i) {
     if (buffer[i] != '/') continue;
     buffer[i] = '\0';
