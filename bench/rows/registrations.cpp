@@ -17,13 +17,18 @@ void measure(Service& service, const char* kind, std::size_t count, bool isChang
   for (std::size_t i = 0; i < 20; ++i) registerAt(isChanging ? i : 0);
   service.awaitHandled();
   const pid_t process = service.child().id();
-  const double threads = usageOf(process).threads;
   const Usage before = usageOf(process);
   const double begin = now();
   for (std::size_t i = 0; i < count; ++i) registerAt(isChanging ? i % 100 : 0);
   const double seconds = now() - begin;
+  // A released proxy lets go of its worker and its connections a few turns of the loop later.
   await(
-      "threads are left", [&] { return usageOf(process).threads <= threads; }, 10);
+      "threads or descriptors are left",
+      [&] {
+        const Usage now = usageOf(process);
+        return now.threads <= before.threads && now.descriptors <= before.descriptors;
+      },
+      10);
   const Usage after = usageOf(process);
   const std::string prefix = std::string(kind) + ": ";
   sample("registrations", prefix + "registrations/s", "service",
