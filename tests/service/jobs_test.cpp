@@ -34,25 +34,24 @@ constexpr const char* kUnreadable = "result [null]\n";
 
 TEST_F(Jobs, AreCarriedOutByTheirCode) {
   struct Case {
-    const char* what;
-    int ackCode;
-    const char *executor, *content;
+    const char *what, *executor, *content;
     Texts reports;
+    int ackCode;
     bool directoryStays;
   };
   const Case cases[] = {
-      {"deleted", 10204, "ConfigManager", "{}", {kDone}, false},
-      {"another executor's", 10204, "NodeEngine_Script", "{}", {kDone}, true},
-      {"a signature word", 10204, "ConfigManager", "JobPayloadSign", {kUnreadable}, true},
-      {"reset", 10219, "ConfigManager", "{}", {kDone}, false},
-      {"reset with a word", 10219, "ConfigManager", "word", {kUnreadable}, true},
-      {"unknown code", 10220, "ConfigManager", "{}", {}, true},
-      {"refused name", 10220, "../up", "{}", {kUnreadable}, false},
+      {"deleted", "ConfigManager", "{}", {kDone}, 10204, false},
+      {"another executor's", "NodeEngine_Script", "{}", {kDone}, 10204, true},
+      {"a signature word", "ConfigManager", "JobPayloadSign", {kUnreadable}, 10204, true},
+      {"reset", "ConfigManager", "{}", {kDone}, 10219, false},
+      {"reset with a word", "ConfigManager", "word", {kUnreadable}, 10219, true},
+      {"unknown code", "ConfigManager", "{}", {}, 10220, true},
+      {"refused name", "../up", "{}", {kUnreadable}, 10220, false},
       {"no download",
-       10201,
        "ConfigManager",
        R"({"content":"http://127.0.0.1:1/","type":"kiv"})",
        {"/scheduler/publish/syncStatusPassive 9 4 Download job package fail"},
+       10201,
        false},
   };
   for (const Case& c : cases) {

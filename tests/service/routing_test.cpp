@@ -58,6 +58,7 @@ TEST_F(Routing, KeepsTheEntryOfAReplyThatItCanNotRoute) {
 TEST_F(Routing, GivesRequestsOfAllThreadsIdsOfTheirOwn) {
   std::vector<std::vector<std::int64_t>> ids(4);
   std::vector<std::thread> threads;
+  threads.reserve(ids.size());
   for (auto& own : ids) {
     threads.emplace_back([&] {
       for (int i = 0; i < 1000; ++i) own.push_back(fileRequest({}));
