@@ -1,6 +1,6 @@
 #include <outcome.h>
 
-#include "parsed.h"
+#include <parsed.h>
 
 namespace {
 

@@ -1,6 +1,6 @@
 #include <reports.h>
 
-#include "parsed.h"
+#include <parsed.h>
 
 namespace {
 

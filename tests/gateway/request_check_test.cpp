@@ -2,7 +2,7 @@
 
 #include <map>
 
-#include "parsed.h"
+#include <parsed.h>
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <dbus_process_call.h>
 #include <gtest/gtest.h>
 #include <json/writer.h>  // how a failed comparison shows a value
-#include <json_helper.h>
+#include <parsed.h>
 
 #include <string>
 #include <vector>
@@ -17,12 +17,6 @@
 #include "runner_api/routing.h"
 
 namespace test {
-
-inline Json::Value parsed(const std::string& text) {
-  Json::Value value;
-  EXPECT_TRUE(jobm::json::parse(text, value)) << text;
-  return value;
-}
 
 class SchedulerSide : public testing::Test {
  protected:
