@@ -1,48 +1,28 @@
-/// A thin cover over libdbus for the benchmarks, so that no measured code is in what measures.
+/// The bus for the benchmarks. A figure of a run in which something went wrong is worse than none:
+/// everything here ends the program when it doesn't go well.
 #pragma once
 
-#include <dbus/dbus.h>
-
-#include <cstddef>
-#include <memory>
-#include <string>
-#include <vector>
+#include <neighbour/bus.h>
 
 namespace bench {
 
-struct ConnectionCloser {
-  void operator()(DBusConnection* connection) const;
-};
-using Connection = std::unique_ptr<DBusConnection, ConnectionCloser>;
+using gateway::connectBus;
+using gateway::Connection;
+using gateway::makeCall;
+using gateway::makeReply;
+using gateway::makeSignal;
+using gateway::Message;
+using gateway::requestName;
+using gateway::require;
+using gateway::textsOf;
 
-struct MessageRelease {
-  void operator()(DBusMessage* message) const { dbus_message_unref(message); }
-};
-using Message = std::unique_ptr<DBusMessage, MessageRelease>;
-
-/// A private connection to the daemon at the service's address. Ends the program without one.
-Connection connectBus();
-
-/// Takes a name, or ends the program. For the connection's own thread.
-void requestName(DBusConnection* connection, const std::string& name);
-
-/// A method call (path and interface follow from the service's name) and a signal.
-Message makeCall(const std::string& service, const std::string& member,
-                 const std::vector<std::string>& texts);
-Message makeSignal(const std::string& service, const std::string& member,
-                   const std::vector<std::string>& texts);
-
-/// The reply to a call with one text.
-Message makeReply(DBusMessage* call, const std::string& text);
-
-/// The message's texts, in order; other arguments are left out.
-std::vector<std::string> textsOf(DBusMessage* message);
-
-/// Sends a call and waits for its reply. Ends the program when there is none.
-Message callBlocking(DBusConnection* connection, DBusMessage* call);
-
-/// Says `what` and ends the program when `condition` does not hold: a figure of a run in which
-/// something went wrong is worse than none.
-void require(bool condition, const char* what);
+/// Sends a call and waits for its reply, which must be a good one.
+inline Message callBlocking(DBusConnection* connection, DBusMessage* call) {
+  constexpr int kReplyMs = 60000;
+  Message reply = gateway::callAndWait(connection, call, kReplyMs);
+  require(reply && dbus_message_get_type(reply.get()) == DBUS_MESSAGE_TYPE_METHOD_RETURN,
+          "no reply");
+  return reply;
+}
 
 }  // namespace bench
