@@ -1,11 +1,10 @@
+#include <Archive.h>
 #include <TempFolder.h>
 #include <file_text.h>
 #include <gtest/gtest.h>
-#include <minizip/zip.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <task_unzip.h>
-#include <zlib.h>
 
 #include <csignal>
 #include <filesystem>
@@ -16,32 +15,10 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr unsigned long kFile644 = 0100644UL << 16;
-
-struct Member {
-  std::string name;
-  std::string data{};
-  unsigned long attributes = kFile644;
-  int method = Z_DEFLATED;
-};
-
-void makeArchive(const std::string& path, const std::vector<Member>& members) {
-  zipFile archive = zipOpen(path.c_str(), APPEND_STATUS_CREATE);
-  for (const Member& member : members) {
-    zip_fileinfo info{};
-    info.external_fa = member.attributes;
-    zipOpenNewFileInZip(archive, member.name.c_str(), &info, nullptr, 0, nullptr, 0, nullptr,
-                        member.method, Z_DEFAULT_COMPRESSION);
-    zipWriteInFileInZip(archive, member.data.data(), static_cast<unsigned>(member.data.size()));
-    zipCloseFileInZip(archive);
-  }
-  ASSERT_EQ(zipClose(archive, nullptr), ZIP_OK);
-}
-
 class Unzip : public testing::Test {
  protected:
-  int unzip(const std::vector<Member>& members) {
-    makeArchive(archive, members);
+  int unzip(const std::vector<test::ZipEntry>& entries) {
+    EXPECT_TRUE(jobm::writeFile(archive, test::zipOf(entries)));
     return jobm::unzipTask(archive, destination);
   }
   std::string text(const std::string& name) const {
@@ -66,12 +43,12 @@ TEST_F(Unzip, UnpacksFilesAndMakesTheRegularOnesOfUnixExecutable) {
   fs::create_directories(destination + "/real");
   fs::create_directory_symlink("real", destination + "/inside");
   const mode_t before = umask(022);
-  EXPECT_EQ(unzip({{"a/unix", large},
-                   {"stored", large, kFile644, 0},
+  EXPECT_EQ(unzip({{"a/unix", large, test::kFile},
+                   {"stored", large, 0, 0},
                    {"dos", "", 0x20},
                    {"..name/...", "dots"},
                    {"inside/new/x", "through a link"},
-                   {"link", "/etc/passwd", 0120777UL << 16},
+                   {"link", "/etc/passwd", test::kLink},
                    {"folder/", "", 0}}),
             0);
   umask(before);
@@ -123,9 +100,7 @@ TEST_F(Unzip, ReportsWhatIsWrongWithAnArchive) {
                         {"second", 6, false, 3, 6},  // data that ends at once
                         {record, 0, true, 'X', 7}};
   for (const Case& c : cases) {
-    makeArchive(archive, {{"first", "dddd", kFile644, 0}, {"second", "aaaa"}});
-    std::string bytes;
-    ASSERT_TRUE(jobm::readFile(archive, bytes));
+    std::string bytes = test::zipOf({{"first", "dddd", 0, 0}, {"second", "aaaa"}});
     bytes[(c.last ? bytes.rfind(c.text) : bytes.find(c.text)) + c.offset] = c.byte;
     ASSERT_TRUE(jobm::writeFile(archive, bytes));
     EXPECT_EQ(jobm::unzipTask(archive, destination), c.expected);
@@ -134,11 +109,9 @@ TEST_F(Unzip, ReportsWhatIsWrongWithAnArchive) {
 
 // Archivers that leave the 64-bit record out state 65,535 for any greater number.
 TEST_F(Unzip, UnpacksMoreEntriesThanAnArchiveCanStateAndNoticesDamageAmongThem) {
-  std::vector<Member> members(65540, {"folder/", "", 0, 0});
-  members.back() = {"last", "text"};
-  makeArchive(archive, members);
-  std::string bytes;
-  ASSERT_TRUE(jobm::readFile(archive, bytes));
+  std::vector<test::ZipEntry> entries(65540, {"folder/", "", 0, 0});
+  entries.back() = {"last", "text"};
+  std::string bytes = test::zipOf(entries);
   const std::string directory = "PK\x01\x02";
   const std::size_t end = bytes.rfind("PK\x05\x06");
   bytes.replace(end + 8, 4, 4, '\xFF');
@@ -153,7 +126,7 @@ TEST_F(Unzip, UnpacksMoreEntriesThanAnArchiveCanStateAndNoticesDamageAmongThem) 
 }
 
 TEST_F(Unzip, DataThatCanNotBeWrittenIsNoSuccess) {
-  makeArchive(archive, {{"file", std::string(100000, 'x')}});
+  ASSERT_TRUE(jobm::writeFile(archive, test::zipOf({{"file", std::string(100000, 'x')}})));
   rlimit before{};
   getrlimit(RLIMIT_FSIZE, &before);
   const rlimit small{50000, before.rlim_max};
