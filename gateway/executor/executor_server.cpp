@@ -1,9 +1,10 @@
 #include "executor_server.h"
 
+#include <LoopTasks.h>
 #include <file_text.h>
 #include <gateway/log_macros.h>
 #include <json_helper.h>
-#include <uv.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <csignal>
@@ -43,80 +44,58 @@ std::string summary(const std::string& payload) {
   return ids;
 }
 
-// A reply that is due later. Owned by its timer, and deleted when that is closed.
-struct LateReply {
-  uv_timer_t timer{};
-  quillon::DServer* server = nullptr;
-  std::shared_ptr<quillon::DMessage> reply;
-};
-
-void sendLateReply(uv_timer_t* timer) {
-  const auto* late = static_cast<LateReply*>(timer->data);
-  late->server->send(late->reply);
-  uv_close(reinterpret_cast<uv_handle_t*>(timer), [](uv_handle_t* handle) {
-    const std::unique_ptr<LateReply> done(static_cast<LateReply*>(handle->data));
-  });
-}
-
 }  // namespace
 
 ExecutorServer::ExecutorServer(ExecutorSettings givenSettings, ExecutorBehaviour givenBehaviour)
-    : DServer(givenSettings.busName.c_str(), givenSettings.path.c_str()),
-      settings(std::move(givenSettings)),
+    : settings(std::move(givenSettings)),
       behaviour(std::move(givenBehaviour)),
       registration(settings),
-      order(lastOrder(behaviour.folder)) {}
+      order(lastOrder(behaviour.folder)),
+      neighbour(settings.busName,
+                {"type='signal',sender='org.freedesktop.DBus',member='NameOwnerChanged',"
+                 "arg0='iot.job.manager'",
+                 "type='signal',path='/iot/job/manager',interface='iot.job.manager'"},
+                [this](const Received& message) { return handle(message); }) {}
 
-int ExecutorServer::serve() {
-  if (prepare() != 0) return 1;
-  addMatchRule(
-      "type='signal',sender='org.freedesktop.DBus',member='NameOwnerChanged',"
-      "arg0='iot.job.manager'");
-  addMatchRule("type='signal',path='/iot/job/manager',interface='iot.job.manager'");
+void ExecutorServer::serve() {
   road(settings.executorName, "bus", "owns " + settings.busName);
-  // After the rule, so that a job manager that comes at this very moment is noticed one way or the
-  // other.
+  // With the rules in force, so that a job manager that comes at this very moment is noticed one
+  // way or the other.
   registration.announce();
-  setRunLoop(true);
-  start();
-  return 1;
+  quillon::runDefaultLoop();
 }
 
-bool ExecutorServer::onMethodCall(const char* member,
-                                  const std::shared_ptr<quillon::DMessage>& request,
-                                  const std::shared_ptr<quillon::DMessage>& reply) {
-  const std::string method = member;
-  const std::string signature = dbus_message_get_signature(request->raw());
-  const std::string payload = signature.starts_with("s") ? request->readString() : "";
+Answer ExecutorServer::handle(const Received& message) {
+  if (message.interface == DBUS_INTERFACE_LOCAL) _exit(1);  // the daemon is gone
+  if (!message.isSignal) return called(message);
+  const bool isManagers = message.member == "NameOwnerChanged" && message.text(0) == kManager;
+  if (message.member == settings.executorName + "_Event_Invoke") invoked(message.text());
+  if (isManagers && !message.text(2).empty()) registration.announce();  // it has a new owner
+  return {};
+}
+
+Answer ExecutorServer::called(const Received& call) {
+  const std::string method = call.member;
+  const std::string payload = call.text();
   // The file first: who sees the line on the road finds the file.
   record(method, payload);
   road(kService, settings.executorName, method + " " + summary(payload));
 
-  std::string wrong = addressFault(*request);
-  if (wrong.empty()) wrong = callFault(method, signature, payload);
+  std::string wrong = addressFault(call);
+  if (wrong.empty()) wrong = callFault(method, call.signature, payload);
   if (!wrong.empty()) fault(kService, settings.executorName, method + ": " + wrong);
   const auto found = behaviour.misbehaviours.find(method);
   const Misbehaviour* bad = found == behaviour.misbehaviours.end() ? nullptr : &found->second;
-  answer(method, executorAnswer(method, payload, wrong, behaviour.perResource, bad), reply);
+  Answer answer =
+      behave(method, executorAnswer(method, payload, wrong, behaviour.perResource, bad));
   if (behaviour.reportsStatus && method == "deployJob") reportResources(payload);
-  return true;
-}
-
-bool ExecutorServer::onSignalReceived(const char* member,
-                                      const std::shared_ptr<quillon::DMessage>& signal) {
-  const std::string event = member;
-  if (event == settings.executorName + "_Event_Invoke") invoked(*signal);
-  if (event != "NameOwnerChanged" || signal->readString() != kManager) return true;
-  signal->readString();  // the old owner
-  if (!signal->readString().empty()) registration.announce();
-  return true;
+  return answer;
 }
 
 // A call that came to us by another path or interface than ours would fail at a stricter service.
-std::string ExecutorServer::addressFault(quillon::DMessage& request) const {
-  const char* interface = dbus_message_get_interface(request.raw());
-  if (request.getPath() != settings.path) return "called at the path " + request.getPath();
-  if (interface == nullptr || settings.busName != interface) return "called by another interface";
+std::string ExecutorServer::addressFault(const Received& call) const {
+  if (call.path != settings.path) return "called at the path " + call.path;
+  if (call.interface != settings.busName) return "called by another interface";
   return "";
 }
 
@@ -133,33 +112,26 @@ void ExecutorServer::record(const std::string& method, const std::string& payloa
   }
 }
 
-void ExecutorServer::answer(const std::string& method, const std::string& text,
-                            const std::shared_ptr<quillon::DMessage>& reply) {
-  const auto found = behaviour.misbehaviours.find(method);
-  if (found == behaviour.misbehaviours.end() || found->second.kind == Misbehaviour::Kind::kCode) {
-    reply->writeString(text);
-    send(reply);
-    return;
-  }
-  const Misbehaviour& bad = found->second;
-  road(settings.executorName, kService, method + ": misbehaves on purpose");
+Answer ExecutorServer::behave(const std::string& method, const std::string& text) const {
   using Kind = Misbehaviour::Kind;
-  if (bad.kind == Kind::kSilent) return;
-  if (bad.kind == Kind::kDie) std::raise(SIGKILL);
-  reply->writeString(bad.kind == Kind::kGarbage ? "ok" : text);
-  if (bad.kind == Kind::kLate) return sendLate(reply, bad.value);
-  send(reply);
-  if (bad.kind == Kind::kTwice) send(reply);
-}
-
-void ExecutorServer::sendLate(const std::shared_ptr<quillon::DMessage>& reply, int milliseconds) {
-  auto late = std::make_unique<LateReply>();
-  late->server = this;
-  late->reply = reply;
-  late->timer.data = late.get();
-  uv_timer_init(uv_default_loop(), &late->timer);
-  uv_timer_start(&late.release()->timer, sendLateReply, static_cast<std::uint64_t>(milliseconds),
-                 0);
+  const auto found = behaviour.misbehaviours.find(method);
+  if (found == behaviour.misbehaviours.end() || found->second.kind == Kind::kCode) return text;
+  road(settings.executorName, kService, method + ": misbehaves on purpose");
+  switch (found->second.kind) {
+    case Kind::kDie:
+      std::raise(SIGKILL);
+      [[fallthrough]];
+    case Kind::kSilent:
+      return std::monostate();
+    case Kind::kGarbage:
+      return "ok";
+    case Kind::kLate:
+      return Late{text, found->second.value};
+    case Kind::kTwice:
+      return Twice{text};
+    default:
+      return text;
+  }
 }
 
 void ExecutorServer::reportResources(const std::string& payload) {
@@ -171,8 +143,7 @@ void ExecutorServer::reportResources(const std::string& payload) {
 }
 
 // A trigger from the cloud. What the rule made of it goes back as a log event.
-void ExecutorServer::invoked(quillon::DMessage& signal) {
-  const std::string payload = signal.readString();
+void ExecutorServer::invoked(const std::string& payload) {
   record(settings.executorName + "_Event_Invoke", payload);
   road(kService, settings.executorName, "trigger " + payload);
   Json::Value trigger;
@@ -181,7 +152,7 @@ void ExecutorServer::invoked(quillon::DMessage& signal) {
   }
   Json::Value event(Json::objectValue);
   event["result"] = "ran " + jobm::json::textOf(trigger, "payload");
-  sendSignal("jobstatus_event", jobm::json::compact(event));
+  neighbour.emit(settings.path, settings.busName, "jobstatus_event", {jobm::json::compact(event)});
 }
 
 }  // namespace gateway

@@ -1,7 +1,8 @@
-/// One executor or parser of the local gateway. Everything runs on the thread of the default loop.
+/// One executor or parser of the local gateway. What comes in is handled on its neighbour's thread;
+/// the default loop carries what it calls itself.
 #pragma once
 
-#include <DServer.h>
+#include <neighbour/neighbour.h>
 
 #include <map>
 #include <string>
@@ -18,32 +19,28 @@ struct ExecutorBehaviour {
   std::map<std::string, Misbehaviour> misbehaviours;  // by method
 };
 
-class ExecutorServer : public quillon::DServer {
+class ExecutorServer {
  public:
+  /// Takes the bus name, or ends the program with status 1.
   ExecutorServer(ExecutorSettings settings, ExecutorBehaviour behaviour);
 
-  /// Takes the bus name, registers and serves for ever. Returns only when the bus name can't be
-  /// had: 1.
-  int serve();
-
-  bool onMethodCall(const char* member, const std::shared_ptr<quillon::DMessage>& request,
-                    const std::shared_ptr<quillon::DMessage>& reply) override;
-  bool onSignalReceived(const char* member,
-                        const std::shared_ptr<quillon::DMessage>& signal) override;
+  /// Registers and serves for ever. Main thread.
+  void serve();
 
  private:
-  std::string addressFault(quillon::DMessage& request) const;
+  Answer handle(const Received& message);
+  Answer called(const Received& call);
+  std::string addressFault(const Received& call) const;
   void record(const std::string& method, const std::string& payload);
-  void answer(const std::string& method, const std::string& text,
-              const std::shared_ptr<quillon::DMessage>& reply);
-  void sendLate(const std::shared_ptr<quillon::DMessage>& reply, int milliseconds);
+  Answer behave(const std::string& method, const std::string& text) const;
   void reportResources(const std::string& payload);
-  void invoked(quillon::DMessage& signal);
+  void invoked(const std::string& payload);
 
   const ExecutorSettings settings;
   const ExecutorBehaviour behaviour;
   Registration registration;
-  int order;  // of the last call written to the folder
+  int order;            // of the last call written to the folder; of the neighbour's thread
+  Neighbour neighbour;  // last: its thread uses the others
 };
 
 }  // namespace gateway

@@ -62,5 +62,6 @@ int main(int argc, char** argv) {
   if (options.has("parser")) settings.registerAs.emplace_back("registerParser");
   gateway::ExecutorBehaviour behaviour;
   if (!readBehaviour(options, behaviour)) return 2;
-  return gateway::ExecutorServer(std::move(settings), std::move(behaviour)).serve();
+  gateway::ExecutorServer(std::move(settings), std::move(behaviour)).serve();
+  return 0;
 }

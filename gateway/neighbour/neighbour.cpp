@@ -105,7 +105,8 @@ void Neighbour::emit(const std::string& path, const std::string& interface,
 }
 
 void Neighbour::run() {
-  while (!stopping && dbus_connection_read_write(connection.get(), kTickMs)) {
+  for (bool connected = true; connected && !stopping;) {
+    connected = dbus_connection_read_write(connection.get(), kTickMs) != 0;
     while (const Message message{dbus_connection_pop_message(connection.get())}) {
       handle(message.get());
     }

@@ -56,7 +56,8 @@ class Neighbour {
   /// Connects, takes `busName` (unless it is empty) and matches `rules`. Ends the program without
   /// a daemon and when the name is taken. Messages without a handler of their own go to `other`
   /// and are not kept; without that, they are, and calls are answered with
-  /// {"code":0,"message":"","data":null}.
+  /// {"code":0,"message":"","data":null}. The last message of a lost connection is libdbus's own
+  /// signal "Disconnected".
   explicit Neighbour(const std::string& busName, const std::vector<std::string>& rules = {},
                      Handler other = {});
   ~Neighbour();
