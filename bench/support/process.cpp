@@ -1,12 +1,7 @@
 #include "process.h"
 
-#include <fcntl.h>
-#include <signal.h>
-#include <sys/prctl.h>
 #include <sys/resource.h>
-#include <sys/wait.h>
 #include <time.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
@@ -36,21 +31,6 @@ double statusSum(const fs::path& file, const std::vector<std::string>& keys) {
     sum += std::strtod(line.c_str() + key.size() + 1, nullptr);
   }
   return sum;
-}
-
-[[noreturn]] void become(const std::vector<std::string>& command, const std::string& log, int out) {
-  prctl(PR_SET_PDEATHSIG, SIGKILL);
-  const int file = open(log.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
-  dup2(file, STDERR_FILENO);
-  dup2(out >= 0 ? out : file, STDOUT_FILENO);
-  std::vector<char*> arguments;
-  arguments.reserve(command.size() + 1);
-  for (const std::string& argument : command) {
-    arguments.push_back(const_cast<char*>(argument.c_str()));
-  }
-  arguments.push_back(nullptr);
-  execvp(arguments[0], arguments.data());
-  _exit(127);
 }
 
 }  // namespace
@@ -99,42 +79,6 @@ double cpuOfChildren() {
 }
 
 void resetPeak(pid_t process) { std::ofstream(procOf(process) + "/clear_refs") << "5"; }
-
-Child::Child(const std::vector<std::string>& command, const std::string& log, bool piped) {
-  int ends[2] = {-1, -1};
-  if (piped) require(pipe2(ends, O_CLOEXEC) == 0, "no pipe");
-  process = fork();
-  if (process == 0) become(command, log, ends[1]);
-  require(process > 0, "no process");
-  if (ends[1] >= 0) close(ends[1]);
-  output = ends[0];
-}
-
-Child::~Child() {
-  if (output >= 0) close(output);
-  if (process < 0) return;
-  kill(process, SIGKILL);
-  wait();
-}
-
-void Child::signal(int number) const { kill(process, number); }
-
-int Child::wait() {
-  int status = 0;
-  waitpid(process, &status, 0);
-  process = -1;
-  return status;
-}
-
-std::string Child::readOutput() {
-  std::string text;
-  char buffer[4096];
-  for (ssize_t got = 0; (got = read(output, buffer, sizeof buffer)) > 0;) {
-    text.append(buffer, static_cast<std::size_t>(got));
-  }
-  require(wait() == 0, "a program failed");
-  return text;
-}
 
 double timeCommand(const std::vector<std::string>& command) {
   const double begin = now();

@@ -1,6 +1,7 @@
 /// Child processes, what they use, and the time that things take.
 #pragma once
 
+#include <neighbour/child.h>
 #include <sys/types.h>
 
 #include <functional>
@@ -33,30 +34,7 @@ double cpuOfChildren();
 /// Sets the peak of the resident memory back to what it is now.
 void resetPeak(pid_t process);
 
-/// A child process, ended with it.
-class Child {
- public:
-  /// Starts `command` with its standard error in the file `log` (appended) and its standard output
-  /// there, too, or in the pipe that readOutput reads.
-  Child(const std::vector<std::string>& command, const std::string& log = "/dev/null",
-        bool piped = false);
-  ~Child();
-  Child(const Child&) = delete;
-  Child& operator=(const Child&) = delete;
-
-  pid_t id() const { return process; }
-  void signal(int number) const;
-
-  /// Everything that it writes, once it has ended; ends the program unless the status was 0.
-  std::string readOutput();
-
-  /// Waits for its end and returns the status as waitpid gives it.
-  int wait();
-
- private:
-  pid_t process = -1;
-  int output = -1;
-};
+using gateway::Child;
 
 /// Runs a command and returns the wall-clock seconds it took; ends the program unless its status
 /// is 0.

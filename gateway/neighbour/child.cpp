@@ -1,0 +1,82 @@
+#include "child.h"
+
+#include <fcntl.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+
+#include "bus.h"
+#include "neighbour.h"
+
+namespace gateway {
+namespace {
+
+[[noreturn]] void become(const std::vector<std::string>& command, const std::string& log, int out) {
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  const int file = open(log.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
+  dup2(file, STDERR_FILENO);
+  dup2(out >= 0 ? out : file, STDOUT_FILENO);
+  std::vector<char*> arguments;
+  arguments.reserve(command.size() + 1);
+  for (const std::string& argument : command) {
+    arguments.push_back(const_cast<char*>(argument.c_str()));
+  }
+  arguments.push_back(nullptr);
+  execvp(arguments[0], arguments.data());
+  _exit(127);
+}
+
+}  // namespace
+
+Child::Child(const std::vector<std::string>& command, const std::string& log, bool piped) {
+  int ends[2] = {-1, -1};
+  if (piped) require(pipe2(ends, O_CLOEXEC) == 0, "no pipe");
+  process = fork();
+  if (process == 0) become(command, log, ends[1]);
+  require(process > 0, "no process");
+  if (ends[1] >= 0) close(ends[1]);
+  output = ends[0];
+}
+
+Child::~Child() {
+  if (output >= 0) close(output);
+  signal(SIGKILL);
+  wait();
+}
+
+void Child::signal(int number) const {
+  if (process > 0) kill(process, number);
+}
+
+bool Child::hasEnded(int options) {
+  int raw = 0;
+  if (process > 0 && waitpid(process, &raw, options) == process) {
+    process = -1;
+    status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -WTERMSIG(raw);
+  }
+  return process < 0;
+}
+
+int Child::wait() {
+  hasEnded(0);
+  return status;
+}
+
+std::optional<int> Child::end(double seconds) {
+  const bool ended = eventually([this] { return hasEnded(WNOHANG); }, seconds);
+  return ended ? std::optional(status) : std::nullopt;
+}
+
+std::string Child::readOutput() {
+  std::string text;
+  char buffer[4096];
+  for (ssize_t got = 0; (got = read(output, buffer, sizeof buffer)) > 0;) {
+    text.append(buffer, static_cast<std::size_t>(got));
+  }
+  require(wait() == 0, "a program failed");
+  return text;
+}
+
+}  // namespace gateway
