@@ -1,43 +1,37 @@
-#include "scheduler_side.h"
+#include "neighbourhood.h"
 
+using namespace test;
+
+namespace jobm {
 namespace {
 
-using namespace jobm;
-using Arguments = std::vector<test::Argument>;
-using Calls = test::SchedulerSide;
+using Arguments = std::vector<Argument>;
 
-TEST_F(Calls, ReadTheBridgesCodeOutOfWhateverItAnswers) {
-  struct Case {
-    test::Answer answer;
-    int code;
+TEST(Calls, read_the_bridges_code_out_of_whatever_it_answers) {
+  const std::pair<Answer, int> cases[] = {
+      {R"(/* quite */ {"code":7,"message":"no"})", 7},
+      {R"({"code":"seven"})", -1},
+      {"ok", -1},
+      {Error{"iot.test.Refused", R"({"code":0)"}, -1},
   };
-  const Case cases[] = {
-      {R"({"code":0})", 0},         {R"(/* quite */ {"code":7,"message":"no"})", 7},
-      {R"({"code":"seven"})", -1},  {"ok", -1},
-      {std::string(5000, '['), -1}, {test::Error{"iot.test.Refused", R"({"code":0)"}, -1},
-  };
-  for (const Case& c : cases) {
-    bridge.answer("publish", c.answer);
-    EXPECT_EQ(publish("t", "p", 1), c.code) << &c - cases;
+  const CapturedLog log;
+  for (const auto& [answer, code] : cases) {
+    bridge().answer("unsubscribe", answer);
+    EXPECT_EQ(unSubscribe("t", "iot.some.name"), code);
   }
-  const test::CapturedLog log;
-  bridge.answer("unsubscribe", "ok");
-  EXPECT_EQ(unSubscribe("t", "iot.some.name"), -1);
+  EXPECT_EQ(bridge().received("unsubscribe")[0].arguments, (Arguments{"t", "iot.some.name"}));
   EXPECT_TRUE(log.has("publish parse failed res = ok\n"));
-  EXPECT_EQ(bridge.received("unsubscribe")[0].arguments, (Arguments{"t", "iot.some.name"}));
+  bridge().answer("publish", R"({"code":5})");
+  publishAsync("/sys/key/device/t", "{}", 1);
+  EXPECT_TRUE(eventually([&] { return log.has("publishAsync get reply : 5\n"); }));
+  bridge().on("publish", {});
+  EXPECT_EQ(publish("/sys/key/device/t", "{}", 1), 0);
+  EXPECT_EQ(news().size(), 2U);
 }
 
-TEST_F(Calls, LogAnOutcomeThatNobodyWaitsForOnlyWhenItIsAFailure) {
-  bridge.on("publish",
-            [](const test::Received& call) { return R"({"code":)" + call.text(1) + "}"; });
-  const test::CapturedLog log;
-  for (const char* code : {"0", "5"}) publishAsync("t", code, 1);
-  EXPECT_TRUE(test::eventually([&] { return log.has("publishAsync get reply : 5\n"); }));
-  EXPECT_FALSE(log.has("publishAsync get reply : 0"));
-}
-
-TEST_F(Calls, EmitSignalsThatNameThisService) {
-  test::FakePeer engine("", {"type='signal',path='/iot/job/manager'"});
+TEST(Calls, emit_signals_of_this_service_and_for_the_log_service) {
+  FakePeer engine("", {"type='signal',path='/iot/job/manager'"});
+  FakePeer logService("", {"type='signal',path='/iot/gateway/log_system'"});
   sendGroupConfigToDBus(-1, 2, 1LL << 40, "Exec", "/a/path");
   // The parents as they are given and as they are sent.
   const std::pair<const char*, const char*> cases[] = {
@@ -47,27 +41,22 @@ TEST_F(Calls, EmitSignalsThatNameThisService) {
     sendSignalToDBus(11, 12, 13, "Exec", "/p", "kind", 14, given, "scene");
     const auto signal = engine.await("Exec_Event", ++n);
     ASSERT_TRUE(signal);
-    Json::Value body = test::parsed(signal->text());
-    EXPECT_EQ(body["parentGroupIds"], test::parsed(sent)) << given;
+    Json::Value body = parsed(signal->text());
+    EXPECT_EQ(body["parentGroupIds"], parsed(sent)) << given;
     body.removeMember("parentGroupIds");
-    EXPECT_EQ(body, test::parsed(R"({"ackId":11,"ackCode":12,"jobId":13,"executor":"Exec",
-                                     "path":"/p","type":"kind","groupId":14,"sceneId":"scene"})"));
+    EXPECT_EQ(body, parsed(R"({"ackId":11,"ackCode":12,"jobId":13,"executor":"Exec","path":"/p",
+                               "type":"kind","groupId":14,"sceneId":"scene"})"));
   }
-  const test::Received config = engine.received("NodeEngine_Config_Event").at(0);
+  const Received config = engine.received("NodeEngine_Config_Event").at(0);
   EXPECT_EQ(config.interface, "iot.job.manager");
-  EXPECT_EQ(test::parsed(config.text()),
-            test::parsed(R"({"ackId":-1,"ackCode":2,"jobId":1099511627776,"executor":"Exec",
-                             "groupPath":"/a/path"})"));
-}
-
-TEST_F(Calls, ReachTheLogService) {
-  test::FakePeer logService("", {"type='signal',path='/iot/gateway/log_system'"});
+  EXPECT_EQ(parsed(config.text()), parsed(R"({"ackId":-1,"ackCode":2,"jobId":1099511627776,
+                                              "executor":"Exec","groupPath":"/a/path"})"));
   sendSignalToLog(3, "tag", "file", "func", "line", "message");
   const auto logged = logService.await("logPrint");
   ASSERT_TRUE(logged);
   EXPECT_EQ(logged->interface, "iot.gateway.log_system");
-  EXPECT_EQ(logged->arguments,
-            (Arguments{std::int32_t{3}, "tag", "file", "func", "line", "message"}));
+  EXPECT_EQ(logged->arguments, (Arguments{3, "tag", "file", "func", "line", "message"}));
 }
 
 }  // namespace
+}  // namespace jobm

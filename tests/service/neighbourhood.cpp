@@ -1,16 +1,13 @@
 #include "neighbourhood.h"
 
-#include <gtest/gtest.h>
-#include <json_helper.h>
-
-#include <algorithm>
 #include <memory>
 
 #include "executor_api/registry.h"
-#include "runner_api/identity.h"
 
 namespace test {
 namespace {
+
+const std::string kPrefix = "/sys/key/device";
 
 // Lives as long as the tests run, not until the program's static objects go: other libraries'
 // clean-up must not come before the end of the loop's thread.
@@ -27,6 +24,8 @@ struct Neighbourhood : testing::Environment {
   }
   std::unique_ptr<FakePeer> bridge;
   std::unique_ptr<LoopThread> loop;
+  std::size_t told = 0;  // as news
+  int marks = 0;
 };
 
 // The test framework owns it.
@@ -38,37 +37,38 @@ auto& neighbourhood = static_cast<Neighbourhood&>(
 FakePeer& bridge() { return *neighbourhood.bridge; }
 LoopThread& loopThread() { return *neighbourhood.loop; }
 
-Json::Value parsed(const std::string& text) {
-  Json::Value value;
-  return jobm::json::parse(text, value) ? value : Json::Value();
+// A mark goes out behind everything else and is waited for; it is the last of the calls.
+std::vector<Publication> news() {
+  const std::string mark = "mark " + std::to_string(++neighbourhood.marks);
+  jobm::publishAsync(mark, "", 0);
+  std::vector<Received> calls;
+  EXPECT_TRUE(eventually([&] {
+    calls = bridge().received("publish");
+    return !calls.empty() && calls.back().text() == mark;
+  }));
+  std::vector<Publication> all;
+  for (std::size_t i = std::exchange(neighbourhood.told, calls.size()); i + 1 < calls.size(); ++i) {
+    const std::string topic = calls[i].text();
+    const bool isOurs = topic.starts_with(kPrefix);
+    EXPECT_EQ(calls[i].arguments.at(2), Argument(std::int32_t{1})) << topic;
+    all.push_back({isOurs ? topic.substr(kPrefix.size()) : topic, parsed(calls[i].text(1))});
+  }
+  return all;
 }
 
-std::vector<Json::Value> published(const std::string& topic) {
+std::vector<Json::Value> published(const std::string& suffix) {
   std::vector<Json::Value> payloads;
   for (const Received& call : bridge().received("publish")) {
-    if (call.text(0) == topic) payloads.push_back(parsed(call.text(1)));
+    if (call.text(0) == kPrefix + suffix) payloads.push_back(parsed(call.text(1)));
   }
   return payloads;
 }
 
-std::vector<Json::Value> resultsOf(const std::string& deployId) {
-  std::vector<Json::Value> results = published(kDeployPost);
-  std::erase_if(results, [&](const auto& result) { return result["deployId"] != deployId; });
-  return results;
-}
-
-Json::Value awaitResult(const std::string& deployId, std::size_t n, double seconds) {
-  const bool came = eventually([&] { return resultsOf(deployId).size() >= n; }, seconds);
-  return came ? resultsOf(deployId)[n - 1] : Json::Value();
-}
-
 std::string registration(const std::string& executorName, const std::string& name,
                          const std::string& watchType, const std::string& storeType) {
-  std::string path = "/" + name;
-  std::replace(path.begin(), path.end(), '.', '/');
   return R"({"executorName":")" + executorName + R"(","linkType":1,"executorAddr":{"name":")" +
-         name + R"(","interface":")" + name + R"(","path":")" + path + R"("},"storeType":)" +
-         storeType + R"(,"watchType":)" + watchType + "}";
+         name + R"(","interface":")" + name + R"(","path":")" + gateway::pathOf(name) +
+         R"("},"storeType":)" + storeType + R"(,"watchType":)" + watchType + "}";
 }
 
 void addExecutor(const std::string& payload) {
@@ -80,5 +80,3 @@ void addParser(const std::string& payload) {
 }
 
 }  // namespace test
-
-void Json::PrintTo(const Value& value, std::ostream* stream) { *stream << value.toStyledString(); }

@@ -1,22 +1,24 @@
-/// What surrounds the executors' side in its tests, shared by the tests of one program: the loop's
-/// thread, the MQTT bridge, and a gateway that is runner 77 under the topic prefix
+/// What surrounds the service's modules in their tests, shared by the tests of one program: the
+/// loop's thread, the MQTT bridge, and a gateway that is runner 77 under the topic prefix
 /// "/sys/key/device".
 #pragma once
 
+#include <CapturedLog.h>
 #include <FakePeer.h>
 #include <LoopThread.h>
-#include <json/value.h>
+#include <dbus_process_call.h>
+#include <gtest/gtest.h>
+#include <parsed.h>
 
 #include <chrono>
 #include <future>
-#include <ostream>
 #include <string>
 #include <utility>
 #include <vector>
 
-namespace test {
+#include "runner_api/identity.h"
 
-inline constexpr const char* kDeployPost = "/sys/key/device/edge/deploy/post";
+namespace test {
 
 FakePeer& bridge();
 LoopThread& loopThread();
@@ -38,15 +40,16 @@ class Gate {
   std::shared_future<void> opened = promise.get_future().share();
 };
 
-/// `text` as JSON, null for anything else.
-Json::Value parsed(const std::string& text);
+struct Publication {
+  std::string suffix;  // of the topic
+  Json::Value payload;
+};
 
-/// What was published on `topic` so far, oldest first.
-std::vector<Json::Value> published(const std::string& topic);
+/// Everything that was published since the last call, in order.
+std::vector<Publication> news();
 
-/// The results of the deployment `deployId` so far; the `n`-th, null when it doesn't come in time.
-std::vector<Json::Value> resultsOf(const std::string& deployId);
-Json::Value awaitResult(const std::string& deployId, std::size_t n = 1, double seconds = 10);
+/// What was published under `suffix` so far, oldest first.
+std::vector<Json::Value> published(const std::string& suffix);
 
 /// The payload that registers `executorName` at the bus name `name`, from which interface and path
 /// follow. The types are JSON texts.
@@ -58,8 +61,3 @@ void addExecutor(const std::string& payload);
 void addParser(const std::string& payload);
 
 }  // namespace test
-
-namespace Json {
-/// How a failed comparison shows a value.
-void PrintTo(const Value& value, std::ostream* stream);
-}  // namespace Json

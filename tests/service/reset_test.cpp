@@ -1,9 +1,5 @@
 #include "executor_api/reset.h"
 
-#include <CapturedLog.h>
-#include <dbus_process_call.h>
-#include <gtest/gtest.h>
-
 #include <filesystem>
 #include <functional>
 #include <memory>

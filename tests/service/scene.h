@@ -2,15 +2,11 @@
 /// becomes of them.
 #pragma once
 
+#include <Archive.h>
 #include <WebServer.h>
-#include <file_text.h>
-#include <gtest/gtest.h>
-#include <json_helper.h>
+#include <openssl/crypto.h>
 #include <openssl/evp.h>
-#include <zip.h>
 
-#include <array>
-#include <cstdio>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -24,45 +20,12 @@ inline const std::filesystem::path kTree = "/tarnvale/run/downloaded-job/configm
 
 /// In upper case, which has to do as well as lower case.
 inline std::string md5Of(const std::string& body) {
-  std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
-  unsigned int length = 0;
-  EVP_Digest(body.data(), body.size(), digest.data(), &length, EVP_md5(), nullptr);
-  std::string text;
-  for (unsigned int i = 0; i < length; ++i) {
-    std::array<char, 3> hex{};
-    std::snprintf(hex.data(), hex.size(), "%02X", digest[i]);
-    text += hex.data();
-  }
+  unsigned char digest[EVP_MAX_MD_SIZE];
+  std::size_t length = 0;
+  EVP_Q_digest(nullptr, "MD5", nullptr, body.data(), body.size(), digest, &length);
+  char text[2 * EVP_MAX_MD_SIZE + 1];
+  OPENSSL_buf2hexstr_ex(text, sizeof text, nullptr, digest, length, '\0');
   return text;
-}
-
-inline constexpr unsigned long kLink = 0120777UL << 16;
-
-struct ZipEntry {
-  std::string name;
-  std::string content;
-  unsigned long attributes = 0;
-  int method = Z_DEFLATED;
-  int times = 1;  // the content
-};
-
-inline std::string zipOf(const std::vector<ZipEntry>& entries) {
-  const char* path = "/tmp/var/archive.zip";
-  const zipFile zip = zipOpen(path, APPEND_STATUS_CREATE);
-  for (const ZipEntry& entry : entries) {
-    zip_fileinfo info{};
-    info.external_fa = entry.attributes;
-    zipOpenNewFileInZip(zip, entry.name.c_str(), &info, nullptr, 0, nullptr, 0, nullptr,
-                        entry.method, Z_BEST_SPEED);
-    for (int i = 0; i < entry.times; ++i) {
-      zipWriteInFileInZip(zip, entry.content.data(), static_cast<unsigned>(entry.content.size()));
-    }
-    zipCloseFileInZip(zip);
-  }
-  zipClose(zip, nullptr);
-  std::string archive;
-  jobm::readFile(path, archive);
-  return archive;
 }
 
 inline Json::Value arrayOf(const std::vector<Json::Value>& values) {
@@ -91,6 +54,17 @@ inline void deploy(const std::string& deployId, const std::vector<Json::Value>& 
   onLoop([&] { jobm::handle1Job(jobm::json::styled(request)); });
 }
 
+/// The results of the deployment `deployId` so far; the `n`-th, null when it doesn't come in time.
+inline std::vector<Json::Value> resultsOf(const std::string& deployId) {
+  std::vector<Json::Value> results = published("/edge/deploy/post");
+  std::erase_if(results, [&](const auto& result) { return result["deployId"] != deployId; });
+  return results;
+}
+inline Json::Value awaitResult(const std::string& deployId, std::size_t n = 1,
+                               double seconds = 10) {
+  const bool came = eventually([&] { return resultsOf(deployId).size() >= n; }, seconds);
+  return came ? resultsOf(deployId)[n - 1] : Json::Value();
+}
 inline Json::Value detailsOf(const std::string& deployId, std::size_t n = 1, double seconds = 10) {
   return awaitResult(deployId, n, seconds)["details"];
 }
@@ -100,12 +74,11 @@ class Scene : public testing::Test {
   /// `resource` with one of its files, "config" or "content", which the web server then has.
   Json::Value with(Json::Value resource, const std::string& prefix, const std::string& format,
                    const Page& page) {
-    const std::string sum = md5Of(page.body);
     const std::string path = "/" + std::to_string(++pages);
     web.serve(path, {page});
     resource[prefix + "KivAddress"] = web.url(path);
     resource[prefix + "Format"] = format;
-    resource[prefix + "Md5"] = sum;
+    resource[prefix + "Md5"] = md5Of(page.body);
     return resource;
   }
   /// A resource that is one text, and one that is what an archive contains.

@@ -1,5 +1,3 @@
-#include <CapturedLog.h>
-#include <dbus_process_call.h>
 
 #include <string>
 
@@ -188,7 +186,7 @@ TEST_F(Scene, reports_what_was_never_sent_and_waits_for_the_rest_only) {
 
 TEST_F(Scene, ignores_requests_of_other_types_and_answers_a_reset_as_the_last_reply_of_its_kind) {
   const CapturedLog log;
-  const std::size_t before = published(kDeployPost).size();
+  const std::size_t before = published("/edge/deploy/post").size();
   for (const char* ignored :
        {"no JSON", R"({"deployId":"i","deployType":2,"resources":[]})",
         R"({"deployId":"i","deployType":0})", R"({"deployId":{},"deployType":0,"resources":[]})"}) {
@@ -198,7 +196,7 @@ TEST_F(Scene, ignores_requests_of_other_types_and_answers_a_reset_as_the_last_re
   onLoop([] { handle1Job(R"({"deployId":"reset","taskId":"t","deployType":1})"); });
   EXPECT_EQ(awaitResult("reset"), parsed(R"({"deployId":"reset","taskId":"t","deployType":1,
       "isLastReply":true,"details":[{"code":0,"detail":"reset success","success":true}]})"));
-  EXPECT_EQ(published(kDeployPost).size(), before + 1);
+  EXPECT_EQ(published("/edge/deploy/post").size(), before + 1);
   // The built-in executors are absent, which makes three answers.
   EXPECT_TRUE(eventually([&] { return log.has("resetEJobs actual result"); }));
 }

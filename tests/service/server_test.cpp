@@ -1,11 +1,6 @@
 #include "jobm_server.h"
 
-#include <CapturedLog.h>
-#include <dbus_process_call.h>
-#include <gtest/gtest.h>
-
 #include <memory>
-#include <optional>
 
 #include "executor_api/registry.h"
 #include "neighbourhood.h"
@@ -20,23 +15,16 @@ constexpr const char* kPath = "/iot/job/manager";
 class Server : public testing::Test {
  protected:
   Server() {
+    news();  // what others were told
     onLoop([this] {
       server = std::make_unique<jobm::JobManagerServer>(kName, kPath);
       EXPECT_EQ(server->prepare(), 0);
       server->addMatchRule("type='signal',path='/iot/bridge/mqtt'");
-      server->addMatchRule(
-          "type='signal',interface='org.freedesktop.DBus',member='NameOwnerChanged'");
       server->start();
     });
   }
   ~Server() override {
     onLoop([this] { server.reset(); });
-  }
-
-  static std::optional<std::string> call(const std::string& member,
-                                         const std::vector<std::string>& texts = {},
-                                         double seconds = 10) {
-    return busCall(kName, kPath, member, texts, seconds);
   }
 
   static void signal(const std::string& member, const std::vector<std::string>& texts) {
@@ -51,75 +39,49 @@ std::string reply(int code, const std::string& message) {
          ",\n   \"data\" : null,\n   \"message\" : \"" + message + "\"\n}\n";
 }
 
-TEST_F(Server, answers_its_methods_in_styled_text) {
+TEST_F(Server, answers_its_methods_in_styled_text_and_others_not_at_all) {
+  const std::string executor = registration("served", "iot.test.served", R"(["served"])");
+  const std::string refused = reply(100000, "syncJobStatus fail, params error");
   struct Case {
     const char* member;
-    std::vector<std::string> arguments;
+    std::string argument;
     std::string reply;
+    const char* attrs;  // of what is published; nothing for what is refused
   };
-  const std::string executor = registration("served", "iot.test.served", R"(["served"])");
   const Case cases[] = {
-      {"registerExecutor", {executor}, reply(0, "registerExecutor success")},
-      {"registerParser", {executor}, reply(0, "registerParser success")},
-      {"registerExecutor", {"x"}, reply(100000, "registerExecutor params parse json error")},
-      {"registerParser", {"x"}, reply(100000, "Invalid payload")},
-      {"getSelfDescribing",
-       {"ignored"},
+      {"registerExecutor", executor, reply(0, "registerExecutor success"), nullptr},
+      {"registerParser", executor, reply(0, "registerParser success"), nullptr},
+      {"registerParser", "x", reply(100000, "Invalid payload"), nullptr},
+      {"getSelfDescribing", "ignored",
        "{\n   \"code\" : 0,\n   \"data\" : {\n      \"ability\" : {\n         \"securied\" : {\n"
        "            \"algorithm\" : \"aes-256-cbc\",\n            \"padding\" : \"zero\"\n"
-       "         }\n      }\n   },\n   \"message\" : \"success\"\n}\n"},
-  };
-  for (const Case& c : cases) EXPECT_EQ(call(c.member, c.arguments), c.reply) << c.member;
-  EXPECT_TRUE(jobm::getExecutor("served") && jobm::getParser("served"));
-}
-
-TEST_F(Server, passes_the_status_of_an_executors_job_on_as_that_of_an_added_one) {
-  const std::string topic = "/sys/key/device/scheduler/publish/syncStatusActive";
-  // The payload and the "attrs" that are published, none for a report that is refused. One that
-  // were passed on all the same would be found in the place of the next.
-  const std::pair<const char*, const char*> cases[] = {
-      {R"({"jobId":7,"jobStatus":3,"executor":"IFTTTEngine","result":"ok","foreignKey":"k"})",
-       R"([77,"IFTTTEngine",[{"jobId":7,"jobStatus":3,
-           "result":"{\n   \"code\" : 3,\n   \"detail\" : \"ok\"\n}\n"}]])"},
-      {"not JSON", nullptr},
-      {R"({"jobId":7,"result":{}})", nullptr},
-      {R"({"jobId":8,"jobStatus":-1})",
+       "         }\n      }\n   },\n   \"message\" : \"success\"\n}\n",
+       nullptr},
+      {"syncJobStatus", "not JSON", refused, nullptr},
+      {"syncJobStatus", R"({"jobId":7,"result":{}})", refused, nullptr},
+      {"syncJobStatus", R"({"jobId":8,"jobStatus":-1})", reply(0, "syncJobStatus success"),
        R"([77,"",[{"jobId":8,"jobStatus":-1,
            "result":"{\n   \"code\" : 18446744073709551615,\n   \"detail\" : \"\"\n}\n"}]])"},
   };
-  for (const auto& [payload, attrs] : cases) {
-    SCOPED_TRACE(payload);
-    const std::size_t before = published(topic).size();
-    const bool taken = attrs != nullptr;
-    EXPECT_EQ(call("syncJobStatus", {payload}),
-              taken ? reply(0, "syncJobStatus success")
-                    : reply(100000, "syncJobStatus fail, params error"));
-    if (!taken) continue;
-    ASSERT_TRUE(eventually([&] { return published(topic).size() > before; }));
-    EXPECT_EQ(published(topic)[before]["attrs"], parsed(attrs));
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.argument);
+    EXPECT_EQ(busCall(kName, kPath, c.member, {c.argument}), c.reply);
+    const auto reports = news();
+    ASSERT_EQ(reports.size(), c.attrs != nullptr ? 1U : 0U);
+    if (c.attrs == nullptr) continue;
+    EXPECT_EQ(reports[0].suffix, "/scheduler/publish/syncStatusActive");
+    EXPECT_EQ(reports[0].payload["attrs"], parsed(c.attrs));
   }
+  EXPECT_TRUE(jobm::getExecutor("served") && jobm::getParser("served"));
+  EXPECT_EQ(busCall(kName, kPath, "stop", {}, 0.3), std::nullopt);
 }
 
-TEST_F(Server, leaves_unknown_methods_without_an_answer) {
-  EXPECT_EQ(call("stop", {}, 0.3), std::nullopt);
-  EXPECT_TRUE(call("getSelfDescribing"));
-}
-
-TEST_F(Server, republishes_the_result_of_a_job_log_event) {
-  constexpr const char* kLogTopic = "/sys/key/device/edge/rule/post_log";
+TEST_F(Server, hands_signals_on_and_survives_what_it_can_not_read) {
   const CapturedLog log;
+  FakePeer engine("", {"type='signal',member='IFTTTEngine_Event_Invoke'"});
   for (const char* payload : {"no JSON", R"({"result":{}})", R"({"result":"[\"\udc00\"]"})"}) {
     signal("jobstatus_event", {payload});
   }
-  ASSERT_TRUE(eventually([&] { return !published(kLogTopic).empty(); }));
-  EXPECT_EQ(published(kLogTopic)[0], parsed("[\"\uFFFD\uFFFD\uFFFD\"]"));
-  EXPECT_EQ(published(kLogTopic).size(), 1U);
-  EXPECT_EQ(log.count("jobstatus_event Exception e = "), 1U);
-}
-
-TEST_F(Server, hands_topic_and_payload_on_and_survives_what_it_can_not_read) {
-  const CapturedLog log;
-  FakePeer engine("", {"type='signal',member='IFTTTEngine_Event_Invoke'"});
   signal("subscribe_event", {"/any", R"({"id":1,"attrs":{}})"});
   signal("subscribe_event", {});
   signal("cloudConnectivityEvent", {"disconnected"});
@@ -130,6 +92,11 @@ TEST_F(Server, hands_topic_and_payload_on_and_survives_what_it_can_not_read) {
             parsed(R"({"interface":"actionOnce","payload":"the payload"})"));
   EXPECT_EQ(log.count("onSignalReceived Exception e = "), 1U);
   EXPECT_TRUE(log.has("netChanged status= disconnected\n"));
+  EXPECT_EQ(log.count("jobstatus_event Exception e = "), 1U);
+  const auto logged = news();
+  ASSERT_EQ(logged.size(), 1U);
+  EXPECT_EQ(logged[0].suffix, "/edge/rule/post_log");
+  EXPECT_EQ(logged[0].payload, parsed("[\"\uFFFD\uFFFD\uFFFD\"]"));
 }
 
 }  // namespace

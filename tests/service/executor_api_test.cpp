@@ -1,12 +1,13 @@
-#include "executor_api/registry.h"
-
-#include <dbus_process_call.h>
 #include <gmock/gmock.h>
 
 #include <filesystem>
 #include <iterator>
 #include <thread>
 
+#include "executor_api/job_calls.h"
+#include "executor_api/method_calls.h"
+#include "executor_api/registry.h"
+#include "executor_api/stored_jobs.h"
 #include "neighbourhood.h"
 
 using namespace test;
@@ -24,8 +25,8 @@ Json::Value stored(const char* key, const std::string& name) {
   return parsed(getConfig(key))[name];
 }
 
-std::ptrdiff_t entriesOf(const char* directory) {
-  return std::distance(std::filesystem::directory_iterator(directory), {});
+std::ptrdiff_t threads() {
+  return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
 }
 
 // A good registration of `name` with one part of it replaced.
@@ -35,7 +36,6 @@ std::string spoiled(const char* name, const std::string& part, const std::string
 }
 
 TEST(Registry, refuses_a_bad_registration_but_has_stored_what_it_could_read) {
-  const std::string unreadable = "registerExecutor params parse json error";
   const std::string watch = R"(["refused"])";
   struct Case {
     const char* name;
@@ -45,13 +45,13 @@ TEST(Registry, refuses_a_bad_registration_but_has_stored_what_it_could_read) {
     bool isStored;
   };
   const Case cases[] = {
-      {"r", "no JSON", unreadable, false, false},
       {"../r", spoiled("../r", watch, watch), "registerExecutor executorName error", false, false},
       {"r_path", spoiled("r_path", R"("/iot/test/refused")", R"("iot/test")"),
        "registerExecutor executorAddr error", false, true},
       {"r_types", spoiled("r_types", watch, R"("refused")"), "registerExecutor *Type param error",
        false, true},
-      {"r_one", spoiled("r_one", watch, R"(["refused",{}])"), unreadable, false, true},
+      {"r_one", spoiled("r_one", watch, R"(["refused",{}])"),
+       "registerExecutor params parse json error", false, true},
       {"p", spoiled("p", R"("p")", "[]"), "Invalid payload", true, false},
       {"a/b", spoiled("a/b", watch, watch), "registerParser executorName error", true, false},
       {"p_types", spoiled("p_types", watch, R"("refused")"),
@@ -82,21 +82,19 @@ TEST(Registry, replaces_the_record_of_a_name_while_its_watch_sets_only_grow) {
   EXPECT_THAT(getExecutorsByWatchType("g1"), ElementsAre("grow", "other"));
   EXPECT_THAT(getExecutorsByWatchType("g2"), ElementsAre("grow"));
   EXPECT_EQ(stored(kExecutors, "grow"), parsed(second));
-}
 
-TEST(Registry, keeps_the_proxy_of_the_same_address_and_leaves_nothing_of_replaced_ones) {
-  const std::string here = registration("moving", "iot.test.here", R"(["m"])");
-  addExecutor(here);
-  const std::weak_ptr<quillon::DProxy> first = getExecutor("moving")->proxy;
-  addExecutor(here);
-  EXPECT_EQ(getExecutor("moving")->proxy, first.lock());
-  const auto threads = entriesOf("/proc/self/task");
+  // The proxy stays while the address does, and nothing is left of replaced ones.
+  const std::weak_ptr<quillon::DProxy> first = record.proxy;
+  addExecutor(second);
+  EXPECT_EQ(getExecutor("grow")->proxy, first.lock());
+  const auto before = threads();
   for (int i = 0; i < 30; ++i) {
-    addExecutor(registration("moving", "iot.test.there", R"(["m"])"));
-    addExecutor(here);
+    for (const char* address : {"iot.test.there", "iot.test.grow2"}) {
+      addExecutor(registration("grow", address, R"(["g2"])"));
+    }
   }
-  EXPECT_TRUE(first.expired());
-  EXPECT_TRUE(eventually([&] { return entriesOf("/proc/self/task") <= threads; }));
+  EXPECT_TRUE(eventually([&] { return threads() <= before; }));
+  EXPECT_NE(getExecutor("grow")->proxy, first.lock());
 }
 
 TEST(Registry, restores_unchecked_what_was_stored_and_always_has_the_built_in_executors) {
@@ -111,12 +109,10 @@ TEST(Registry, restores_unchecked_what_was_stored_and_always_has_the_built_in_ex
   initAllExecutors();
   EXPECT_EQ(getExecutor("old")->path, "no/slash");
   EXPECT_TRUE(getExecutorsByWatchType("old1").empty());
-  EXPECT_FALSE(getExecutor("broken"));
   EXPECT_THAT(getParsersByWatchType("old1"), ElementsAre("oldParser"));
-  EXPECT_FALSE(getParser("badParser"));
+  EXPECT_FALSE(getExecutor("broken") || getParser("badParser"));
 
   setConfig(kExecutors, "no JSON");
-  setConfig(kParsers, "");
   initAllExecutors();
   EXPECT_EQ(getExecutor("IFTTTEngine")->name, "iot.runtime.js");
   EXPECT_EQ(getExecutor("Rillmark")->storeType, Texts{"kept"});
@@ -125,28 +121,88 @@ TEST(Registry, restores_unchecked_what_was_stored_and_always_has_the_built_in_ex
 }
 
 TEST(Registry, lets_registrations_that_come_in_during_the_restoring_win) {
-  constexpr int kServices = 20;
-  const auto nameOf = [](int i) { return "race" + std::to_string(i); };
+  Texts names;
   Json::Value old(Json::objectValue);
-  old["resting"] = parsed(registration("resting", "iot.test.resting", "[]"));
-  for (int i = 0; i < kServices; ++i) {
-    old[nameOf(i)] = parsed(registration(nameOf(i), "iot.test.before", "[]"));
+  for (int i = 0; i < 20; ++i) {
+    names.push_back("race" + std::to_string(i));
+    old[names.back()] = parsed(registration(names.back(), "iot.test.before", "[]"));
   }
+  old["resting"] = parsed(registration("resting", "iot.test.resting", "[]"));
   setConfig(kExecutors, old.toStyledString());
   std::thread restoring(initAllExecutors);
-  for (int i = 0; i < kServices; ++i) {
-    addExecutor(registration(nameOf(i), "iot.test.live", R"(["race"])"));
+  for (const std::string& name : names) {
+    addExecutor(registration(name, "iot.test.live", R"(["race"])"));
   }
   restoring.join();
   EXPECT_EQ(getExecutor("resting")->name, "iot.test.resting");
-  EXPECT_TRUE(stored(kExecutors, "resting").isObject());
-  for (int i = 0; i < kServices; ++i) {
-    EXPECT_EQ(stored(kExecutors, nameOf(i))["executorAddr"]["name"], "iot.test.live");
+  for (const std::string& name : names) {
+    EXPECT_EQ(stored(kExecutors, name)["executorAddr"]["name"], "iot.test.live");
   }
   // However late the old ones are read.
   setConfig(kExecutors, old.toStyledString());
   initAllExecutors();
-  for (int i = 0; i < kServices; ++i) EXPECT_EQ(getExecutor(nameOf(i))->name, "iot.test.live");
+  for (const std::string& name : names) EXPECT_EQ(getExecutor(name)->name, "iot.test.live");
+}
+
+// "a1 b2" is the job "a", which is numbered 1, and then "b", numbered 2.
+Json::Value jobsOf(const std::string& text) {
+  Json::Value jobs(Json::arrayValue);
+  for (std::size_t i = 0; i < text.size(); i += 3) {
+    Json::Value job;
+    job["resourceId"] = text.substr(i, 1);
+    job["n"] = text.substr(i + 1, 1);
+    jobs.append(job);
+  }
+  return jobs;
+}
+
+TEST(StoredJobs, are_replaced_appended_and_removed_by_their_ids_with_repeated_ones_too) {
+  struct Case {
+    const char* before;
+    int ackCode;
+    const char *items, *after;
+  };
+  const Case cases[] = {
+      {"a1 b1 a2", 10201, "a3", "b1 a2 a3"},
+      {"a1 b1", 10201, "a2 a3", "b1 a3"},
+      {"a1 b1 a2 c1", 10204, "a3", "b1 c1"},
+      {"a1 A1", 10211, "A2", "a1"},
+      {"a1 b1", 10219, "b1", ""},
+      {"a1", 10202, "b1 a1", "a1"},
+  };
+  for (const Case& c : cases) {
+    setConfig("listed", jobsOf(c.before).toStyledString());
+    EXPECT_EQ(updateStoredJobs("listed", jobsOf(c.items), c.ackCode), 0);
+    EXPECT_EQ(getConfig("listed"), json::styled(jobsOf(c.after))) << c.before << " " << c.ackCode;
+  }
+  setConfig("listed", R"({"resourceId":"r"})");
+  EXPECT_EQ(updateStoredJobs("listed", jobsOf("a1"), 10201), 0);
+  EXPECT_EQ(parsed(getConfig("listed")), jobsOf("a1"));
+}
+
+TEST(MethodCalls, tell_watchers_of_several_types_and_the_driver_manager_of_a_finished_batch) {
+  constexpr const char* kFinish = "onWatchTypesFinish";
+  FakePeer two("iot.test.watches2");
+  FakePeer one("iot.test.watches1");
+  FakePeer parser("iot.test.driver");
+  addExecutor(registration("watchesTwo", "iot.test.watches2", R"(["w1","w2"])"));
+  addExecutor(registration("watchesOne", "iot.test.watches1", R"(["w1"])"));
+  addExecutor(registration("driver_manager", "iot.test.watches1", R"(["w1"])"));
+  addParser(registration("driver_manager", "iot.test.driver", R"(["w1"])"));
+  onLoop(callOnWatchTypesFinish);
+  ASSERT_TRUE(two.await(kFinish) && parser.await(kFinish));
+
+  addExecutor(registration("driver_manager", "iot.test.watches1", R"(["w1","w2"])"));
+  onLoop(callOnWatchTypesFinish);
+  ASSERT_TRUE(two.await(kFinish, 2) && one.await(kFinish));
+  // A text goes to a parser as JSON where it is JSON, and behind a second call, if there is one.
+  deployParserJob("k", "plain", *getParser("driver_manager"), {});
+  deployParserJob("k", R"({"a": 1})", *getParser("driver_manager"), {});
+  ASSERT_TRUE(parser.await("deployJob", 2));
+  EXPECT_EQ(parser.received("deployJob")[0].text(), "{\"key\":\"k\",\"value\":\"plain\"}\n");
+  EXPECT_EQ(parser.received("deployJob")[1].text(), "{\"key\":\"k\",\"value\":{\"a\":1}}\n");
+  EXPECT_EQ(parser.count(kFinish), 1U);
+  EXPECT_EQ(one.count(kFinish), 1U);
 }
 
 }  // namespace

@@ -1,0 +1,152 @@
+#include <WebServer.h>
+#include <comm_path.h>
+
+#include <filesystem>
+#include <stdexcept>
+
+#include "neighbourhood.h"
+#include "runner_api/jobs.h"
+#include "runner_api/routing.h"
+#include "runner_api/runner.h"
+
+using namespace test;
+
+namespace jobm {
+namespace {
+
+using Texts = std::vector<std::string>;
+
+int dispatch(const std::string& payload) {
+  return onLoop([&] { return dispatchMasterResponse("/any/topic", payload); });
+}
+
+std::string withId(std::int64_t id, const std::string& members) {
+  return "{" + members + R"("id":)" + std::to_string(id) + "}";
+}
+
+TEST(Runner, is_registered_by_the_integer_code_200_only_and_beats_from_then_on) {
+  const std::pair<const char*, std::int64_t> cases[] = {
+      {R"({"attrs":[{"code":200,"data":"x"}]})", 0},
+      {R"({"attrs":[{"code":200.0,"data":338}]})", 0},
+      {R"({"attrs":200})", 0},
+      {R"({"attrs":[{"code":500,"data":1}]})", 0},
+      {R"({"attrs":[{"code":200,"data":5000000000}]})", 5000000000},
+  };
+  setRunId(0);
+  for (const auto& [reply, granted] : cases) {
+    handleHeartbeat();
+    EXPECT_TRUE(news().empty());
+    EXPECT_EQ(registerRunnerResp(parsed(reply)), granted != 0) << reply;
+    EXPECT_EQ(getRunId(), granted) << reply;
+  }
+  handleHeartbeat();
+  EXPECT_EQ(news().at(0).payload["attrs"][0].asInt64(), 5000000000);
+  setRunId(77);
+}
+
+TEST(Routing, calls_a_handler_once_with_the_whole_reply_and_forgets_it) {
+  const std::size_t before = outstandingRequests();
+  Json::Value got;
+  std::int64_t nested = 0;
+  const std::int64_t id = fileRequest([&](const Json::Value& reply) {
+    got = reply;
+    nested = fileRequest({});
+    EXPECT_EQ(outstandingRequests(), before + 2) << "forgotten only after the call";
+    return false;
+  });
+  const CapturedLog log;
+  for (const std::string& payload : {std::string("not json"), std::string(5000, '[')}) {
+    EXPECT_EQ(dispatch(payload), 0);
+  }
+  EXPECT_THROW(dispatch(withId(id, R"("attrs":[{"code":"x"}],)")), std::exception);
+  EXPECT_TRUE(got.isNull()) << "what can't be routed leaves the request open";
+  const std::string reply = withId(id, R"("reply":true,)");
+  EXPECT_EQ(dispatch(reply), 1) << "neither attrs nor code are needed";
+  EXPECT_EQ(got, parsed(reply));
+  EXPECT_EQ(outstandingRequests(), before + 1);
+  EXPECT_EQ(dispatch(reply), 1);
+  EXPECT_TRUE(log.has("dispatchMasterResponse id " + std::to_string(id) + " no exist\n"));
+  EXPECT_EQ(dispatch(withId(nested, "")), 1);
+  EXPECT_TRUE(log.has("dispatchMasterResponse func is null"));
+  EXPECT_EQ(outstandingRequests(), before);
+}
+
+// What was reported, one line each.
+Texts reports() {
+  Texts lines;
+  for (const auto& [suffix, payload] : news()) {
+    const Json::Value& attrs = payload["attrs"];
+    lines.push_back(suffix == "/edge/deploy/post"
+                        ? "result " + json::compact(payload["details"])
+                        : suffix + " " + attrs[0].asString() + " " + attrs[1].asString() + " " +
+                              parsed(attrs[2].asString())["detail"].asString());
+  }
+  return lines;
+}
+
+const Texts kDone = {"/scheduler/publish/syncStatusPassive 9 0 job deploy success"};
+const Texts kUnreadable = {"result [null]\n"};
+const Texts kNotFetched = {"/scheduler/publish/syncStatusPassive 9 4 Download job package fail"};
+
+TEST(Jobs, are_carried_out_by_their_code) {
+  struct Case {
+    const char *what, *executor, *content;
+    Texts reports;
+    int ackCode;
+    bool directoryStays;
+  };
+  const Case cases[] = {
+      {"deleted", "ConfigManager", "{}", kDone, 10204, false},
+      {"another executor's", "NodeEngine_Script", "{}", kDone, 10204, true},
+      {"a signature word", "ConfigManager", "JobPayloadSign", kUnreadable, 10204, true},
+      {"reset", "ConfigManager", "{}", kDone, 10219, false},
+      {"unknown code", "ConfigManager", "{}", {}, 10220, true},
+      {"refused name", "../up", "{}", kUnreadable, 10220, false},
+      {"no download", "ConfigManager", R"({"content":"m:","type":"kiv"})", kNotFetched, 10201,
+       false},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    const std::string directory = generateDir(c.executor, "41");
+    onLoop([&] { handleJob(9, c.ackCode, 41, c.executor, c.content); });
+    EXPECT_EQ(reports(), c.reports);
+    EXPECT_EQ(std::filesystem::exists(directory), c.directoryStays);
+  }
+}
+
+// The one test that waits for a transfer to be given up.
+TEST(Jobs, fail_a_minute_after_their_package_has_stopped_to_come) {
+  WebServer web;
+  web.serve("/stalls", {{.body = "half and half", .fault = Fault::stall}});
+  const std::string content = R"({"content":")" + web.url("/stalls") + R"(","type":"kiv"})";
+  const CapturedLog log;
+  onLoop([&] { handleJob(9, 10201, 41, "ConfigManager", content); });
+  EXPECT_EQ(reports(), kNotFetched);
+  EXPECT_TRUE(log.has("curl_easy_perform ret = 28 cost = 6"));
+}
+
+TEST(Jobs, of_a_reply_are_reported_stored_deployed_and_cleared_away_in_order_up_to_a_faulty_one) {
+  const std::string request = R"({"deployId":"d","deployType":0,"resources":[]})";
+  Json::Value content;
+  content["content"] = request;
+  content["type"] = "inline";
+  Json::Value reply = parsed(R"({"attrs":[{"code":10200,"data":[
+      {"id":1,"ackCode":10201,"jobId":4200000000,"executor":"Any"},
+      {"id":2,"ackCode":10204,"executor":"x","ackContent":null},
+      {"id":3,"ackCode":"x"},
+      {"id":4,"ackCode":10204,"jobId":5,"executor":"x","ackContent":"{}"}]}]})");
+  reply["attrs"][0]["data"][0]["ackContent"] = json::compact(content);
+  sendHeartbeat("");
+  reply["id"] = news().at(0).payload["id"];
+  const CapturedLog log;
+  dispatch(json::compact(reply));
+  EXPECT_EQ(reports(), (Texts{"/scheduler/publish/syncStatusPassive 1 3 job deploy success",
+                              "result []\n", "result [null]\n"}));
+  EXPECT_TRUE(log.has("handleHeartbeatResp Exception e =  "));
+  EXPECT_EQ(getConfig("gw_jobm_jobId"), "4200000000");
+  EXPECT_EQ(getConfig("gw_jobm_jobContent"), request);
+  EXPECT_FALSE(std::filesystem::exists(jobPath("any", "4200000000")));
+}
+
+}  // namespace
+}  // namespace jobm
