@@ -7,29 +7,8 @@ namespace {
 
 using Arguments = std::vector<Argument>;
 
-TEST(Calls, read_the_bridges_code_out_of_whatever_it_answers) {
-  const std::pair<Answer, int> cases[] = {
-      {R"(/* quite */ {"code":7,"message":"no"})", 7},
-      {R"({"code":"seven"})", -1},
-      {"ok", -1},
-      {Error{"iot.test.Refused", R"({"code":0)"}, -1},
-  };
-  const CapturedLog log;
-  for (const auto& [answer, code] : cases) {
-    bridge().answer("unsubscribe", answer);
-    EXPECT_EQ(unSubscribe("t", "iot.some.name"), code);
-  }
-  EXPECT_EQ(bridge().received("unsubscribe")[0].arguments, (Arguments{"t", "iot.some.name"}));
-  EXPECT_TRUE(log.has("publish parse failed res = ok\n"));
-  bridge().answer("publish", R"({"code":5})");
-  publishAsync("/sys/key/device/t", "{}", 1);
-  EXPECT_TRUE(eventually([&] { return log.has("publishAsync get reply : 5\n"); }));
-  bridge().on("publish", {});
-  EXPECT_EQ(publish("/sys/key/device/t", "{}", 1), 0);
-  EXPECT_EQ(news().size(), 2U);
-}
-
-TEST(Calls, emit_signals_of_this_service_and_for_the_log_service) {
+// What nothing calls yet.
+TEST(Calls, emit_signals_of_this_service_and_for_the_log_service_and_end_subscriptions) {
   FakePeer engine("", {"type='signal',path='/iot/job/manager'"});
   FakePeer logService("", {"type='signal',path='/iot/gateway/log_system'"});
   sendGroupConfigToDBus(-1, 2, 1LL << 40, "Exec", "/a/path");
@@ -56,6 +35,10 @@ TEST(Calls, emit_signals_of_this_service_and_for_the_log_service) {
   ASSERT_TRUE(logged);
   EXPECT_EQ(logged->interface, "iot.gateway.log_system");
   EXPECT_EQ(logged->arguments, (Arguments{3, "tag", "file", "func", "line", "message"}));
+
+  bridge().answer("unsubscribe", Error{"iot.test.Refused", R"({"code":0)"});
+  EXPECT_EQ(unSubscribe("t", "iot.some.name"), -1) << "only a reply can be a success";
+  EXPECT_EQ(bridge().received("unsubscribe")[0].arguments, (Arguments{"t", "iot.some.name"}));
 }
 
 }  // namespace

@@ -20,8 +20,6 @@ TEST_F(Scene, brings_every_kind_of_resource_to_disk_store_and_executors) {
   FakePeer corvex("iot.gateway.cvbase");
   FakePeer other("iot.test.scene");
   FakePeer manager("iot.test.manager");
-  FakePeer engine("iot.runtime.js");
-  FakePeer rillmark("iot.edge.Rillmark");
   addExecutor(registration("scene", "iot.test.scene", R"(["label","page"])"));
   addExecutor(registration("driver_manager", "iot.test.manager", R"(["driver"])"));
   fs::create_directories(kTree / "f/left over");
@@ -36,11 +34,11 @@ TEST_F(Scene, brings_every_kind_of_resource_to_disk_store_and_executors) {
   const Json::Value page =
       with(zip("p", "page", zipOf({{"config.json", "the page"}, {"fileList/a", "A"}})), "content",
            "raw", {.body = "as it is"});
-  deploy("every kind", {page, label, function, driver, text("r", "rule"), text("t", "stream")});
+  deploy("every kind", {page, label, function, driver});
 
   const Json::Value details = detailsOf("every kind");
   for (const Json::Value& detail : details) EXPECT_EQ(detail["success"], true);
-  EXPECT_EQ(details.size(), 6U);
+  EXPECT_EQ(details.size(), 4U);
   // Executors get the request's resources, each those of its types, in the request's order.
   EXPECT_EQ(parsed(other.received("deployJob").at(0).text()), arrayOf({page, label}));
   EXPECT_EQ(parsed(corvex.received("deployJob").at(0).text()), arrayOf({function, driver}));
@@ -58,9 +56,7 @@ TEST_F(Scene, brings_every_kind_of_resource_to_disk_store_and_executors) {
                                                         {"l/config.json", "label content"},
                                                         {"p/p.config/config.json", "(no file)"},
                                                         {"p/a", "A"},
-                                                        {"p/_downloaded.raw", "as it is"},
-                                                        {"r/r.config/config.json", "{}"},
-                                                        {"t/t.config/config.json", "{}"}};
+                                                        {"p/_downloaded.raw", "as it is"}};
   for (const auto& [path, content] : onDisk) EXPECT_EQ(textOf(kTree / path), content) << path;
   EXPECT_FALSE(fs::exists(kTree / "f/left over"));
 }
@@ -110,9 +106,6 @@ TEST_F(Scene, takes_the_word_of_CorvexConfig_for_each_resource) {
     EXPECT_EQ(details[0], parsed(first));
     EXPECT_EQ(details[1], parsed(second));
   }
-  // A deletion is answered for as a whole.
-  deploy("corvex", {resourceOf("r2", "function", 1)});
-  EXPECT_TRUE(detailsOf("corvex", ++n)[0]["code"].isNull());
 }
 
 TEST_F(Scene, asks_every_parser_and_goes_on_to_the_executors_only_when_none_has_failed) {
@@ -159,12 +152,10 @@ TEST_F(Scene, lets_a_request_wait_until_the_deployment_before_it_is_over) {
     deploy("held by " + phase, {text("held", phase)});
     ASSERT_TRUE(peer.await(phase));
     deploy("after " + phase, {text(phase, "unheld")});
-    deploy("last " + phase, {});
     EXPECT_FALSE(fs::exists(kTree / phase));
     gate.open();
     EXPECT_EQ(detailsOf("held by " + phase)[0]["success"], false);
     EXPECT_EQ(detailsOf("after " + phase)[0]["success"], true);
-    EXPECT_TRUE(awaitResult("last " + phase).isObject());
   }
 }
 
@@ -184,21 +175,14 @@ TEST_F(Scene, reports_what_was_never_sent_and_waits_for_the_rest_only) {
   EXPECT_EQ(own.count("deployJob"), 1U);
 }
 
-TEST_F(Scene, ignores_requests_of_other_types_and_answers_a_reset_as_the_last_reply_of_its_kind) {
-  const CapturedLog log;
-  const std::size_t before = published("/edge/deploy/post").size();
+TEST_F(Scene, ignores_requests_of_other_types) {
+  news();
   for (const char* ignored :
        {"no JSON", R"({"deployId":"i","deployType":2,"resources":[]})",
         R"({"deployId":"i","deployType":0})", R"({"deployId":{},"deployType":0,"resources":[]})"}) {
     onLoop([&] { handle1Job(ignored); });
   }
-  initAllExecutors();
-  onLoop([] { handle1Job(R"({"deployId":"reset","taskId":"t","deployType":1})"); });
-  EXPECT_EQ(awaitResult("reset"), parsed(R"({"deployId":"reset","taskId":"t","deployType":1,
-      "isLastReply":true,"details":[{"code":0,"detail":"reset success","success":true}]})"));
-  EXPECT_EQ(published("/edge/deploy/post").size(), before + 1);
-  // The built-in executors are absent, which makes three answers.
-  EXPECT_TRUE(eventually([&] { return log.has("resetEJobs actual result"); }));
+  EXPECT_TRUE(news().empty());
 }
 
 }  // namespace

@@ -2,7 +2,6 @@
 
 #include <memory>
 
-#include "executor_api/registry.h"
 #include "neighbourhood.h"
 
 using namespace test;
@@ -40,7 +39,6 @@ std::string reply(int code, const std::string& message) {
 }
 
 TEST_F(Server, answers_its_methods_in_styled_text_and_others_not_at_all) {
-  const std::string executor = registration("served", "iot.test.served", R"(["served"])");
   const std::string refused = reply(100000, "syncJobStatus fail, params error");
   struct Case {
     const char* member;
@@ -49,8 +47,6 @@ TEST_F(Server, answers_its_methods_in_styled_text_and_others_not_at_all) {
     const char* attrs;  // of what is published; nothing for what is refused
   };
   const Case cases[] = {
-      {"registerExecutor", executor, reply(0, "registerExecutor success"), nullptr},
-      {"registerParser", executor, reply(0, "registerParser success"), nullptr},
       {"registerParser", "x", reply(100000, "Invalid payload"), nullptr},
       {"getSelfDescribing", "ignored",
        "{\n   \"code\" : 0,\n   \"data\" : {\n      \"ability\" : {\n         \"securied\" : {\n"
@@ -72,7 +68,6 @@ TEST_F(Server, answers_its_methods_in_styled_text_and_others_not_at_all) {
     EXPECT_EQ(reports[0].suffix, "/scheduler/publish/syncStatusActive");
     EXPECT_EQ(reports[0].payload["attrs"], parsed(c.attrs));
   }
-  EXPECT_TRUE(jobm::getExecutor("served") && jobm::getParser("served"));
   EXPECT_EQ(busCall(kName, kPath, "stop", {}, 0.3), std::nullopt);
 }
 
