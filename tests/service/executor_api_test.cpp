@@ -46,7 +46,6 @@ TEST(Registry, refuses_a_bad_registration_but_has_stored_what_it_could_read) {
        false, true},
       {"r_one", spoiled("r_one", watch, R"(["refused",{}])"),
        "registerExecutor params parse json error", false, true},
-      {"p", spoiled("p", R"("p")", "[]"), "Invalid payload", true, false},
       {"a/b", spoiled("a/b", watch, watch), "registerParser executorName error", true, false},
       {"p_types", spoiled("p_types", watch, R"("refused")"),
        "Parser should contain JSON ARRAY MEMBER storeType or watchType", true, true},
@@ -157,9 +156,6 @@ TEST(StoredJobs, are_replaced_appended_and_removed_by_their_ids_with_repeated_on
     EXPECT_EQ(updateStoredJobs("listed", jobsOf(c.items), c.ackCode), 0);
     EXPECT_EQ(getConfig("listed"), json::styled(jobsOf(c.after))) << c.before << " " << c.ackCode;
   }
-  setConfig("listed", R"({"resourceId":"r"})");
-  EXPECT_EQ(updateStoredJobs("listed", jobsOf("a1"), 10201), 0);
-  EXPECT_EQ(parsed(getConfig("listed")), jobsOf("a1"));
 }
 
 TEST(MethodCalls, tell_watchers_of_several_types_and_the_driver_manager_of_a_finished_batch) {
@@ -177,12 +173,10 @@ TEST(MethodCalls, tell_watchers_of_several_types_and_the_driver_manager_of_a_fin
   addExecutor(registration("driver_manager", "iot.test.watches1", R"(["w1","w2"])"));
   onLoop(callOnWatchTypesFinish);
   ASSERT_TRUE(two.await(kFinish, 2) && one.await(kFinish));
-  // A text goes to a parser as JSON where it is JSON, and behind a second call, if there is one.
-  deployParserJob("k", "plain", *getParser("driver_manager"), {});
+  // Behind a second call, if there is one, a text comes as JSON where it is JSON.
   deployParserJob("k", R"({"a": 1})", *getParser("driver_manager"), {});
-  ASSERT_TRUE(parser.await("deployJob", 2));
-  EXPECT_EQ(parser.received("deployJob")[0].text(), "{\"key\":\"k\",\"value\":\"plain\"}\n");
-  EXPECT_EQ(parser.received("deployJob")[1].text(), "{\"key\":\"k\",\"value\":{\"a\":1}}\n");
+  ASSERT_TRUE(parser.await("deployJob"));
+  EXPECT_EQ(parser.received("deployJob")[0].text(), "{\"key\":\"k\",\"value\":{\"a\":1}}\n");
   EXPECT_EQ(parser.count(kFinish), 1U);
   EXPECT_EQ(one.count(kFinish), 1U);
 }

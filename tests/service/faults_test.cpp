@@ -321,9 +321,9 @@ TEST_F(TreeFaults, are_reported_where_they_keep_a_resource_from_being_stored) {
 
 TEST_F(Faults, of_an_address_cost_the_resources_of_its_owner_and_no_reset) {
   const std::array<const char*, 3> addresses[] = {
-      {"nodot", "iot.fine", "/fine"},         {"iot..fine", "iot.fine", "/fine"},
-      {"iot.l\xE9ger", "iot.fine", "/fine"},  {"iot.fine", "fine", "/fine"},
-      {"iot.fine", "iot.fine", "/two//fine"}, {"iot.fine", "iot.fine", "/l\xE9ger"},
+      {"iot..fine", "iot.fine", "/fine"},
+      {"iot.fine", "l\xE9ger", "/fine"},
+      {"iot.fine", "iot.fine", "/two//fine"},
   };
   const Json::Value noService = outcome(false, "101207", "Service not exist");
   for (const auto& [name, interface, path] : addresses) {

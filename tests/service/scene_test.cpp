@@ -175,15 +175,5 @@ TEST_F(Scene, reports_what_was_never_sent_and_waits_for_the_rest_only) {
   EXPECT_EQ(own.count("deployJob"), 1U);
 }
 
-TEST_F(Scene, ignores_requests_of_other_types) {
-  news();
-  for (const char* ignored :
-       {"no JSON", R"({"deployId":"i","deployType":2,"resources":[]})",
-        R"({"deployId":"i","deployType":0})", R"({"deployId":{},"deployType":0,"resources":[]})"}) {
-    onLoop([&] { handle1Job(ignored); });
-  }
-  EXPECT_TRUE(news().empty());
-}
-
 }  // namespace
 }  // namespace jobm

@@ -54,7 +54,7 @@ TEST(SyncJobStatus, goes_out_as_an_answer_or_on_its_own_account) {
 }
 
 TEST(ResourcesReply, is_split_in_two_beyond_two_hundred_details_and_only_then_without_data) {
-  for (const Json::ArrayIndex count : {200U, 201U, 450U}) {
+  for (const Json::ArrayIndex count : {200U, 201U}) {
     SCOPED_TRACE(count);
     Json::Value details(Json::arrayValue);
     for (Json::ArrayIndex i = 0; i < count; ++i) {
