@@ -71,15 +71,6 @@ DProxy::~DProxy() {
   worker->release();
 }
 
-std::shared_ptr<DMessage> DProxy::makeMethodCall(const char* member) const {
-  return DMessage::makeNewMethodCallMessage(wellknownName.c_str(), path.c_str(), interface.c_str(),
-                                            member);
-}
-
-std::shared_ptr<DMessage> DProxy::makeSignal(const char* member) const {
-  return DMessage::makeSignalMessage(path.c_str(), interface.c_str(), member);
-}
-
 bool DProxy::sendMessageWithReply(const std::shared_ptr<DMessage>& message, ReplyCallback callback,
                                   void* userData) {
   if (!connected) {
@@ -129,12 +120,6 @@ int DProxy::sendSignal(const std::shared_ptr<DMessage>& message) {
 
 void DProxy::stopWorkers() {
   if (worker) worker->stopWorkers();
-}
-
-bool DProxy::isFor(const std::string& otherName, const std::string& otherPath,
-                   const std::string& otherInterface) const {
-  return connected && wellknownName == otherName && path == otherPath &&
-         interface == otherInterface;
 }
 
 }  // namespace quillon

@@ -34,8 +34,13 @@ class DProxy : public DConnection {
 
   /// A call of `member` of the remote service, or a signal from its path and interface; empty when
   /// a name breaks the bus's rules.
-  std::shared_ptr<DMessage> makeMethodCall(const char* member) const;
-  std::shared_ptr<DMessage> makeSignal(const char* member) const;
+  std::shared_ptr<DMessage> makeMethodCall(const char* member) const {
+    return DMessage::makeNewMethodCallMessage(wellknownName.c_str(), path.c_str(),
+                                              interface.c_str(), member);
+  }
+  std::shared_ptr<DMessage> makeSignal(const char* member) const {
+    return DMessage::makeSignalMessage(path.c_str(), interface.c_str(), member);
+  }
 
   /// Sends a call; the reply comes through `callback`. Returns false when it was not sent; the
   /// callback is then never called.
@@ -54,8 +59,11 @@ class DProxy : public DConnection {
   void stopWorkers();
 
   /// True when this proxy was made for that service and can reach the daemon.
-  bool isFor(const std::string& wellknownName, const std::string& path,
-             const std::string& interface) const;
+  bool isFor(const std::string& otherName, const std::string& otherPath,
+             const std::string& otherInterface) const {
+    return connected && wellknownName == otherName && path == otherPath &&
+           interface == otherInterface;
+  }
 
   bool isConnected() const { return connected; }
 

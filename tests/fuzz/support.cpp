@@ -1,97 +1,68 @@
 #include "support.h"
 
+#include <LoopTasks.h>
 #include <comm_path.h>
+#include <curl/curl.h>
+#include <fcntl.h>
+#include <gateway/config.h>
 #include <json_helper.h>
+#include <openssl/crypto.h>
 #include <openssl/evp.h>
 #include <util/aes/job_aes.h>
 
+#include <algorithm>
 #include <array>
+#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
-#include <mutex>
-#include <utility>
+#include <cstring>
 
 #include "communicate_scene/request.h"
 #include "dbus_process_call.h"
 #include "executor_api/registry.h"
 #include "executor_api/tables.h"
-#include "neighbours.h"
 #include "runner_api/identity.h"
 #include "runner_api/routing.h"
 
 namespace fuzz {
 namespace {
 
-constexpr std::string_view kSeparator = "\n---\n";
-// As many as make a report that has to be split, and no more.
-constexpr std::size_t kMaxFiles = 10;
-
-std::vector<std::string> sectionsOf(std::string_view text) {
-  std::vector<std::string> sections;
-  while (true) {
-    const std::size_t end = text.find(kSeparator);
-    sections.emplace_back(text.substr(0, end));
-    if (end == std::string_view::npos) return sections;
-    text.remove_prefix(end + kSeparator.size());
-  }
-}
-
 std::string md5(const std::string& text) {
-  std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
-  unsigned length = 0;
-  EVP_Digest(text.data(), text.size(), digest.data(), &length, EVP_md5(), nullptr);
-  std::string sum;
-  for (unsigned i = 0; i < length; ++i) {
-    std::array<char, 3> hex{};
-    std::snprintf(hex.data(), hex.size(), "%02x", digest[i]);
-    sum += hex.data();
+  std::array<unsigned char, 16> digest{};
+  std::array<char, 2 * digest.size() + 1> hex{};
+  EVP_Q_digest(nullptr, "MD5", nullptr, text.data(), text.size(), digest.data(), nullptr);
+  OPENSSL_buf2hexstr_ex(hex.data(), hex.size(), nullptr, digest.data(), digest.size(), '\0');
+  return hex.data();
+}
+
+std::string takeReply(const std::string& method) {
+  std::string reply = R"({"code":0,"message":"","data":[]})";
+  if (!world.replies.empty()) {
+    reply = std::move(world.replies.front());
+    world.replies.pop_front();
   }
-  return sum;
+  if (method == "deployConfig" && (reply.empty() || reply == "!")) world.parserSilent = true;
+  if (method == "deleteJob") world.deletionSent = true;
+  return reply;
 }
 
-void startGateway() {
-  World& all = world();
-  all = World{};
-  all.writableRoot = jobm::kDownloadRoot;
-  all.store["gw_system_devicesecret"] = "0123456789abcdef0123456789abcdef";
-  jobm::setDeviceInfo("key", "device");
-  jobm::setRunId(77);
-  jobm::setDeviceSecretReader([] { return jobm::getConfig("gw_system_devicesecret"); });
-  jobm::rmDir(jobm::kDownloadRoot);
-  forgetRegistrations();
+void publish(const std::string& topic, const std::string& payload) {
+  require(topic.starts_with("/sys/key/device/"), "only this gateway's topics are used");
+  Json::Value value;
+  require(jobm::json::parse(payload, value) || topic.ends_with("/post_log"),
+          "what goes to the cloud is JSON");
+  world.published.emplace_back(topic, value);
 }
 
-void addOne(std::string (*add)(const std::string&), const char* name, const char* address,
-            const char* watchType) {
-  const std::string payload =
-      std::string(R"({"linkType":1,"executorName":")") + name + R"(","executorAddr":{"name":")" +
-      address + R"(","interface":"iot.test","path":"/iot/test"},"watchType":)" + watchType + "}";
-  require(add(payload).empty(), "a neighbour can register");
-}
-
-// The scheduler accepts every report, so that no request stays open.
-void acknowledgeReports() {
-  const std::vector<Published> published = world().published;
-  for (const Published& report : published) {
-    if (report.topic.find("/scheduler/publish/") == std::string::npos) continue;
-    Json::Value reply;
-    reply["id"] = parsed(report.payload)["id"];
-    reply["attrs"][0U]["code"] = 200;
-    reply["attrs"][0U]["data"] = "\"ACK_REQUEST_OK\"";
-    reply["reply"] = true;
-    jobm::dispatchMasterResponse("/sys/key/device/scheduler/sysReply", jobm::json::styled(reply));
-  }
-}
-
-void requireNextJobSucceeds() {
-  world().replies.clear();
-  // Whatever names the input's own deployments have.
-  const std::vector<Published> before = std::exchange(world().published, {});
-  jobm::handle1Job(R"({"deployId":"next job","taskId":"t","deployType":0,"resources":[]})");
-  runLoop();
-  Json::Value details;
-  require(countReports("next job", details) == 1, "the next ordinary job succeeds");
-  world().published = before;
+// Paths are built from checked names, so none leads upwards, and each is in its place.
+void requireWritable(const char* changed) {
+  const std::string& root = world.writableRoot;
+  if (changed == nullptr || root.empty()) return;
+  const std::string path = std::string(changed) + "/";
+  const char* output = std::getenv("FUZZ_OUTPUT");
+  const bool isFinding = output != nullptr && path.starts_with(output);  // the fuzzer's own file
+  require(isFinding || path.starts_with(root + "/"), "files stay in the working tree");
+  require(path.find("/../") == std::string::npos, "no path leads upwards");
 }
 
 }  // namespace
@@ -102,90 +73,225 @@ void require(bool holds, const char* promise) {
   std::abort();
 }
 
-Input::Input(const std::uint8_t* data, std::size_t size) {
-  startGateway();
-  auto sections = sectionsOf({reinterpret_cast<const char*>(data), size});
-  head = std::move(sections.front());
-  sections.erase(sections.begin());
-  for (std::string& section : sections) {
-    const char kind = section.empty() ? '\0' : section.front();
-    if (kind == '?') {
-      more.push_back(section.substr(1));
-    } else if (kind != '=') {
-      world().replies.push_back(std::move(section));
-    } else if (world().files.size() < kMaxFiles) {
-      world().files.push_back(section.substr(1));
+std::vector<std::string> start(std::string input) {
+  constexpr std::string_view kSeparator = "\n---\n";
+  world = World{};
+  world.store["gw_system_devicesecret"] = "0123456789abcdef0123456789abcdef";
+  jobm::setDeviceInfo("key", "device");
+  jobm::setRunId(77);
+  jobm::setDeviceSecretReader([] { return jobm::getConfig("gw_system_devicesecret"); });
+  jobm::mkDir(jobm::kDownloadRoot);
+  jobm::rmDir(jobm::kDownloadRoot);  // leaves what it is in
+  world.writableRoot = jobm::kDownloadRoot;
+  restart();
+
+  std::vector<std::string> events{take(input, kSeparator)};
+  while (!input.empty()) {
+    const std::string section = take(input, kSeparator);
+    const std::string kind = section.substr(0, 1);
+    const std::string rest = section.substr(kind.size());
+    if (kind == "?") {
+      events.push_back(rest);
+    } else if (kind == "E" || kind == "P") {
+      static_cast<void>(kind == "E" ? jobm::registerExecutor(rest) : jobm::registerParser(rest));
+    } else if (kind == "=" && world.files.size() < 10) {
+      world.files["m:" + std::to_string(world.files.size())] = rest;
+    } else {
+      world.replies.push_back(section);
     }
   }
-}
-
-Input::~Input() { world().writableRoot.clear(); }
-
-std::string replaced(std::string text, std::string_view from, std::string_view to) {
-  for (std::size_t at = text.find(from); at != std::string::npos;
-       at = text.find(from, at + to.size())) {
-    text.replace(at, from.size(), to);
+  for (const auto& [url, file] : world.files) {
+    for (std::string& event : events) substitute(event, "$" + url, md5(file));
   }
-  return text;
+  return events;
 }
 
-std::string withSums(std::string text) {
-  for (std::size_t i = 0; i < world().files.size(); ++i) {
-    text = replaced(std::move(text), "$m" + std::to_string(i), md5(world().files[i]));
+void restart() {
+  std::destroy_at(&jobm::registry::tables());
+  std::construct_at(&jobm::registry::tables());
+  jobm::initAllExecutors();
+}
+
+void runLoop() {
+  while (!world.tasks.empty()) {
+    const auto task = std::move(world.tasks.front());
+    world.tasks.pop_front();
+    task();
   }
-  return text;
 }
 
-std::string upToZero(const std::string& text) { return text.substr(0, text.find('\0')); }
+void settle() {
+  runLoop();
+  // The scheduler accepts every report, so that no request stays open.
+  for (const auto& [topic, report] : std::exchange(world.published, {})) {
+    if (topic.find("/scheduler/publish/") == std::string::npos) continue;
+    std::string reply = R"({"attrs":[{"code":200,"data":"\"ACK_REQUEST_OK\""}],"id":)";
+    reply += report["id"].asString() + "}";
+    jobm::dispatchMasterResponse("/sys/key/device/scheduler/sysReply", reply);
+  }
+  world.replies.clear();
+  jobm::handle1Job(R"({"deployId":"next job","taskId":"t","deployType":0,"resources":[]})");
+  runLoop();
+  require(reportsOf("next job").size() == 1, "the next ordinary job succeeds");
+  require(jobm::outstandingRequests() == 0, "no answered request stays open");
+}
+
+std::vector<std::set<std::string>> reportsOf(const std::string& deployId) {
+  std::vector<std::set<std::string>> reports;
+  std::set<std::string> named;
+  for (const auto& [topic, report] : world.published) {
+    if (!topic.ends_with("/edge/deploy/post") || report["deployId"] != deployId) continue;
+    const Json::Value& details = report["details"];
+    for (const Json::Value& detail : details) {
+      named.insert(jobm::json::textOf(detail, "snapshotId"));
+    }
+    const bool isLast = report["isLastReply"].asBool();
+    require(isLast || details.size() == 200, "a report is split after 200 details");
+    if (isLast) reports.push_back(std::exchange(named, {}));
+  }
+  return reports;
+}
+
+std::shared_ptr<quillon::DMessage> makeReply(const std::string& text) {
+  DBusMessage* raw = dbus_message_new(DBUS_MESSAGE_TYPE_METHOD_RETURN);
+  quillon::DMessage writer(raw, quillon::DMessage::kWrite);
+  static_cast<void>(text.starts_with('\x01') ? writer.writeInt32(1) : writer.writeString(text));
+  return std::make_shared<quillon::DMessage>(raw, true, quillon::DMessage::kRead);
+}
+
+std::string take(std::string& text, std::string_view end) {
+  const std::size_t length = std::min(text.find(end), text.size());
+  std::string taken = text.substr(0, length);
+  text.erase(0, length + end.size());
+  return taken;
+}
+
+void substitute(std::string& text, std::string_view from, const std::string& to) {
+  std::string rest = std::exchange(text, {});
+  while (rest.find(from) != std::string::npos) text += take(rest, from) + to;
+  text += rest;
+}
 
 Json::Value parsed(const std::string& text) {
   Json::Value value;
   return jobm::json::parse(text, value) ? value : Json::Value();
 }
 
-std::string overTheWire(const std::string& text) {
-  return parsed(jobm::json::styled(Json::Value(text))).asString();
-}
-
-void forgetRegistrations() {
-  jobm::registry::Tables& tables = jobm::registry::tables();
-  const std::lock_guard guard(tables.lock);
-  tables.executorMap.clear();
-  tables.parserMap.clear();
-  tables.executorWatchMap.clear();
-  tables.parserWatchMap.clear();
-  tables.liveExecutors.clear();
-  tables.liveParsers.clear();
-}
-
-void addNeighbours() {
-  jobm::initAllExecutors();
-  addOne(jobm::registerExecutor, "many", "iot.many", R"(["rule","label","page"])");
-  addOne(jobm::registerExecutor, "uncallable", "no bus name", R"(["page"])");
-  addOne(jobm::registerExecutor, "gw_jobm_executors", "iot.greedy", R"(["label"])");
-  addOne(jobm::registerParser, "parser", "iot.parser", R"(["rule","stream"])");
-  addOne(jobm::registerParser, "driver_manager", "iot.drivers", R"(["driver","rule"])");
-}
-
-void settle() {
-  runLoop();
-  acknowledgeReports();
-  requireNextJobSucceeds();
-  require(jobm::outstandingRequests() == 0, "no answered request stays open");
-}
-
-std::size_t countReports(const std::string& deployId, Json::Value& details) {
-  std::size_t complete = 0;
-  for (const Published& published : world().published) {
-    if (!published.topic.ends_with("/edge/deploy/post")) continue;
-    const Json::Value report = parsed(published.payload);
-    if (report["deployId"] != Json::Value(deployId)) continue;
-    for (const Json::Value& detail : report["details"]) details.append(detail);
-    const bool last = report["isLastReply"].asBool();
-    require(last || report["details"].size() == 200, "a report is split after 200 details");
-    if (last) ++complete;
-  }
-  return complete;
-}
-
 }  // namespace fuzz
+
+using fuzz::world;
+
+namespace quillon {
+
+void postToLoop(LoopTask task) { world.tasks.push_back(std::move(task)); }
+
+DProxy::DProxy(const char* serviceName, const char* servicePath, const char* serviceInterface)
+    : wellknownName(serviceName), path(servicePath), interface(serviceInterface), connected(true) {}
+
+DProxy::~DProxy() = default;
+
+bool DProxy::sendMessageWithReply(const std::shared_ptr<DMessage>& message, ReplyCallback callback,
+                                  void* userData) {
+  if (!message) return false;
+  DMessage reader(message->raw(), DMessage::kRead);
+  const std::string argument = reader.readString();
+  std::string reply;
+  if (isFor("iot.bridge.mqtt", "/iot/bridge/mqtt", interface)) {
+    fuzz::publish(argument, reader.readString());
+    reply = R"({"code":0})";
+  } else {
+    fuzz::require(argument.empty() || !fuzz::parsed(argument).isNull(), "executors get JSON");
+    reply = fuzz::takeReply(dbus_message_get_member(message->raw()));
+  }
+  if (reply == "!") return false;
+  const bool isFirst = reply.starts_with('>');
+  if (isFirst) reply.erase(0, 1);
+  const auto read = [reply, callback = std::move(callback), userData] {
+    callback(reply.empty() ? nullptr : fuzz::makeReply(reply), userData);
+  };
+  world.tasks.insert(isFirst ? world.tasks.begin() : world.tasks.end(), read);
+  return true;
+}
+
+std::shared_ptr<DMessage> DProxy::sendMessageWithReplyBlocking(const std::shared_ptr<DMessage>&) {
+  return fuzz::makeReply(R"({"code":0})");
+}
+
+int DProxy::sendSignal(const std::shared_ptr<DMessage>&) { return 0; }
+
+}  // namespace quillon
+
+int get_config(DBusConnection*, const char* key, char** value, int) {
+  const auto entry = world.store.find(key);
+  if (entry == world.store.end()) return -1;
+  *value = strdup(entry->second.c_str());
+  return 0;
+}
+
+int set_config(DBusConnection*, const char* key, const char* value, int) {
+  const std::string_view name = key;
+  const bool isRegistry = name == "gw_jobm_executors" || name == "gw_jobm_parsers";
+  const bool isOwn = isRegistry || name == "gw_jobm_jobId" || name == "gw_jobm_jobContent";
+  const bool isReserved = name.starts_with("gw_jobm_") || name.starts_with("gw_system_");
+  fuzz::require(isOwn || !isReserved, "no foreign key is reserved, and no identity written");
+  fuzz::require(!isRegistry || fuzz::parsed(value).isObject(), "the registry stays readable");
+  world.store[key] = value;
+  return 0;
+}
+
+// The library declares the two variadic functions with an enumeration before the dots.
+#pragma clang diagnostic ignored "-Wvarargs"
+
+#undef curl_easy_setopt
+CURLcode curl_easy_setopt(CURL*, CURLoption option, ...) {
+  va_list arguments;
+  va_start(arguments, option);
+  if (option == CURLOPT_URL) world.url = va_arg(arguments, const char*);
+  if (option == CURLOPT_WRITEDATA) world.file = va_arg(arguments, FILE*);
+  va_end(arguments);
+  return CURLE_OK;
+}
+
+CURLcode curl_easy_perform(CURL*) {
+  const auto file = world.files.find(world.url);
+  if (file == world.files.end()) return CURLE_COULDNT_CONNECT;
+  std::fwrite(file->second.data(), 1, file->second.size(), world.file);
+  return CURLE_OK;
+}
+
+#undef curl_easy_getinfo
+CURLcode curl_easy_getinfo(CURL*, CURLINFO info, ...) {
+  va_list arguments;
+  va_start(arguments, info);
+  *va_arg(arguments, long*) = 200;
+  va_end(arguments);
+  return CURLE_OK;
+}
+
+/// Puts the watch before a function of the C library; last come the paths that it changes.
+#define WATCHED(result, function, parameters, arguments, ...)                 \
+  result __real_##function parameters;                                        \
+  result __wrap_##function parameters {                                       \
+    for (const char* changed : {__VA_ARGS__}) fuzz::requireWritable(changed); \
+    return __real_##function arguments;                                       \
+  }
+
+extern "C" {
+WATCHED(int, mkdir, (const char* path, mode_t mode), (path, mode), path)
+WATCHED(int, rmdir, (const char* path), (path), path)
+WATCHED(int, unlink, (const char* path), (path), path)
+WATCHED(int, remove, (const char* path), (path), path)
+WATCHED(int, rename, (const char* from, const char* to), (from, to), from, to)
+WATCHED(FILE*, fopen, (const char* path, const char* mode), (path, mode),
+        mode[0] != 'r' ? path : nullptr)
+WATCHED(int, open, (const char* path, int flags, mode_t mode), (path, flags, mode),
+        (flags & (O_WRONLY | O_RDWR | O_CREAT)) != 0 ? path : nullptr)
+// A command is no path in the tree: nothing from outside reaches a shell.
+WATCHED(int, system, (const char* command), (command), command)
+
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  fuzz::check(std::string(reinterpret_cast<const char*>(data), size));
+  fuzz::world.writableRoot.clear();  // what follows is written by the fuzzer
+  return 0;
+}
+}  // extern "C"

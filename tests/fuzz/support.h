@@ -1,64 +1,75 @@
-/// What the fuzz targets share: the reading of an input, a gateway that starts anew for each one,
-/// and the promises that are checked after it. The neighbours behind it (bus, configuration store,
-/// web server) are in neighbours.h.
+/// What the fuzz targets share. Each is the real service on neighbours that are put in at link
+/// time: proxies that record what is sent and answer from a script, a configuration store and a web
+/// server in memory, and a watch over every file that is changed.
 #pragma once
 
+#include <DProxy.h>
 #include <json/value.h>
 
-#include <cstddef>
-#include <cstdint>
+#include <cstdio>
+#include <deque>
+#include <map>
+#include <set>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace fuzz {
 
+/// What is done with one input: the only function of each target.
+void check(const std::string& input);
+
+struct World {
+  std::map<std::string, std::string> store;
+  std::map<std::string, std::string> files;  // of the web server, by URL
+  /// Answers of executors and parsers to the calls in their order. A text is the reply's argument.
+  /// "" is no answer at all, "!" a call that can't even be sent, a leading 0x01 a reply whose
+  /// argument is a number, and one with a leading ">" overtakes the others. When they are used up,
+  /// every call succeeds.
+  std::deque<std::string> replies;
+  std::deque<std::function<void()>> tasks;                     // of the loop
+  std::vector<std::pair<std::string, Json::Value>> published;  // with their topics
+  bool parserSilent = false;                                   // a parser's answer is missing
+  bool deletionSent = false;                                   // to an executor
+  const char* url = nullptr;  // of the one transfer at a time, and where it goes
+  FILE* file = nullptr;
+  std::string writableRoot;  // where files may change; not watched while it is empty
+};
+inline World world;
+
 /// Ends the process as a finding unless `holds`.
 void require(bool holds, const char* promise);
 
-/// An input is a text of sections, parted by lines that say "---". The first one belongs to the
-/// target. Of the others, one that begins with "=" is a file that the web server has under
-/// "m:0", "m:1", ...; one that begins with "?" belongs to the target, too; all the rest are what
-/// the executors and parsers answer, one after the other (see neighbours.h).
-struct Input {
-  std::string head;
-  std::vector<std::string> more;  // the sections with "?", without it
+/// Starts a gateway for an input and returns the events that the target is to make happen. The
+/// input is a text of sections, parted by lines that say "---". An event is the first one, and each
+/// that begins with "?". "E" and "P" begin the registration of an executor or parser, "=" a file
+/// that the web server has under "m:0", "m:1", ... "m:9"; in events "$m:0" stands for its MD5 sum.
+/// The rest are what the executors and parsers answer.
+std::vector<std::string> start(std::string input);
 
-  /// Reads the input and starts a gateway with those files and answers.
-  Input(const std::uint8_t* data, std::size_t size);
-  /// Ends the watch over the files: what follows is written by the fuzzer.
-  ~Input();
-  Input(const Input&) = delete;
-  Input& operator=(const Input&) = delete;
-};
+/// Forgets every registration, then restores what the configuration store has.
+void restart();
 
-/// `text` with "$m0", "$m1", ... replaced by the MD5 sums of the web server's files.
-std::string withSums(std::string text);
+/// Runs the loop's tasks, answers of calls among them, until there are none.
+void runLoop();
 
-/// `text` with every `from` replaced by `to`.
-std::string replaced(std::string text, std::string_view from, std::string_view to);
+/// Runs the loop, then checks that nothing is left and that the next job is carried out as ever.
+void settle();
 
-/// `text` up to its first zero byte, which is how far C and the bus read it.
-std::string upToZero(const std::string& text);
+/// The complete reports of a deployment: which resources they name.
+std::vector<std::set<std::string>> reportsOf(const std::string& deployId);
+
+/// A received message with one text, see World::replies.
+std::shared_ptr<quillon::DMessage> makeReply(const std::string& text);
+
+/// Takes what is before the first `end` off `text`, all of it when there is none.
+std::string take(std::string& text, std::string_view end);
+
+/// Replaces every `from` in `text` by `to`.
+void substitute(std::string& text, std::string_view from, const std::string& to);
 
 /// `text` as JSON, null for anything else.
 Json::Value parsed(const std::string& text);
-
-/// A text as it arrives after a way through JSON: invalid sequences have been replaced.
-std::string overTheWire(const std::string& text);
-
-/// Registers executors and parsers of all kinds beside the built-in ones: those that watch several
-/// types, one whose address can't be called, one whose job list can't be stored.
-void addNeighbours();
-
-/// Forgets every registration, as a restart does; the configuration store stays.
-void forgetRegistrations();
-
-/// Answers everything that is outstanding, then checks that nothing is left and that the next job
-/// is carried out as ever.
-void settle();
-
-/// How many complete reports there are for a deployment, and their details.
-std::size_t countReports(const std::string& deployId, Json::Value& details);
 
 }  // namespace fuzz
