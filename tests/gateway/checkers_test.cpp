@@ -86,14 +86,9 @@ TEST(Outcome, IsASuccessOnlyWithEveryResourceAndNothingThatDiffersFromWhatIsExpe
       {"resourceId":"a","success":true,"code":"0"},{"resourceId":"b","success":null}]})");
   EXPECT_FALSE(gateway::succeeded(event));
   EXPECT_FALSE(gateway::succeeded(parsed(R"({"event":"status","jobStatus":4})")));
-  const std::pair<const char*, std::size_t> cases[] = {
-      {R"({"a":{"code":0},"b":{"success":null}})", 1},
-      {R"({"a":{"code":"1","success":false},"b":{}})", 2},
-      {R"({"a":{}})", 1},
-      {R"({"a":{},"b":{},"c":{}})", 1},
-  };
-  for (const auto& [expected, differences] : cases) {
-    EXPECT_EQ(gateway::differences(event, parsed(expected)).size(), differences) << expected;
+  for (const char* expected : {R"({"a":{"code":0},"b":{}})", R"({"a":{"success":false},"b":{}})",
+                               R"({"a":{}})", R"({"a":{},"b":{},"c":{}})"}) {
+    EXPECT_EQ(gateway::differences(event, parsed(expected)).size(), 1U) << expected;
   }
 }
 

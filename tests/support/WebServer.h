@@ -49,16 +49,11 @@ class WebServer {
   WebServer(const WebServer&) = delete;
   WebServer& operator=(const WebServer&) = delete;
 
-  /// Answers the n-th request for `path` with the n-th page, all later ones with the last.
+  /// Answers the n-th request for `path` with the n-th page, all later ones with the last. Paths
+  /// that nobody serves are answered with 404.
   void serve(const std::string& path, std::vector<Page> pages) {
     const std::lock_guard guard(lock);
     served[path] = {std::move(pages), 0};
-  }
-
-  /// How many requests for `path` have come. Paths that nobody serves are answered with 404.
-  std::size_t requests(const std::string& path) {
-    const std::lock_guard guard(lock);
-    return served[path].requests;
   }
 
   std::string url(const std::string& path) const {

@@ -3,12 +3,12 @@
 #include <file_text.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
-#include <sys/stat.h>
 #include <task_unzip.h>
 
 #include <csignal>
 #include <filesystem>
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace {
@@ -17,18 +17,14 @@ namespace fs = std::filesystem;
 
 class Unzip : public testing::Test {
  protected:
-  int unzip(const std::vector<test::ZipEntry>& entries) {
-    EXPECT_TRUE(jobm::writeFile(archive, test::zipOf(entries)));
+  int unzip(const std::string& bytes) {
+    EXPECT_TRUE(jobm::writeFile(archive, bytes));
     return jobm::unzipTask(archive, destination);
   }
+  int unzip(const std::vector<test::ZipEntry>& entries) { return unzip(test::zipOf(entries)); }
   std::string text(const std::string& name) const {
-    std::string read = "(none)";
+    std::string read;
     return jobm::readFile(destination + "/" + name, read) ? read : "(none)";
-  }
-  unsigned mode(const std::string& name) const {
-    struct stat info {};
-    EXPECT_EQ(lstat((destination + "/" + name).c_str(), &info), 0) << name;
-    return info.st_mode;
   }
 
   const test::TempFolder folder;
@@ -37,47 +33,37 @@ class Unzip : public testing::Test {
   const std::string outside = folder / "outside";
 };
 
-TEST_F(Unzip, UnpacksFilesAndMakesTheRegularOnesOfUnixExecutable) {
-  std::string large;
-  for (int i = 0; i < 100000; ++i) large += std::to_string(i * 7919);
-  fs::create_directories(destination + "/real");
-  fs::create_directory_symlink("real", destination + "/inside");
-  const mode_t before = umask(022);
-  EXPECT_EQ(unzip({{"a/unix", large, test::kFile},
-                   {"stored", large, 0, 0},
-                   {"dos", "", 0x20},
-                   {"..name/...", "dots"},
-                   {"inside/new/x", "through a link"},
-                   {"link", "/etc/passwd", test::kLink},
-                   {"folder/", "", 0}}),
-            0);
-  umask(before);
-  EXPECT_TRUE(text("a/unix") == large && text("stored") == large);
-  EXPECT_EQ(text("dos") + text("..name/...") + text("real/new/x"), "dotsthrough a link");
-  EXPECT_EQ(mode("a/unix"), S_IFREG | 0775U);
-  EXPECT_EQ(mode("dos"), S_IFREG | 0644U);
-  EXPECT_EQ(mode("link"), S_IFREG | 0775U) << "the text of a link, no link";
-  EXPECT_EQ(mode("folder"), S_IFDIR | 0755U);
-}
-
-TEST_F(Unzip, ReplacesWhatIsThereButNoDirectory) {
-  fs::create_directories(destination + "/directory");
+TEST_F(Unzip, MakesUnixFilesExecutableAndReplacesWhatIsThereButNoDirectory) {
+  for (const char* name : {"/real", "/directory"}) fs::create_directories(destination + name);
   ASSERT_TRUE(jobm::writeFile(outside, "outside"));
+  fs::create_directory_symlink("real", destination + "/inside");
   fs::create_symlink(outside, destination + "/link");
   fs::create_symlink(folder / "new", destination + "/dangling");
   fs::create_hard_link(outside, destination + "/hard");
-  EXPECT_EQ(unzip({{"link", "1"}, {"dangling", "2"}, {"hard", "3"}, {"directory", "4"}}), 5);
-  EXPECT_EQ(text("link") + text("dangling") + text("hard"), "123");
+  EXPECT_EQ(unzip({{"a/unix", "1", test::kFile},
+                   {"dos", "2", 0x20, 0},
+                   {"..name/...", "3"},
+                   {"inside/new/x", "4"},
+                   {"link", "5", test::kLink},
+                   {"dangling", "6"},
+                   {"hard", "7"},
+                   {"directory", "8"}}),
+            5);
+  EXPECT_EQ(text("a/unix") + text("dos") + text("..name/...") + text("real/new/x"), "1234");
+  EXPECT_EQ(text("link") + text("dangling") + text("hard"), "567");
   EXPECT_EQ(text("../outside"), "outside");
   EXPECT_FALSE(fs::exists(folder / "new"));
+  EXPECT_EQ(fs::status(destination + "/a/unix").permissions(), fs::perms(0775));
+  EXPECT_EQ(fs::status(destination + "/dos").permissions() & fs::perms(0111), fs::perms::none);
+  EXPECT_TRUE(fs::symlink_status(destination + "/link").type() == fs::file_type::regular);
 }
 
 TEST_F(Unzip, RefusesEntriesThatWouldLieOutsideBeforeAnyFileIsMade) {
   fs::create_directories(outside);
   fs::create_directories(destination);
   fs::create_symlink("../outside", destination + "/link");
-  const std::string names[] = {outside + "/x",  "../outside/x", "a/../../outside/x", "a/..",
-                               "../outside/x/", "link/x",       "link/new/x",        "link/new/"};
+  const std::string names[] = {outside + "/x",  "a/../../outside/x", "a/..",
+                               "../outside/x/", "link/new/x",        "link/new/"};
   for (const std::string& name : names) {
     EXPECT_EQ(unzip({{"first", "x"}, {name, "x"}}), 5) << name;
     EXPECT_TRUE(fs::is_empty(outside)) << name;
@@ -86,24 +72,19 @@ TEST_F(Unzip, RefusesEntriesThatWouldLieOutsideBeforeAnyFileIsMade) {
 }
 
 TEST_F(Unzip, ReportsWhatIsWrongWithAnArchive) {
-  struct Case {
-    std::string text;    // the last of these, or the first one ...
-    std::size_t offset;  // ... gets at this place ...
-    bool last;
-    char byte;  // ... this byte
-    int expected;
-  };
+  const std::string good = test::zipOf({{"first", "dddd", 0, 0}, {"second", "aaaa"}});
   const std::string record = "PK\x01\x02";
-  const Case cases[] = {{record, 0, false, 'X', 3},
-                        {record, 10, true, 99, 4},   // an unknown method
-                        {"dd", 0, false, 'D', 6},    // a wrong checksum
-                        {"second", 6, false, 3, 6},  // data that ends at once
-                        {record, 0, true, 'X', 7}};
-  for (const Case& c : cases) {
-    std::string bytes = test::zipOf({{"first", "dddd", 0, 0}, {"second", "aaaa"}});
-    bytes[(c.last ? bytes.rfind(c.text) : bytes.find(c.text)) + c.offset] = c.byte;
-    ASSERT_TRUE(jobm::writeFile(archive, bytes));
-    EXPECT_EQ(jobm::unzipTask(archive, destination), c.expected);
+  const std::tuple<std::size_t, char, int> cases[] = {
+      {good.find(record), 'X', 3},       // the first entry's record
+      {good.rfind(record) + 10, 99, 4},  // an unknown method
+      {good.find("dddd"), 'D', 6},       // a wrong checksum
+      {good.find("second") + 6, 3, 6},   // data that ends at once
+      {good.rfind(record), 'X', 7},      // the last entry's record
+  };
+  for (const auto& [at, byte, expected] : cases) {
+    std::string bytes = good;
+    bytes[at] = byte;
+    EXPECT_EQ(unzip(bytes), expected) << at;
   }
 }
 
@@ -112,29 +93,25 @@ TEST_F(Unzip, UnpacksMoreEntriesThanAnArchiveCanStateAndNoticesDamageAmongThem) 
   std::vector<test::ZipEntry> entries(65540, {"folder/", "", 0, 0});
   entries.back() = {"last", "text"};
   std::string bytes = test::zipOf(entries);
-  const std::string directory = "PK\x01\x02";
   const std::size_t end = bytes.rfind("PK\x05\x06");
   bytes.replace(end + 8, 4, 4, '\xFF');
   const std::size_t record64 = bytes.rfind("PK\x06\x06");
-  if (record64 != std::string::npos) bytes.erase(record64, bytes.rfind("PK\x05\x06") - record64);
-  ASSERT_TRUE(jobm::writeFile(archive, bytes));
-  EXPECT_EQ(jobm::unzipTask(archive, destination), 0);
+  if (record64 != std::string::npos) bytes.erase(record64, end - record64);
+  EXPECT_EQ(unzip(bytes), 0);
   EXPECT_EQ(text("last"), "text");
-  bytes[bytes.rfind(directory)] = 'X';
-  ASSERT_TRUE(jobm::writeFile(archive, bytes));
-  EXPECT_EQ(jobm::unzipTask(archive, destination), 7);
+  bytes[bytes.rfind("PK\x01\x02")] = 'X';
+  EXPECT_EQ(unzip(bytes), 7);
 }
 
 TEST_F(Unzip, DataThatCanNotBeWrittenIsNoSuccess) {
-  ASSERT_TRUE(jobm::writeFile(archive, test::zipOf({{"file", std::string(100000, 'x')}})));
+  const std::string bytes = test::zipOf({{"file", std::string(100000, 'x')}});
   rlimit before{};
   getrlimit(RLIMIT_FSIZE, &before);
   const rlimit small{50000, before.rlim_max};
   signal(SIGXFSZ, SIG_IGN);
   setrlimit(RLIMIT_FSIZE, &small);
-  EXPECT_EQ(jobm::unzipTask(archive, destination), 6);
+  EXPECT_EQ(unzip(bytes), 6);
   setrlimit(RLIMIT_FSIZE, &before);
-  signal(SIGXFSZ, SIG_DFL);
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <comm_path.h>
 #include <file_text.h>
 #include <gtest/gtest.h>
+#include <json_helper.h>
 
 #include <cerrno>
 #include <filesystem>
@@ -16,8 +17,7 @@ using namespace std::string_literals;
 
 TEST(CommPath, NamesThatLeadElsewhereAreRefused) {
   for (const std::string& name : {"."s, ".."s, "a/b"s, "a\0b"s}) {
-    EXPECT_EQ(jobm::jobPath("kind", name), "") << name;
-    EXPECT_EQ(jobm::jobPath(name, "job"), "") << name;
+    EXPECT_EQ(jobm::jobPath("kind", name) + jobm::jobPath(name, "job"), "") << name;
   }
   EXPECT_EQ(jobm::jobPath("IFTTT", "..KEPT"), "/tarnvale/run/downloaded-job/ifttt/..KEPT");
 }
@@ -51,6 +51,22 @@ TEST(FileText, SaysWhyItCanNotBeReadOrWritten) {
     EXPECT_FALSE(jobm::writeFile("/dev/full", std::string(size, 'x')));
     EXPECT_EQ(errno, ENOSPC);
   }
+}
+
+TEST(Json, MayHaveCommentsAndNothingElseIsTaken) {
+  Json::Value value;
+  EXPECT_TRUE(jobm::json::parse("// before\n{} /* behind */ // and at the end", value));
+  for (const std::string& text : {""s, "{} {}"s, "{} /* open"s, "[1\0]"s, std::string(5000, '[')}) {
+    EXPECT_FALSE(jobm::json::parse(text, value)) << text;
+  }
+}
+
+TEST(Json, StyledTextIndentsByThreeAndCompactTextIsOneLine) {
+  Json::Value value;
+  ASSERT_TRUE(jobm::json::parse(R"({"b":{"c":1} /*gone*/,"a":["x"]})", value));
+  EXPECT_EQ(jobm::json::styled(value),
+            "{\n   \"a\" : [ \"x\" ],\n   \"b\" : {\n      \"c\" : 1\n   }\n}\n");
+  EXPECT_EQ(jobm::json::compact(value), "{\"a\":[\"x\"],\"b\":{\"c\":1}}\n");
 }
 
 }  // namespace
