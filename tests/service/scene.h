@@ -74,9 +74,7 @@ class Scene : public testing::Test {
   /// `resource` with one of its files, "config" or "content", which the web server then has.
   Json::Value with(Json::Value resource, const std::string& prefix, const std::string& format,
                    const Page& page) {
-    const std::string path = "/" + std::to_string(++pages);
-    web.serve(path, {page});
-    resource[prefix + "KivAddress"] = web.url(path);
+    resource[prefix + "KivAddress"] = web.serve(page);
     resource[prefix + "Format"] = format;
     resource[prefix + "Md5"] = md5Of(page.body);
     return resource;
@@ -90,9 +88,6 @@ class Scene : public testing::Test {
   }
 
   WebServer web;
-
- private:
-  int pages = 0;
 };
 
 }  // namespace test

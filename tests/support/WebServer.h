@@ -4,10 +4,8 @@
 #include <gtest/gtest.h>
 #include <httplib.h>
 
-#include <algorithm>
 #include <cstddef>
 #include <future>
-#include <map>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -26,7 +24,7 @@ enum class Fault {
 struct Page {
   int status = 200;
   std::string body{};
-  std::string headers{};  // one further, "Name: value\r\n"
+  std::string location{};  // of a redirect
   Fault fault = Fault::none;
 };
 
@@ -49,38 +47,22 @@ class WebServer {
   WebServer(const WebServer&) = delete;
   WebServer& operator=(const WebServer&) = delete;
 
-  /// Answers the n-th request for `path` with the n-th page, all later ones with the last. Paths
-  /// that nobody serves are answered with 404.
-  void serve(const std::string& path, std::vector<Page> pages) {
+  /// Returns the URL at which `page` is from now on.
+  std::string serve(Page page) {
     const std::lock_guard guard(lock);
-    served[path] = {std::move(pages), 0};
-  }
-
-  std::string url(const std::string& path) const {
-    return "http://127.0.0.1:" + std::to_string(port) + path;
+    pages.push_back(std::move(page));
+    return "http://127.0.0.1:" + std::to_string(port) + "/" + std::to_string(pages.size() - 1);
   }
 
  private:
-  struct Served {
-    std::vector<Page> pages;
-    std::size_t requests = 0;
-  };
-
   Page pageFor(const std::string& path) {
     const std::lock_guard guard(lock);
-    Served& now = served[path];
-    const std::size_t count = now.requests++;
-    if (now.pages.empty()) return {.status = 404, .body = "no page"};
-    return now.pages[std::min(count, now.pages.size() - 1)];
+    return pages.at(std::stoul(path.substr(1)));
   }
 
   void answer(const Page& page, httplib::Response& response) const {
     response.status = page.status;
-    if (const std::size_t colon = page.headers.find(':'); colon != std::string::npos) {
-      const std::size_t value = colon + 2;
-      response.set_header(page.headers.substr(0, colon),
-                          page.headers.substr(value, page.headers.find('\r') - value));
-    }
+    if (!page.location.empty()) response.set_header("Location", page.location);
     if (page.fault == Fault::none) return response.set_content(page.body, "text/plain");
     const bool whole = page.fault == Fault::noLength;
     const std::size_t size = whole ? page.body.size() : page.body.size() / 2;
@@ -95,8 +77,8 @@ class WebServer {
         [give](std::size_t offset, auto, httplib::DataSink& sink) { return give(offset, sink); });
   }
 
-  std::mutex lock;  // of what is served
-  std::map<std::string, Served> served;
+  std::mutex lock;  // of the pages
+  std::vector<Page> pages;
   std::promise<void> ending;
   const std::shared_future<void> ended = ending.get_future().share();
   httplib::Server server;
