@@ -23,21 +23,21 @@ constexpr std::array kTrapped = {SIGTERM, SIGINT, SIGSEGV, SIGPIPE, SIGQUIT,
 
 using Text = std::array<char, 32768>;
 
+// Where symbols are written to and read back from. Made before any handler is installed, since a
+// process that has run out of descriptors is one whose back-trace is wanted; never closed.
+std::array<int, 2> symbolPipe{-1, -1};
+
 // backtrace_symbols allocates, which can hang when the interrupted thread was allocating. Its
 // sibling writes to a descriptor without allocating: a pipe that takes all of it and is read back.
 // False when there is no pipe.
 bool symbolsOf(void* const* frames, int count, Text& text) {
-  std::array<int, 2> ends{};
-  if (pipe2(ends.data(), O_CLOEXEC | O_NONBLOCK) != 0) return false;
-  backtrace_symbols_fd(frames, count, ends[1]);
-  close(ends[1]);
+  backtrace_symbols_fd(frames, count, symbolPipe[1]);
   std::size_t length = 0;
   while (length < text.size() - 1) {
-    const ssize_t got = read(ends[0], text.data() + length, text.size() - 1 - length);
+    const ssize_t got = read(symbolPipe[0], text.data() + length, text.size() - 1 - length);
     if (got <= 0) break;
     length += static_cast<std::size_t>(got);
   }
-  close(ends[0]);
   text[length] = '\0';
   return length > 0;
 }
@@ -91,6 +91,7 @@ void installSignalHandlers() {
   // The first back-trace loads a library, which a signal handler must not.
   std::array<void*, 1> frame{};
   static_cast<void>(backtrace(frame.data(), 1));
+  if (pipe2(symbolPipe.data(), O_CLOEXEC | O_NONBLOCK) != 0) symbolPipe = {-1, -1};
   for (const int signal : kTrapped) setHandler(signal, td_terminate);
 }
 

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <neighbour/child.h>
 #include <parsed.h>
+#include <sys/resource.h>
 
 #include <csignal>
 #include <filesystem>
@@ -89,6 +90,8 @@ TEST_F(Process, ends_with_status_0_on_every_trapped_signal) {
     Service service;
     early = !early;  // while it starts up, and while it serves
     ASSERT_TRUE(service.awaits(early ? "TaskDispatcher started...\n" : kServing));
+    const rlimit none{};  // as when connections have used up all descriptors
+    EXPECT_EQ(early ? 0 : prlimit(service.id(), RLIMIT_NOFILE, &none, nullptr), 0);
     service.signal(signal);
     EXPECT_EQ(service.end(5), 0);
     EXPECT_TRUE(service.has("Recv signal = " + std::to_string(signal) + ". Terminating...\n"));
