@@ -122,8 +122,6 @@ void moveFileList(const std::string& resourceDirectory, const std::string& confi
 
 void addResource(const Json::Value& resource, Json::Value& item) {
   const std::string resourceId = resource["resourceId"].asString();
-  for (const char* key : {"resourceType", "resourceId", "resourceName"}) item[key] = resource[key];
-  item["name"] = resource["resourceName"];
   const std::string directory = jobPath(kConfigManager, resourceId);
   rmDir(directory);
   const std::string configDirectory = generatePath(directory + "/" + resourceId + ".config");
@@ -147,12 +145,19 @@ void processResource(const Json::Value& resource, Json::Value& item) {
     fail(item, static_cast<int>(kKeysMissing), "Keys in resource from cloud is not enough.");
     return;
   }
+  const bool isAdded = hasOperate(resource, kOnAdd);
+  if (isAdded) {
+    for (const char* key : {"resourceType", "resourceId", "resourceName"}) {
+      item[key] = resource[key];
+    }
+    item["name"] = resource["resourceName"];
+  }
   // Whatever is to be done with it: such an id never becomes a path.
   if (jobPath(kConfigManager, resource["resourceId"].asString()).empty()) {
     fail(item, static_cast<int>(kNoDirectory), "获取或者创建任务路径为空");
     return;
   }
-  if (!hasOperate(resource, kOnAdd)) {
+  if (!isAdded) {
     item["success"] = true;
     item["code"] = 0;
     item["message"] = "Not a deploy job, don't need to download.";
@@ -189,8 +194,8 @@ void unpack(const std::string& archive, const std::string& directory) {
 
 Json::Value downloadResources(const Json::Value& resources) {
   LOGI("Entered downloadResources.");
-  if (!resources.isArray()) return {};
   LOGI("downloadResources begin, config size = %d", static_cast<int>(resources.size()));
+  if (!resources.isArray()) return {};
   Json::Value items(Json::arrayValue);
   try {
     for (const Json::Value& resource : resources) {
