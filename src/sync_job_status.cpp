@@ -181,6 +181,11 @@ void resourcesReply(const std::string& deployId, const std::string& taskId, Json
         buildDeployMessage(deployId, taskId, slice(details, kMaxDetails, count), deployType, true);
   } else {
     payload = buildDeployMessage(deployId, taskId, Json::Value(details), deployType, true);
+    if (payload.size() > kMaxPayload) {
+      // It would never be sent, and the outcome counts for more than the texts beside it.
+      stripData(details);
+      payload = buildDeployMessage(deployId, taskId, Json::Value(details), deployType, true);
+    }
   }
   publishAsync(topic, payload, 1);
   LOGR("resourcesReply payload = %s", payload.c_str());

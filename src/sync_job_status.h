@@ -52,7 +52,8 @@ bool syncStatusPassiveResp(const Json::Value& reply);
 bool syncStatusActiveResp(const Json::Value& reply);
 
 /// Sends a deployment's result: one message, or two for more than 200 details, the first with 200
-/// of them. In that case the details lose their "data". Ids that are empty are left out.
+/// of them. In that case, and when one message would be too long to be sent, the details lose their
+/// "data". Ids that are empty are left out.
 void resourcesReply(const std::string& deployId, const std::string& taskId, Json::Value& details,
                     int deployType);
 

@@ -5,6 +5,7 @@
 
 #include <DMessage.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -14,6 +15,9 @@ namespace jobm {
 
 /// The bus name of this service, also as the receiver of what the bridge delivers.
 inline constexpr const char* kOwnBusName = "iot.job.manager";
+
+/// The longest payload, in bytes, that is sure to fit into a call beside its topic.
+inline constexpr std::size_t kMaxPayload = quillon::DMessage::kMaxBytes - 4096;
 
 /// Publishes through the MQTT bridge and waits for its answer. Returns the bridge's code, 0 for
 /// success, or -1 without a readable answer.
