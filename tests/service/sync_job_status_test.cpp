@@ -53,6 +53,19 @@ TEST(SyncJobStatus, goes_out_as_an_answer_or_on_its_own_account) {
   EXPECT_FALSE(std::filesystem::exists(directory));
 }
 
+TEST(SyncJobStatus, is_accepted_by_a_word_in_quotation_marks_of_its_own) {
+  const std::pair<const char*, bool> cases[] = {
+      {R"({"attrs":[{"code":200,"data":"\"ACK_REQUEST_OK\""}]})", true},
+      {R"({"attrs":[{"code":200,"data":"ACK_REQUEST_OK"}]})", false},
+      {R"({"attrs":[{"code":"200","data":"\"ACK_REQUEST_OK\""}]})", false},
+      {R"({"attrs":5})", false},
+  };
+  for (const auto& [reply, accepted] : cases) {
+    EXPECT_EQ(syncStatusPassiveResp(parsed(reply)), accepted) << reply;
+    EXPECT_EQ(syncStatusActiveResp(parsed(reply)), accepted) << reply;
+  }
+}
+
 TEST(ResourcesReply, is_split_in_two_beyond_two_hundred_details_and_only_then_without_data) {
   for (const Json::ArrayIndex count : {200U, 201U}) {
     SCOPED_TRACE(count);
@@ -76,6 +89,11 @@ TEST(ResourcesReply, is_split_in_two_beyond_two_hundred_details_and_only_then_wi
     EXPECT_EQ(joined, details) << "the caller's details change along";
     EXPECT_EQ(details[0].isMember("data"), !split);
   }
+  Json::Value tooLong(Json::arrayValue);
+  tooLong[0]["data"] = std::string(kMaxPayload, 'x');
+  tooLong[0]["success"] = false;
+  resourcesReply("deploy", "task", tooLong, 0);
+  EXPECT_EQ(news().at(0).payload["details"], parsed(R"([{"success":false}])"));
 }
 
 }  // namespace
