@@ -7,6 +7,7 @@
 #include <http_download_kiv.h>
 #include <pthread.h>
 #include <unistd.h>
+#include <uv.h>
 
 #include <chrono>
 #include <exception>
@@ -133,6 +134,8 @@ void subscribeTriggers() {
 
 int listen() {
   LOGI("listen begin...\n");
+  // It is made by its first user, and two threads use it from here on.
+  static_cast<void>(uv_default_loop());
   pthread_t thread{};
   if (pthread_create(&thread, nullptr, listeningRoutine, nullptr) == 0) return 1;
   LOGE("pthread_create startListenSignals Error\n");
