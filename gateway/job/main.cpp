@@ -8,7 +8,7 @@
 #include <cstdlib>
 #include <memory>
 
-#include "digest.h"
+#include "digest/digest.h"
 #include "manifest.h"
 #include "options.h"
 #include "outcome.h"

@@ -7,7 +7,7 @@
 #include <filesystem>
 #include <random>
 
-#include "digest.h"
+#include "digest/digest.h"
 #include "zip_folder.h"
 
 namespace gateway {

@@ -1,7 +1,7 @@
 // Base64 texts and encrypted packages. The first byte is the length of the device's secret, the
 // rest is the text, once as it came and once as a plain text that was encrypted properly.
 #include <base64.h>
-#include <openssl/evp.h>
+#include <digest/digest.h>
 #include <util/aes/job_aes.h>
 
 #include <algorithm>
@@ -11,7 +11,6 @@
 namespace {
 
 using Bytes = std::vector<unsigned char>;
-using ContextPtr = std::unique_ptr<EVP_CIPHER_CTX, decltype(&EVP_CIPHER_CTX_free)>;
 
 constexpr std::size_t kBlock = 16;
 std::string secret;
@@ -36,22 +35,6 @@ void decodeAndDecrypt(const std::string& text) {
   fuzz::require(end < 0 || plain[static_cast<std::size_t>(end)] == 0, "a text is ended");
 }
 
-std::string encrypted(const std::string& text) {
-  Bytes bytes(text.size() / kBlock * kBlock + kBlock);
-  int whole = 0;
-  int last = 0;
-  const ContextPtr context(EVP_CIPHER_CTX_new(), EVP_CIPHER_CTX_free);
-  EVP_EncryptInit(context.get(), EVP_aes_256_cbc(), key().data(), key().data());
-  EVP_EncryptUpdate(context.get(), bytes.data(), &whole,
-                    reinterpret_cast<const unsigned char*>(text.data()),
-                    static_cast<int>(text.size()));
-  EVP_EncryptFinal(context.get(), bytes.data() + whole, &last);
-  std::string package((bytes.size() + 2) / 3 * 4, '\0');
-  std::size_t written = 0;
-  jobm::base64_encode(bytes.data(), bytes.size(), package.data(), &written);
-  return package;
-}
-
 }  // namespace
 
 void fuzz::check(const std::string& input) {
@@ -67,7 +50,7 @@ void fuzz::check(const std::string& input) {
   require(plain.size() <= std::max(input.size(), kBlock), "a package never grows");
 
   plain.clear();
-  const bool works = jobm::aesJobDecrypt(encrypted(text), plain) == 0;
+  const bool works = jobm::aesJobDecrypt(gateway::seal(text, secret), plain) == 0;
   require(works == !secret.empty(), "a proper package is decrypted");
   require(!works || plain == std::string_view(text.c_str()), "up to its first zero byte");
 }

@@ -3,11 +3,10 @@
 #include <LoopTasks.h>
 #include <comm_path.h>
 #include <curl/curl.h>
+#include <digest/digest.h>
 #include <fcntl.h>
 #include <gateway/config.h>
 #include <json_helper.h>
-#include <openssl/crypto.h>
-#include <openssl/evp.h>
 #include <util/aes/job_aes.h>
 
 #include <algorithm>
@@ -26,14 +25,6 @@
 
 namespace fuzz {
 namespace {
-
-std::string md5(const std::string& text) {
-  std::array<unsigned char, 16> digest{};
-  std::array<char, 2 * digest.size() + 1> hex{};
-  EVP_Q_digest(nullptr, "MD5", nullptr, text.data(), text.size(), digest.data(), nullptr);
-  OPENSSL_buf2hexstr_ex(hex.data(), hex.size(), nullptr, digest.data(), digest.size(), '\0');
-  return hex.data();
-}
 
 std::string takeReply(const std::string& method) {
   std::string reply = R"({"code":0,"message":"","data":[]})";
@@ -101,7 +92,7 @@ std::vector<std::string> start(std::string input) {
     }
   }
   for (const auto& [url, file] : world.files) {
-    for (std::string& event : events) substitute(event, "$" + url, md5(file));
+    for (std::string& event : events) substitute(event, "$" + url, gateway::md5Of(file));
   }
   return events;
 }

@@ -10,8 +10,6 @@
 #include <gtest/gtest.h>
 #include <parsed.h>
 
-#include <chrono>
-#include <future>
 #include <string>
 #include <utility>
 #include <vector>
@@ -28,17 +26,6 @@ template <typename Task>
 auto onLoop(Task task) {
   return loopThread().run(std::move(task));
 }
-
-/// Lets the answer of a peer wait for the test. Gives up after a while, so that a failed test ends.
-class Gate {
- public:
-  void open() { promise.set_value(); }
-  void wait() const { opened.wait_for(std::chrono::seconds(60)); }
-
- private:
-  std::promise<void> promise;
-  std::shared_future<void> opened = promise.get_future().share();
-};
 
 struct Publication {
   std::string suffix;  // of the topic

@@ -1,6 +1,7 @@
 #include "executor_api/reset.h"
 
 #include <functional>
+#include <latch>
 #include <memory>
 
 #include "executor_api/registry.h"
@@ -31,7 +32,7 @@ class Reset : public Scene {
   // itself and `meanwhile` are done, and leaves a file behind.
   int reset(
       const Answer& answer, const std::function<void()>& meanwhile = [] {}) {
-    const auto gate = std::make_shared<Gate>();
+    const auto gate = std::make_shared<std::latch>(1);
     engine->on("resetJobs", [gate, answer](const Received& call) {
       EXPECT_TRUE(call.arguments.empty());
       gate->wait();
@@ -42,7 +43,7 @@ class Reset : public Scene {
     const Json::Value started = onLoop(resetEJobs);
     EXPECT_FALSE(fs::exists(kRoot));
     meanwhile();
-    gate->open();
+    gate->count_down();
     return started["code"].asInt();
   }
 

@@ -4,8 +4,7 @@
 
 #include <Archive.h>
 #include <WebServer.h>
-#include <openssl/crypto.h>
-#include <openssl/evp.h>
+#include <digest/digest.h>
 
 #include <filesystem>
 #include <string>
@@ -17,16 +16,6 @@
 namespace test {
 
 inline const std::filesystem::path kTree = "/tarnvale/run/downloaded-job/configmanager";
-
-/// In upper case, which has to do as well as lower case.
-inline std::string md5Of(const std::string& body) {
-  unsigned char digest[EVP_MAX_MD_SIZE];
-  std::size_t length = 0;
-  EVP_Q_digest(nullptr, "MD5", nullptr, body.data(), body.size(), digest, &length);
-  char text[2 * EVP_MAX_MD_SIZE + 1];
-  OPENSSL_buf2hexstr_ex(text, sizeof text, nullptr, digest, length, '\0');
-  return text;
-}
 
 inline Json::Value arrayOf(const std::vector<Json::Value>& values) {
   Json::Value array(Json::arrayValue);
@@ -54,19 +43,16 @@ inline void deploy(const std::string& deployId, const std::vector<Json::Value>& 
   onLoop([&] { jobm::handle1Job(jobm::json::styled(request)); });
 }
 
-/// The results of the deployment `deployId` so far; the `n`-th, null when it doesn't come in time.
+/// The results of the deployment `deployId` so far; the details of the `n`-th, null when it doesn't
+/// come in time.
 inline std::vector<Json::Value> resultsOf(const std::string& deployId) {
   std::vector<Json::Value> results = published("/edge/deploy/post");
   std::erase_if(results, [&](const auto& result) { return result["deployId"] != deployId; });
   return results;
 }
-inline Json::Value awaitResult(const std::string& deployId, std::size_t n = 1,
-                               double seconds = 10) {
-  const bool came = eventually([&] { return resultsOf(deployId).size() >= n; }, seconds);
-  return came ? resultsOf(deployId)[n - 1] : Json::Value();
-}
 inline Json::Value detailsOf(const std::string& deployId, std::size_t n = 1, double seconds = 10) {
-  return awaitResult(deployId, n, seconds)["details"];
+  const bool came = eventually([&] { return resultsOf(deployId).size() >= n; }, seconds);
+  return came ? resultsOf(deployId)[n - 1]["details"] : Json::Value();
 }
 
 class Scene : public testing::Test {
@@ -76,7 +62,7 @@ class Scene : public testing::Test {
                    const Page& page) {
     resource[prefix + "KivAddress"] = web.serve(page);
     resource[prefix + "Format"] = format;
-    resource[prefix + "Md5"] = md5Of(page.body);
+    resource[prefix + "Md5"] = gateway::md5Of(page.body);
     return resource;
   }
   /// A resource that is one text, and one that is what an archive contains.

@@ -1,12 +1,15 @@
-/// What a package needs of cryptography. Deliberately not the service's own code: a mistake there
-/// must not cancel itself out here.
+/// What a package needs of cryptography, for the local gateway and the tests. Deliberately not the
+/// service's own code: a mistake there must not cancel itself out here. Any thread.
 #pragma once
 
 #include <string>
 
 namespace gateway {
 
-/// The MD5 sum of a file as 32 lower-case hexadecimal digits; "" when it can't be read.
+/// The MD5 sum of `text` as 32 lower-case hexadecimal digits; "" on failure.
+std::string md5Of(const std::string& text);
+
+/// The same of a file's content; "" also when it can't be read.
 std::string md5OfFile(const std::string& path);
 
 /// `text` encrypted with AES-256-CBC and PKCS#7 padding, as one line of base64. The key is the

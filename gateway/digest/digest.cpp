@@ -1,10 +1,14 @@
 #include "digest.h"
 
+#include <openssl/crypto.h>
 #include <openssl/evp.h>
 
+#include <algorithm>
 #include <array>
+#include <cctype>
 #include <fstream>
 #include <memory>
+#include <sstream>
 #include <vector>
 
 namespace gateway {
@@ -12,11 +16,7 @@ namespace {
 
 constexpr std::size_t kKeyBytes = 32;
 constexpr std::size_t kVectorBytes = 16;
-constexpr std::size_t kReadBytes = 65536;
 
-struct DigestFreer {
-  void operator()(EVP_MD_CTX* context) const { EVP_MD_CTX_free(context); }
-};
 struct CipherFreer {
   void operator()(EVP_CIPHER_CTX* context) const { EVP_CIPHER_CTX_free(context); }
 };
@@ -35,25 +35,24 @@ std::string base64(const std::vector<unsigned char>& bytes) {
 
 }  // namespace
 
+std::string md5Of(const std::string& text) {
+  std::array<unsigned char, 16> sum{};
+  std::array<char, 2 * sum.size() + 1> digits{};
+  std::size_t written = 0;
+  const bool good =
+      EVP_Q_digest(nullptr, "MD5", nullptr, text.data(), text.size(), sum.data(), nullptr) == 1 &&
+      OPENSSL_buf2hexstr_ex(digits.data(), digits.size(), &written, sum.data(), sum.size(), '\0');
+  std::string lower = good ? digits.data() : "";
+  std::transform(lower.begin(), lower.end(), lower.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return lower;
+}
+
 std::string md5OfFile(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
-  const std::unique_ptr<EVP_MD_CTX, DigestFreer> context(EVP_MD_CTX_new());
-  if (!file || !context || EVP_DigestInit_ex(context.get(), EVP_md5(), nullptr) != 1) return "";
-  std::vector<char> buffer(kReadBytes);
-  while (file) {
-    file.read(buffer.data(), static_cast<std::streamsize>(buffer.size()));
-    EVP_DigestUpdate(context.get(), buffer.data(), static_cast<std::size_t>(file.gcount()));
-  }
-  std::array<unsigned char, EVP_MAX_MD_SIZE> sum{};
-  unsigned int length = 0;
-  if (file.bad() || EVP_DigestFinal_ex(context.get(), sum.data(), &length) != 1) return "";
-  std::string text;
-  for (unsigned int i = 0; i < length; ++i) {
-    constexpr const char* kDigits = "0123456789abcdef";
-    text += kDigits[sum[i] >> 4];
-    text += kDigits[sum[i] & 15];
-  }
-  return text;
+  std::ostringstream content;
+  content << file.rdbuf();
+  return file && !content.bad() ? md5Of(content.str()) : "";
 }
 
 std::string seal(const std::string& text, const std::string& secret) {
