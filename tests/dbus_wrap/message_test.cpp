@@ -2,7 +2,6 @@
 #include <Utf8.h>
 #include <gtest/gtest.h>
 
-#include <array>
 #include <memory>
 #include <string>
 #include <utility>
@@ -31,26 +30,15 @@ TEST(Message, GivesBackInOrderWhatWasWrittenAndKeepsWhatIsReadAsAnotherType) {
   EXPECT_EQ(reader.readString() + reader.readString(), "text") << "and no more";
 }
 
-// libdbus ends the process on each of these, and the daemon the connection on the last two.
+// libdbus ends the process on each of these, and the daemon the connection on the local ones.
 TEST(Message, IsNotMadeOfNamesThatBreakTheRules) {
-  EXPECT_FALSE(callTo("nodot") || callTo(nullptr));
-  const std::array<const char*, 3> cases[] = {{"p", "a.b", "m"},
-                                              {"/", "a", "m"},
-                                              {"/", "a.b", "m.n"},
-                                              {nullptr, "a.b", "m"},
-                                              {"/", nullptr, "m"},
-                                              {"/", "a.b", nullptr},
-                                              {DBUS_PATH_LOCAL, "a.b", "m"},
-                                              {"/", DBUS_INTERFACE_LOCAL, "m"}};
-  for (const auto& [path, interface, member] : cases) {
-    EXPECT_FALSE(callTo("a.b", path, interface, member)) << &path - cases[0].data();
-    EXPECT_FALSE(DMessage::makeSignalMessage(path, interface, member));
-  }
+  EXPECT_FALSE(callTo("nodot") || callTo(nullptr) || callTo("a.b", nullptr));
+  EXPECT_FALSE(callTo("a.b", "/", nullptr) || callTo("a.b", "/", "a.b", nullptr));
+  EXPECT_FALSE(callTo("a.b", DBUS_PATH_LOCAL) || callTo("a.b", "/", DBUS_INTERFACE_LOCAL));
+  EXPECT_FALSE(DMessage::makeSignalMessage(DBUS_PATH_LOCAL, "a.b", "m"));
+  EXPECT_FALSE(DMessage::makeSignalMessage("/", DBUS_INTERFACE_LOCAL, "m"));
   const Message signal = DMessage::makeSignalMessage("/p", "a.b", "m");
   EXPECT_FALSE(signal->setPath("q") || signal->setInterface("c") || signal->setDestination("d"));
-  for (const Message& unanswerable : {callTo("a.b"), signal, Message{}}) {
-    EXPECT_FALSE(DMessage::makeReturnMessage(unanswerable)) << "nobody has sent this call";
-  }
 }
 
 // Every combination of the bytes at which the rules of UTF-8 turn, against libdbus's own opinion.
