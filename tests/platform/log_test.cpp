@@ -38,22 +38,20 @@ TEST(Log, WritesTheTimeInUtcLevelFunctionAndMessageWithOneLineEnd) {
 }
 
 TEST(Log, CutsALongRecordBetweenTwoCharactersAndMarksIt) {
-  const std::string_view mark = " [cut]\n";
   std::string characters;
   while (characters.size() < std::size_t{2} * PIPE_BUF) characters += "xéの𝄞";
   for (std::size_t shift = 0; shift < 10; ++shift) {
     const CapturedLog log;
     LOGI("%s", (std::string(shift, '-') + characters).c_str());
     const std::string record = log.text();
-    ASSERT_TRUE(record.ends_with(mark));
+    const std::size_t end = record.rfind(" [cut]\n");
     EXPECT_LE(record.size(), std::size_t{PIPE_BUF});
     EXPECT_GT(record.size(), std::size_t{PIPE_BUF} - 5) << "more is lost than one character";
-    const std::size_t kept = record.size() - mark.size() - record.find("xé");
-    EXPECT_NE(static_cast<unsigned char>(characters[kept]) & 0xC0U, 0x80U) << "split";
+    const std::size_t kept = end - record.find("xé");
+    EXPECT_NE(static_cast<unsigned char>(characters.at(kept)) & 0xC0U, 0x80U) << "split";
   }
 }
 
-constexpr int kSignals = 500;
 std::atomic<int> handled{0};
 
 TEST(Log, WorksInAHandlerThatInterruptsAllocation) {
@@ -62,21 +60,19 @@ TEST(Log, WorksInAHandlerThatInterruptsAllocation) {
     LOGI("handled %d %s %f", 1, "text", 0.5);
     ++handled;
   });
-  std::thread interrupting([interrupted = pthread_self()] {
-    for (int sent = 0; sent < kSignals; ++sent) {
+  const std::jthread interrupting([interrupted = pthread_self()] {
+    for (int sent = 0; sent < 500; ++sent) {
       pthread_kill(interrupted, SIGUSR1);
       while (handled <= sent) std::this_thread::yield();
     }
   });
-  while (handled < kSignals) {
+  while (handled < 500) {
     // Of a size for which malloc takes its lock. Volatile, for the compiler leaves out what nobody
     // looks at.
     void* volatile block = std::malloc(5000);
     std::free(block);
   }
-  interrupting.join();
-  signal(SIGUSR1, SIG_DFL);
-  EXPECT_EQ(log.count(": handled 1 text 0.500000\n"), std::size_t{kSignals});
+  EXPECT_EQ(log.count(": handled 1 text 0.500000\n"), 500U);
 }
 
 TEST(Log, SurvivesAReaderThatIsGoneAndLeavesErrnoAlone) {
