@@ -15,15 +15,13 @@
 
 namespace {
 
-using test::parsed;
-
 std::string call(const std::string& text) { return gateway::callFault("deployJob", "s", text); }
 
 std::string request(const std::string& text) {
-  return gateway::requestFault("/scheduler/publish/syncStatusActive", parsed(text), "pk_dn", 7);
+  return gateway::requestFault("/scheduler/publish/registerRunner", test::parsed(text), "pk_dn", 7);
 }
 
-std::string report(const std::string& text) { return gateway::reportFault(parsed(text)); }
+std::string report(const std::string& text) { return gateway::reportFault(test::parsed(text)); }
 
 TEST(Checkers, FindEveryMistakeInWhatIsOtherwiseGood) {
   using Mistakes = std::vector<std::pair<std::string, std::string>>;
@@ -32,9 +30,11 @@ TEST(Checkers, FindEveryMistakeInWhatIsOtherwiseGood) {
        R"([{"snapshotId":"s","resourceId":"r","resourceType":"t"}])",
        {{R"("t")", R"("t","data":{})"}, {"resourceId", "resource"}, {"{", "{},{"}}},
       {request,
-       R"({"id":1700000000000000,"reply":false,"attrs":)"
-       R"([7,"e",[{"jobId":1,"jobStatus":3,"result":"{\"code\":3,\"detail\":\"d\"}"}]]})",
-       {{"00000000", ""}, {"[7", "[8"}, {":1,", ":-1,"}, {R"(\":3)", R"(\":-3)"}}},
+       R"({"id":1700000000000000,"reply":false,"attrs":[{"type":0,"cpu":4,"memory":1000000000,)"
+       R"("tenant":"TV_RN","address":"pk_dn","runnerGroup":"tarnvale.runner.group","addressType":1,)"
+       R"("heartRate":10000,"linkType":0,"executor":"[ConfigManager]","sdkVersion":"1.1",)"
+       R"("tags":["{\"version\":\"1.0.0\"}"]}]})",
+       {{"00000000", ""}, {"pk_dn", "pk-dn"}, {":4", R"(:"4")"}, {"1.0.0", ""}}},
       {report,
        R"({"deployId":"d","taskId":"t","isLastReply":true,"deployType":0,"details":[null]})",
        {{R"("d")", R"("")"}, {"0", R"("0")"}, {"[null]", "{}"}, {"true", "false"}}},
@@ -51,13 +51,13 @@ TEST(Checkers, FindEveryMistakeInWhatIsOtherwiseGood) {
 }
 
 TEST(Outcome, IsASuccessOnlyWithEveryResourceAndNothingThatDiffersFromWhatIsExpected) {
-  const Json::Value event = parsed(R"({"event":"report","resources":[
+  const Json::Value event = test::parsed(R"({"event":"report","resources":[
       {"resourceId":"a","success":true,"code":"0"},{"resourceId":"b","success":null}]})");
   EXPECT_FALSE(gateway::succeeded(event));
-  EXPECT_FALSE(gateway::succeeded(parsed(R"({"event":"status","jobStatus":4})")));
+  EXPECT_FALSE(gateway::succeeded(test::parsed(R"({"event":"status","jobStatus":4})")));
   for (const char* expected : {R"({"a":{"code":0},"b":{}})", R"({"a":{"success":false},"b":{}})",
                                R"({"a":{}})", R"({"a":{},"b":{},"c":{}})"}) {
-    EXPECT_EQ(gateway::differences(event, parsed(expected)).size(), 1U) << expected;
+    EXPECT_EQ(gateway::differences(event, test::parsed(expected)).size(), 1U) << expected;
   }
 }
 
