@@ -10,19 +10,11 @@ namespace {
 
 using jobm::registry::tables;
 
-void registerOne(const std::string& payload, std::string (*add)(const std::string&),
-                 std::optional<jobm::Executor> (*get)(const std::string&)) {
-  if (!add(payload).empty()) return;
-  const std::string name = fuzz::parsed(payload)["executorName"].asString();
-  const std::optional<jobm::Executor> record = get(name);
-  fuzz::require(record && record->executorName == name, "who was accepted is registered");
-}
-
 void happen(const std::string& event) {
   const std::string kind = event.substr(0, 1);
   const std::string payload = event.substr(kind.size());
-  if (kind == "E") registerOne(payload, jobm::registerExecutor, jobm::getExecutor);
-  if (kind == "P") registerOne(payload, jobm::registerParser, jobm::getParser);
+  if (kind == "E") static_cast<void>(jobm::registerExecutor(payload));
+  if (kind == "P") static_cast<void>(jobm::registerParser(payload));
   if (kind == "S") fuzz::world.store[jobm::registry::kExecutorsKey] = payload;
   if (kind == "T") fuzz::world.store[jobm::registry::kParsersKey] = payload;
   if (kind == "R") fuzz::restart();

@@ -10,7 +10,6 @@
 #include <util/aes/job_aes.h>
 
 #include <algorithm>
-#include <array>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -161,11 +160,6 @@ void substitute(std::string& text, std::string_view from, const std::string& to)
   std::string rest = std::exchange(text, {});
   while (rest.find(from) != std::string::npos) text += take(rest, from) + to;
   text += rest;
-}
-
-Json::Value parsed(const std::string& text) {
-  Json::Value value;
-  return jobm::json::parse(text, value) ? value : Json::Value();
 }
 
 }  // namespace fuzz

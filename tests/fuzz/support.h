@@ -4,7 +4,7 @@
 #pragma once
 
 #include <DProxy.h>
-#include <json/value.h>
+#include <parsed.h>
 
 #include <cstdio>
 #include <deque>
@@ -69,7 +69,6 @@ std::string take(std::string& text, std::string_view end);
 /// Replaces every `from` in `text` by `to`.
 void substitute(std::string& text, std::string_view from, const std::string& to);
 
-/// `text` as JSON, null for anything else.
-Json::Value parsed(const std::string& text);
+using test::parsed;
 
 }  // namespace fuzz
