@@ -59,11 +59,6 @@ TEST(Server, HandsOutCallsAndSignalsInOrderOutlivesAHandlersExceptionAndKeepsIts
   EXPECT_EQ(busCall(kName, kPath, "three", {"last"}), "three");
   EXPECT_EQ(notes(), (std::vector<std::string>{"call", "matched", "addressed", "fail", "last"}));
 
-  test::FakePeer watchdog("iot.gateway.watchdog");
-  loop.run([&] { server->feedWatchDog("iot.test.fed", 19); });
-  EXPECT_EQ(watchdog.await("feedDog").value_or(test::Received{}).arguments,
-            (std::vector<test::Argument>{kName, "iot.test.fed", std::int32_t{19}}));
-
   EchoServer second(kName, kPath);
   EXPECT_EQ(second.prepare(), -1) << "the name is taken";
   loop.run([&] { server.reset(); });

@@ -1,5 +1,4 @@
 #include <CapturedLog.h>
-#include <TempFolder.h>
 #include <gateway/config.h>
 #include <gtest/gtest.h>
 
@@ -30,8 +29,7 @@ class Config : public testing::Test {
  protected:
   Config() { setenv("GATEWAY_CONFIG_DB", path.c_str(), 1); }
 
-  const test::TempFolder folder;
-  const std::string path = folder / "made/by/it/gateway.db";
+  const std::string path = "/tmp/var/made/by/it/gateway.db";
 };
 
 TEST_F(Config, GivesBackEveryByteToItsOwnerFromAFileThatMayBeDeletedOrReplaced) {
@@ -45,7 +43,7 @@ TEST_F(Config, GivesBackEveryByteToItsOwnerFromAFileThatMayBeDeletedOrReplaced) 
   EXPECT_EQ(get(odd), std::nullopt);
   ASSERT_TRUE(set("key", "second"));
 
-  const std::string other = folder / "other.db";
+  const std::string other = "/tmp/var/other.db";
   setenv("GATEWAY_CONFIG_DB", other.c_str(), 1);
   ASSERT_TRUE(set("key", "of the other"));
   setenv("GATEWAY_CONFIG_DB", path.c_str(), 1);  // closes the other

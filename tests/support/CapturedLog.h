@@ -2,8 +2,8 @@
 #pragma once
 
 #include <fcntl.h>
+#include <file_text.h>
 #include <sys/mman.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstddef>
@@ -11,6 +11,15 @@
 #include <string_view>
 
 namespace test {
+
+/// How often `part` is in `all`.
+inline std::size_t countOf(const std::string& all, std::string_view part) {
+  std::size_t found = 0;
+  for (auto at = all.find(part); at != std::string::npos; at = all.find(part, at + part.size())) {
+    ++found;
+  }
+  return found;
+}
 
 /// One at a time; other threads may go on writing.
 class CapturedLog {
@@ -31,23 +40,13 @@ class CapturedLog {
   CapturedLog& operator=(const CapturedLog&) = delete;
 
   std::string text() const {
-    struct stat info {};
-    fstat(file, &info);
-    std::string all(static_cast<std::size_t>(info.st_size), '\0');
-    all.resize(static_cast<std::size_t>(pread(file, all.data(), all.size(), 0)));
+    std::string all;
+    jobm::readFile("/proc/self/fd/" + std::to_string(file), all);
     return all;
   }
 
   /// How often `part` has been written so far.
-  std::size_t count(std::string_view part) const {
-    const std::string all = text();
-    std::size_t found = 0;
-    for (std::size_t at = all.find(part); at != std::string::npos;
-         at = all.find(part, at + part.size())) {
-      ++found;
-    }
-    return found;
-  }
+  std::size_t count(std::string_view part) const { return countOf(text(), part); }
   bool has(std::string_view part) const { return count(part) > 0; }
 
  private:

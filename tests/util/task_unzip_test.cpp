@@ -1,5 +1,4 @@
 #include <Archive.h>
-#include <TempFolder.h>
 #include <file_text.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -17,6 +16,10 @@ namespace fs = std::filesystem;
 
 class Unzip : public testing::Test {
  protected:
+  Unzip() {
+    fs::remove_all(folder);
+    fs::create_directory(folder);
+  }
   int unzip(const std::string& bytes) {
     EXPECT_TRUE(jobm::writeFile(archive, bytes));
     return jobm::unzipTask(archive, destination);
@@ -27,7 +30,7 @@ class Unzip : public testing::Test {
     return jobm::readFile(destination + "/" + name, read) ? read : "(none)";
   }
 
-  const test::TempFolder folder;
+  const fs::path folder = "/tmp/var/unzip";
   const std::string archive = folder / "archive.zip";
   const std::string destination = folder / "destination";
   const std::string outside = folder / "outside";
