@@ -1,5 +1,6 @@
 // The service as a process of its own, beside a bus daemon of the test's own that may be ended.
 
+#include <CapturedLog.h>
 #include <FakePeer.h>
 #include <file_text.h>
 #include <gateway/config.h>
@@ -38,10 +39,7 @@ class Program : public gateway::Child {
     return text;
   }
   bool has(const std::string& part, std::size_t times = 1) const {
-    const std::string all = output();
-    std::size_t at = all.find(part);
-    while (--times > 0 && at != std::string::npos) at = all.find(part, at + 1);
-    return at != std::string::npos;
+    return countOf(output(), part) >= times;
   }
   bool awaits(const std::string& part, std::size_t times = 1) const {
     return eventually([&] { return has(part, times); });

@@ -2,7 +2,6 @@
 #include <comm_path.h>
 
 #include <filesystem>
-#include <stdexcept>
 
 #include "neighbourhood.h"
 #include "runner_api/jobs.h"
