@@ -311,9 +311,9 @@ TEST_F(Faults, of_an_address_cost_the_resources_of_its_owner_and_no_reset) {
       {R"("path":"/iot)", R"("path":"//iot)"},
   };
   for (const auto& [right, wrong] : faults) {
-    const auto payload = [&](const std::string& type) {
+    const auto payload = [&from = right, &to = wrong](const std::string& type) {
       std::string text = registration("misnamed", "iot.fine", "[\"" + type + "\"]", R"(["file"])");
-      return text.replace(text.find(right), right.size(), wrong);
+      return text.replace(text.find(from), from.size(), to);
     };
     show({text("faulty", "live"), noService, "make new method call message for '", [&] {
             addExecutor(payload("live"));
