@@ -1,8 +1,5 @@
 // bench-latency service|floor CALLS: prints the median and the 99th percentile, in seconds, of the
 // time from sending a call to its callback. Both sides run beside a bare server on the same loop.
-#include <DProxy.h>
-#include <LoopTasks.h>
-
 #include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
@@ -11,6 +8,8 @@
 #include <string>
 
 #include "bare.h"
+#include "dbus_wrap/DProxy.h"
+#include "dbus_wrap/LoopTasks.h"
 #include "support/process.h"
 
 namespace bench {

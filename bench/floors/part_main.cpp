@@ -2,14 +2,9 @@
 // floor) once and prints the seconds and by how many KiB the memory grew at its peak.
 //   download service URL FILE    checksum SIDE FILE    unzip SIDE ARCHIVE FOLDER
 //   decrypt service FILE OUTPUT SECRET
-#include <aes/job_aes.h>
-#include <base64.h>
 #include <fcntl.h>
-#include <file_text.h>
-#include <http_download_kiv.h>
 #include <openssl/evp.h>
 #include <sys/stat.h>
-#include <task_unzip.h>
 #include <unistd.h>
 
 #include <array>
@@ -22,10 +17,15 @@
 #include <vector>
 
 #include "communicate_scene/download.h"
+#include "lib/file_text.h"
 #include "support/bus.h"
 #include "support/hex.h"
 #include "support/process.h"
 #include "unzip_loop.h"
+#include "util/aes/job_aes.h"
+#include "util/base64.h"
+#include "util/http_download_kiv.h"
+#include "util/task_unzip.h"
 
 namespace bench {
 namespace {

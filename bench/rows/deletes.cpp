@@ -1,9 +1,8 @@
 // A heartbeat's reply with many delete orders, against publishing as many reports.
-#include <json_helper.h>
-
 #include <set>
 #include <string>
 
+#include "lib/json_helper.h"
 #include "rows.h"
 #include "support/gateway.h"
 #include "support/process.h"

@@ -2,7 +2,7 @@
 /// everything here ends the program when it doesn't go well.
 #pragma once
 
-#include <neighbour/bus.h>
+#include "neighbour/bus.h"
 
 namespace bench {
 

@@ -1,9 +1,10 @@
 #include "gateway.h"
 
 #include <gateway/config.h>
-#include <json_helper.h>
 
 #include <cstring>
+
+#include "lib/json_helper.h"
 
 namespace bench {
 namespace {

@@ -1,12 +1,13 @@
 /// Child processes, what they use, and the time that things take.
 #pragma once
 
-#include <neighbour/child.h>
 #include <sys/types.h>
 
 #include <functional>
 #include <string>
 #include <vector>
+
+#include "neighbour/child.h"
 
 namespace bench {
 

@@ -1,4 +1,4 @@
-#include "DConnection.h"
+#include "dbus_wrap/DConnection.h"
 
 #include <gateway/log_macros.h>
 

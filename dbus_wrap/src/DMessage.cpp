@@ -1,4 +1,4 @@
-#include "DMessage.h"
+#include "dbus_wrap/DMessage.h"
 
 #include <gateway/log_macros.h>
 

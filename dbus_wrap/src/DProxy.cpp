@@ -1,4 +1,4 @@
-#include "DProxy.h"
+#include "dbus_wrap/DProxy.h"
 
 #include <gateway/log_macros.h>
 

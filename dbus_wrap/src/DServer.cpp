@@ -3,7 +3,7 @@
 // keeps the loop from blocking, so that wait is what paces the server, and the timers of the
 // proxies fire between two of them.
 
-#include "DServer.h"
+#include "dbus_wrap/DServer.h"
 
 #include <gateway/log_macros.h>
 #include <unistd.h>
@@ -13,7 +13,7 @@
 #include <exception>
 
 #include "DBusErrorGuard.h"
-#include "LoopTasks.h"
+#include "dbus_wrap/LoopTasks.h"
 
 namespace quillon {
 namespace {

@@ -3,7 +3,7 @@
 // the loop, whoever holds the lock may touch its handles; runDefaultLoop takes the same lock to
 // change that state.
 
-#include "LoopTasks.h"
+#include "dbus_wrap/LoopTasks.h"
 
 #include <gateway/log_macros.h>
 #include <sys/prctl.h>

@@ -6,7 +6,7 @@
 #include <exception>
 #include <utility>
 
-#include "LoopTasks.h"
+#include "dbus_wrap/LoopTasks.h"
 
 namespace quillon {
 namespace {

@@ -16,8 +16,8 @@
 #include <mutex>
 #include <vector>
 
-#include "DConnection.h"
-#include "DProxy.h"
+#include "dbus_wrap/DConnection.h"
+#include "dbus_wrap/DProxy.h"
 
 namespace quillon {
 

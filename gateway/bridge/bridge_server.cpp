@@ -5,15 +5,15 @@
 
 #include "bridge_server.h"
 
-#include <LoopTasks.h>
 #include <gateway/log_macros.h>
-#include <json_helper.h>
 
 #include <chrono>
 #include <future>
 #include <thread>
 
-#include "road.h"
+#include "common/road.h"
+#include "dbus_wrap/LoopTasks.h"
+#include "lib/json_helper.h"
 
 namespace gateway {
 namespace {

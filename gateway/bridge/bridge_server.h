@@ -1,11 +1,10 @@
 /// The MQTT bridge's bus service: publishes and subscribes for others, and hands them what arrives.
 #pragma once
 
-#include <DServer.h>
-
 #include <string>
 
-#include "mqtt_client.h"
+#include "common/mqtt_client.h"
+#include "dbus_wrap/DServer.h"
 #include "subscriptions.h"
 
 namespace gateway {

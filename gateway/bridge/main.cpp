@@ -1,5 +1,5 @@
 #include "bridge_server.h"
-#include "options.h"
+#include "common/options.h"
 
 namespace {
 

@@ -1,14 +1,14 @@
 #include "subscriptions.h"
 
-#include <file_text.h>
 #include <gateway/log_macros.h>
-#include <json_helper.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <utility>
 
-#include "mqtt_client.h"
+#include "common/mqtt_client.h"
+#include "lib/file_text.h"
+#include "lib/json_helper.h"
 
 namespace gateway {
 

@@ -1,6 +1,6 @@
 #include "answers.h"
 
-#include <json_helper.h>
+#include "lib/json_helper.h"
 
 namespace gateway {
 namespace {

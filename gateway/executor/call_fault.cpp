@@ -1,8 +1,8 @@
 #include "call_fault.h"
 
-#include <json_helper.h>
-
 #include <set>
+
+#include "lib/json_helper.h"
 
 namespace gateway {
 namespace {

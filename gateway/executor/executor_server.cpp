@@ -1,9 +1,6 @@
 #include "executor_server.h"
 
-#include <LoopTasks.h>
-#include <file_text.h>
 #include <gateway/log_macros.h>
-#include <json_helper.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -14,7 +11,10 @@
 
 #include "answers.h"
 #include "call_fault.h"
-#include "road.h"
+#include "common/road.h"
+#include "dbus_wrap/LoopTasks.h"
+#include "lib/file_text.h"
+#include "lib/json_helper.h"
 
 namespace gateway {
 namespace {

@@ -2,12 +2,11 @@
 /// the default loop carries what it calls itself.
 #pragma once
 
-#include <neighbour/neighbour.h>
-
 #include <map>
 #include <string>
 
 #include "misbehaviour.h"
+#include "neighbour/neighbour.h"
 #include "registration.h"
 
 namespace gateway {

@@ -2,8 +2,8 @@
 #include <filesystem>
 #include <sstream>
 
+#include "common/options.h"
 #include "executor_server.h"
-#include "options.h"
 
 namespace {
 

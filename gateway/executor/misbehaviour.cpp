@@ -1,6 +1,6 @@
 #include "misbehaviour.h"
 
-#include "options.h"
+#include "common/options.h"
 
 namespace gateway {
 

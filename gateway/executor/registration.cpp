@@ -1,9 +1,9 @@
 #include "registration.h"
 
 #include <gateway/log_macros.h>
-#include <json_helper.h>
 
-#include "road.h"
+#include "common/road.h"
+#include "lib/json_helper.h"
 
 namespace gateway {
 namespace {

@@ -1,10 +1,10 @@
 /// Keeps an executor registered with the job manager, whoever of the two starts first or again.
 #pragma once
 
-#include <DProxy.h>
-
 #include <string>
 #include <vector>
+
+#include "dbus_wrap/DProxy.h"
 
 namespace gateway {
 

@@ -1,17 +1,17 @@
 // gateway-job: submits jobs to the local gateway's scheduler and shows what becomes of them.
 
-#include <file_text.h>
 #include <gateway/config.h>
-#include <json_helper.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
 
+#include "common/options.h"
 #include "digest/digest.h"
-#include "manifest.h"
-#include "options.h"
+#include "lib/file_text.h"
+#include "lib/json_helper.h"
 #include "outcome.h"
+#include "package/manifest.h"
 #include "submission.h"
 
 namespace {

@@ -1,10 +1,10 @@
 #include "outcome.h"
 
-#include <json_helper.h>
-
 #include <algorithm>
 #include <array>
 #include <set>
+
+#include "lib/json_helper.h"
 
 namespace gateway {
 namespace {

@@ -1,13 +1,12 @@
 #include "submission.h"
 
-#include <json_helper.h>
-
 #include <chrono>
 #include <cstdio>
 #include <functional>
 
-#include "manifest.h"
-#include "mqtt_client.h"
+#include "common/mqtt_client.h"
+#include "lib/json_helper.h"
+#include "package/manifest.h"
 
 namespace gateway {
 namespace {

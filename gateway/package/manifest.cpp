@@ -1,13 +1,12 @@
 #include "manifest.h"
 
-#include <file_text.h>
-#include <json_helper.h>
-
 #include <chrono>
 #include <filesystem>
 #include <random>
 
 #include "digest/digest.h"
+#include "lib/file_text.h"
+#include "lib/json_helper.h"
 #include "zip_folder.h"
 
 namespace gateway {

@@ -1,6 +1,5 @@
 #include "zip_folder.h"
 
-#include <file_text.h>
 #include <sys/stat.h>
 #include <zip.h>
 
@@ -8,6 +7,8 @@
 #include <memory>
 #include <set>
 #include <type_traits>
+
+#include "lib/file_text.h"
 
 namespace gateway {
 namespace {

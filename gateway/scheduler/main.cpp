@@ -1,6 +1,6 @@
 #include <cstdio>
 
-#include "options.h"
+#include "common/options.h"
 #include "scheduler.h"
 
 namespace {

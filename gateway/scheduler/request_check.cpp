@@ -1,9 +1,9 @@
 #include "request_check.h"
 
-#include <json_helper.h>
-
 #include <functional>
 #include <map>
+
+#include "lib/json_helper.h"
 
 namespace gateway {
 namespace {

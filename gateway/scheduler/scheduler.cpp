@@ -1,14 +1,14 @@
 #include "scheduler.h"
 
 #include <gateway/log_macros.h>
-#include <json_helper.h>
 
 #include <algorithm>
 #include <chrono>
 #include <utility>
 
+#include "common/road.h"
+#include "lib/json_helper.h"
 #include "request_check.h"
-#include "road.h"
 
 namespace gateway {
 namespace {

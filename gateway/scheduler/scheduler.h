@@ -9,7 +9,7 @@
 #include <map>
 #include <string>
 
-#include "mqtt_client.h"
+#include "common/mqtt_client.h"
 #include "reports.h"
 
 namespace gateway {

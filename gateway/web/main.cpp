@@ -5,8 +5,8 @@
 #include <cstdio>
 #include <memory>
 
-#include "options.h"
-#include "road.h"
+#include "common/options.h"
+#include "common/road.h"
 
 namespace {
 

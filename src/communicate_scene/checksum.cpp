@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "download.h"
+#include "communicate_scene/download.h"
 
 namespace jobm {
 namespace {

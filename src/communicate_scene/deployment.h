@@ -3,10 +3,11 @@
 #pragma once
 
 #include <json/value.h>
-#include "executor_api/deployment_results.h"
 
 #include <memory>
 #include <string>
+
+#include "executor_api/deployment_results.h"
 
 namespace jobm {
 

@@ -1,12 +1,7 @@
-#include "download.h"
+#include "communicate_scene/download.h"
 
-#include <comm_path.h>
-#include <file_text.h>
 #include <gateway/log_macros.h>
-#include <http_download_kiv.h>
-#include <json_helper.h>
 #include <sys/stat.h>
-#include <task_unzip.h>
 
 #include <cstdio>
 #include <exception>
@@ -14,6 +9,11 @@
 #include <utility>
 
 #include "deployment.h"
+#include "lib/comm_path.h"
+#include "lib/file_text.h"
+#include "lib/json_helper.h"
+#include "util/http_download_kiv.h"
+#include "util/task_unzip.h"
 
 namespace jobm {
 namespace {

@@ -1,12 +1,13 @@
 #include "executors.h"
 
 #include <gateway/log_macros.h>
-#include <json_helper.h>
-#include "executor_api/job_calls.h"
-#include "executor_api/registry.h"
 
 #include <map>
 #include <utility>
+
+#include "executor_api/job_calls.h"
+#include "executor_api/registry.h"
+#include "lib/json_helper.h"
 
 namespace jobm {
 namespace {

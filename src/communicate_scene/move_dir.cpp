@@ -7,7 +7,7 @@
 #include <string>
 #include <system_error>
 
-#include "download.h"
+#include "communicate_scene/download.h"
 
 namespace jobm {
 namespace {

@@ -1,12 +1,12 @@
 #include "parser_replies.h"
 
 #include <gateway/log_macros.h>
-#include <json_helper.h>
 
 #include <utility>
 
 #include "executors.h"
-#include "sync_job_status.h"
+#include "lib/json_helper.h"
+#include "sync_job_status/sync_job_status.h"
 
 namespace jobm {
 namespace {

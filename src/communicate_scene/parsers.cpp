@@ -4,12 +4,12 @@
 #include "parsers.h"
 
 #include <gateway/log_macros.h>
-#include <json_helper.h>
-#include "executor_api/method_calls.h"
 
 #include <vector>
 
+#include "executor_api/method_calls.h"
 #include "executors.h"
+#include "lib/json_helper.h"
 #include "parser_replies.h"
 
 namespace jobm {

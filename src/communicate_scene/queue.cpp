@@ -1,10 +1,11 @@
 #include "queue.h"
 
-#include <LoopTasks.h>
 #include <gateway/log_macros.h>
 
 #include <deque>
 #include <utility>
+
+#include "dbus_wrap/LoopTasks.h"
 
 namespace jobm {
 namespace {

@@ -1,25 +1,25 @@
 // Every record of this source carries the name of its one public function.
 #define LOG_FUNCTION "handle1Job"
 
-#include "request.h"
+#include "communicate_scene/request.h"
 
-#include <comm_path.h>
-#include <dbus_process_call.h>
-#include <file_text.h>
 #include <gateway/log_macros.h>
-#include <json_helper.h>
-#include "executor_api/method_calls.h"
-#include "executor_api/reset.h"
 
 #include <cstdio>
 #include <exception>
 #include <utility>
 
+#include "communicate_scene/download.h"
+#include "dbus_process_call/dbus_process_call.h"
 #include "deployment.h"
-#include "download.h"
+#include "executor_api/method_calls.h"
+#include "executor_api/reset.h"
+#include "lib/comm_path.h"
+#include "lib/file_text.h"
+#include "lib/json_helper.h"
 #include "parsers.h"
 #include "queue.h"
-#include "sync_job_status.h"
+#include "sync_job_status/sync_job_status.h"
 
 namespace jobm {
 namespace {

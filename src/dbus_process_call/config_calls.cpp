@@ -4,8 +4,8 @@
 #include <cstdlib>
 #include <memory>
 
-#include "dbus_process_call.h"
-#include "proxies.h"
+#include "dbus_process_call/dbus_process_call.h"
+#include "dbus_process_call/proxies.h"
 
 namespace jobm {
 namespace {

@@ -1,4 +1,4 @@
-#include "proxies.h"
+#include "dbus_process_call/proxies.h"
 
 #include <memory>
 

@@ -1,11 +1,11 @@
 #include <gateway/log_macros.h>
-#include <json_helper.h>
 
 #include <exception>
 #include <utility>
 
-#include "dbus_process_call.h"
-#include "proxies.h"
+#include "dbus_process_call/dbus_process_call.h"
+#include "dbus_process_call/proxies.h"
+#include "lib/json_helper.h"
 
 namespace jobm {
 namespace {

@@ -1,10 +1,11 @@
-#include "bus_control.h"
+#include "engine_api/bus_control.h"
 
 #include <gateway/log_macros.h>
-#include <proxies.h>
 
 #include <csignal>
 #include <memory>
+
+#include "dbus_process_call/proxies.h"
 
 namespace jobm {
 namespace {

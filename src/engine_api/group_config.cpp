@@ -1,10 +1,6 @@
-#include "group_config.h"
+#include "engine_api/group_config.h"
 
-#include <base64.h>
-#include <comm_path.h>
-#include <file_text.h>
 #include <gateway/log_macros.h>
-#include <json_helper.h>
 #include <unistd.h>
 
 #include <array>
@@ -12,6 +8,11 @@
 #include <cstdint>
 #include <exception>
 #include <vector>
+
+#include "lib/comm_path.h"
+#include "lib/file_text.h"
+#include "lib/json_helper.h"
+#include "util/base64.h"
 
 namespace jobm {
 namespace {

@@ -1,12 +1,12 @@
-#include "deployment_results.h"
+#include "executor_api/deployment_results.h"
 
 #include <gateway/log_macros.h>
-#include <json_helper.h>
 
 #include <utility>
 
-#include "method_calls.h"
-#include "sync_job_status.h"
+#include "executor_api/method_calls.h"
+#include "lib/json_helper.h"
+#include "sync_job_status/sync_job_status.h"
 
 namespace jobm {
 

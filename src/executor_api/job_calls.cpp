@@ -1,7 +1,6 @@
-#include "job_calls.h"
+#include "executor_api/job_calls.h"
 
 #include <gateway/log_macros.h>
-#include <json_helper.h>
 
 #include <algorithm>
 #include <cctype>
@@ -12,8 +11,9 @@
 #include <unordered_map>
 #include <utility>
 
-#include "stored_jobs.h"
-#include "sync_job_status.h"
+#include "executor_api/stored_jobs.h"
+#include "lib/json_helper.h"
+#include "sync_job_status/sync_job_status.h"
 
 namespace jobm {
 namespace {

@@ -1,12 +1,12 @@
-#include "job_status.h"
+#include "executor_api/job_status.h"
 
 #include <gateway/log_macros.h>
-#include <json_helper.h>
 
 #include <exception>
 
-#include "method_calls.h"
-#include "sync_job_status.h"
+#include "executor_api/method_calls.h"
+#include "lib/json_helper.h"
+#include "sync_job_status/sync_job_status.h"
 
 namespace jobm {
 namespace {

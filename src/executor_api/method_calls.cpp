@@ -1,12 +1,13 @@
-#include "method_calls.h"
+#include "executor_api/method_calls.h"
 
-#include <LoopTasks.h>
 #include <gateway/log_macros.h>
-#include <json_helper.h>
 
 #include <cstdint>
 #include <exception>
 #include <utility>
+
+#include "dbus_wrap/LoopTasks.h"
+#include "lib/json_helper.h"
 
 namespace jobm {
 namespace {

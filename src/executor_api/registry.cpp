@@ -1,13 +1,13 @@
-#include "registry.h"
+#include "executor_api/registry.h"
 
-#include <comm_path.h>
-#include <dbus_process_call.h>
 #include <gateway/log_macros.h>
-#include <json_helper.h>
 
 #include <exception>
 #include <utility>
 
+#include "dbus_process_call/dbus_process_call.h"
+#include "lib/comm_path.h"
+#include "lib/json_helper.h"
 #include "tables.h"
 
 namespace jobm {

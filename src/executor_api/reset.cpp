@@ -1,8 +1,6 @@
-#include "reset.h"
+#include "executor_api/reset.h"
 
-#include <comm_path.h>
 #include <gateway/log_macros.h>
-#include <json_helper.h>
 
 #include <cstdint>
 #include <memory>
@@ -10,10 +8,12 @@
 #include <string>
 #include <utility>
 
-#include "method_calls.h"
-#include "registry.h"
-#include "stored_jobs.h"
-#include "sync_job_status.h"
+#include "executor_api/method_calls.h"
+#include "executor_api/registry.h"
+#include "executor_api/stored_jobs.h"
+#include "lib/comm_path.h"
+#include "lib/json_helper.h"
+#include "sync_job_status/sync_job_status.h"
 
 namespace jobm {
 namespace {

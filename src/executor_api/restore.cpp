@@ -1,10 +1,10 @@
-#include <dbus_process_call.h>
 #include <gateway/log_macros.h>
-#include <json_helper.h>
 
 #include <exception>
 #include <utility>
 
+#include "dbus_process_call/dbus_process_call.h"
+#include "lib/json_helper.h"
 #include "tables.h"
 
 namespace jobm {

@@ -1,14 +1,13 @@
-#include "stored_jobs.h"
-
-#include <dbus_process_call.h>
-#include <json_helper.h>
+#include "executor_api/stored_jobs.h"
 
 #include <algorithm>
 #include <deque>
 #include <unordered_map>
 #include <vector>
 
-#include "sync_job_status.h"
+#include "dbus_process_call/dbus_process_call.h"
+#include "lib/json_helper.h"
+#include "sync_job_status/sync_job_status.h"
 
 namespace jobm {
 namespace {

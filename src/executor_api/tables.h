@@ -10,7 +10,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "registry.h"
+#include "executor_api/registry.h"
 
 namespace jobm::registry {
 

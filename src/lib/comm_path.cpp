@@ -1,4 +1,4 @@
-#include "comm_path.h"
+#include "lib/comm_path.h"
 
 #include <dirent.h>
 #include <gateway/log_macros.h>
@@ -13,7 +13,7 @@
 #include <cstring>
 #include <memory>
 
-#include "try_three_times.h"
+#include "lib/try_three_times.h"
 
 namespace jobm {
 namespace {

@@ -1,4 +1,4 @@
-#include "file_text.h"
+#include "lib/file_text.h"
 
 #include <sys/stat.h>
 

@@ -1,4 +1,4 @@
-#include "json_helper.h"
+#include "lib/json_helper.h"
 
 // The library's older reader and writers, deliberately: comments are allowed, and the styled text
 // has the three spaces of indentation that its readers know. Deprecated, so silenced, here and

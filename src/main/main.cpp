@@ -1,3 +1,3 @@
-#include "startup.h"
+#include "main/startup.h"
 
 int main() { jobm::runService(); }

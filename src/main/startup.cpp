@@ -1,10 +1,7 @@
-#include "startup.h"
+#include "main/startup.h"
 
-#include <aes/job_aes.h>
-#include <dbus_process_call.h>
 #include <gateway/discovery.h>
 #include <gateway/log_macros.h>
-#include <http_download_kiv.h>
 #include <pthread.h>
 #include <unistd.h>
 #include <uv.h>
@@ -15,13 +12,16 @@
 #include <system_error>
 #include <thread>
 
+#include "dbus_process_call/dbus_process_call.h"
 #include "engine_api/bus_control.h"
 #include "executor_api/registry.h"
-#include "jobm_server.h"
-#include "runner_api/identity.h"
-#include "runner_api/routing.h"
+#include "jobm_server/jobm_server.h"
+#include "main/terminate.h"
 #include "runner_api/runner.h"
-#include "terminate.h"
+#include "scheduler_link/identity.h"
+#include "scheduler_link/routing.h"
+#include "util/aes/job_aes.h"
+#include "util/http_download_kiv.h"
 
 // A build for endurance tests shortens the heartbeat and the pause between registrations; nothing
 // else changes them.

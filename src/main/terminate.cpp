@@ -1,4 +1,4 @@
-#include "terminate.h"
+#include "main/terminate.h"
 
 #include <execinfo.h>
 #include <fcntl.h>

@@ -1,18 +1,18 @@
-#include "jobs.h"
+#include "runner_api/jobs.h"
 
-#include <comm_path.h>
-#include <dbus_process_call.h>
-#include <file_text.h>
 #include <gateway/log_macros.h>
-#include <http_download_kiv.h>
-#include <json_helper.h>
 
 #include <exception>
 
 #include "communicate_scene/request.h"
+#include "dbus_process_call/dbus_process_call.h"
 #include "executor_api/reset.h"
-#include "identity.h"
-#include "sync_job_status.h"
+#include "lib/comm_path.h"
+#include "lib/file_text.h"
+#include "lib/json_helper.h"
+#include "scheduler_link/identity.h"
+#include "sync_job_status/sync_job_status.h"
+#include "util/http_download_kiv.h"
 
 namespace jobm {
 namespace {

@@ -1,18 +1,18 @@
-#include "runner.h"
+#include "runner_api/runner.h"
 
-#include <dbus_process_call.h>
 #include <gateway/log_macros.h>
-#include <json_helper.h>
-#include <try_three_times.h>
 
 #include <ctime>
 #include <exception>
 #include <sstream>
 
+#include "dbus_process_call/dbus_process_call.h"
 #include "engine_api/group_config.h"
-#include "identity.h"
-#include "jobs.h"
-#include "routing.h"
+#include "lib/json_helper.h"
+#include "lib/try_three_times.h"
+#include "runner_api/jobs.h"
+#include "scheduler_link/identity.h"
+#include "scheduler_link/routing.h"
 
 namespace jobm {
 namespace {

@@ -1,6 +1,6 @@
 // The two requirements end the process in every build type: what follows trusts them.
 #undef NDEBUG
-#include "base64.h"
+#include "util/base64.h"
 
 #include <endian.h>
 

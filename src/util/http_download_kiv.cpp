@@ -1,4 +1,4 @@
-#include "http_download_kiv.h"
+#include "util/http_download_kiv.h"
 
 #include <curl/curl.h>
 #include <gateway/log_macros.h>
@@ -12,9 +12,9 @@
 #include <system_error>
 #include <utility>
 
-#include "aes/job_aes.h"
-#include "base64.h"
-#include "file_text.h"
+#include "lib/file_text.h"
+#include "util/aes/job_aes.h"
+#include "util/base64.h"
 
 namespace jobm {
 namespace {

@@ -1,8 +1,7 @@
 // The helpers log in the name of the one public function.
 #define LOG_FUNCTION "unzipTask"
-#include "task_unzip.h"
+#include "util/task_unzip.h"
 
-#include <comm_path.h>
 #include <fcntl.h>
 #include <gateway/log_macros.h>
 #include <minizip/unzip.h>
@@ -21,6 +20,7 @@
 #include <utility>
 
 #include "archive_file.h"
+#include "lib/comm_path.h"
 
 namespace jobm {
 namespace {

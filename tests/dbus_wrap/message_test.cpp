@@ -1,10 +1,11 @@
-#include <DMessage.h>
 #include <Utf8.h>
 #include <gtest/gtest.h>
 
 #include <memory>
 #include <string>
 #include <utility>
+
+#include "dbus_wrap/DMessage.h"
 
 namespace {
 
@@ -16,7 +17,7 @@ Message callTo(const char* name, const char* path = "/", const char* interface =
   return DMessage::makeNewMethodCallMessage(name, path, interface, member);
 }
 
-TEST(Message, GivesBackInOrderWhatWasWrittenAndKeepsWhatIsReadAsAnotherType) {
+TEST(Message, gives_back_in_order_what_was_written_and_keeps_what_is_read_as_another_type) {
   const Message call = callTo("a.b");
   call->writeInt16(-32768).writeInt32(-70000).writeDouble(-0.5).writeBoolean(true);
   call->writeString("text");
@@ -31,7 +32,7 @@ TEST(Message, GivesBackInOrderWhatWasWrittenAndKeepsWhatIsReadAsAnotherType) {
 }
 
 // libdbus ends the process on each of these, and the daemon the connection on the local ones.
-TEST(Message, IsNotMadeOfNamesThatBreakTheRules) {
+TEST(Message, is_not_made_of_names_that_break_the_rules) {
   EXPECT_FALSE(callTo("nodot") || callTo(nullptr) || callTo("a.b", nullptr));
   EXPECT_FALSE(callTo("a.b", "/", nullptr) || callTo("a.b", "/", "a.b", nullptr));
   EXPECT_FALSE(callTo("a.b", DBUS_PATH_LOCAL) || callTo("a.b", "/", DBUS_INTERFACE_LOCAL));
@@ -42,7 +43,7 @@ TEST(Message, IsNotMadeOfNamesThatBreakTheRules) {
 }
 
 // Every combination of the bytes at which the rules of UTF-8 turn, against libdbus's own opinion.
-TEST(Message, RepairsExactlyTheTextsThatTheBusRefuses) {
+TEST(Message, repairs_exactly_the_texts_that_the_bus_refuses) {
   const Message call = callTo("a.b");
   call->writeString("caf\xE9 a\xED\xA0\x80z");  // Latin-1 and a lone surrogate
   EXPECT_EQ(DMessage(call->raw(), DMessage::kRead).readString(), "caf\uFFFD a\uFFFD\uFFFD\uFFFDz");

@@ -1,6 +1,3 @@
-#include <DProxy.h>
-#include <FakePeer.h>
-#include <LoopThread.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -10,6 +7,10 @@
 #include <functional>
 #include <stdexcept>
 #include <string>
+
+#include "dbus_wrap/DProxy.h"
+#include "support/FakePeer.h"
+#include "support/LoopThread.h"
 
 namespace {
 
@@ -59,7 +60,7 @@ class Proxy : public testing::Test {
   DProxy proxy{kService, kPath, kService};  // on another thread than the loop's, which runs
 };
 
-TEST_F(Proxy, GivesEachCallItsOwnReplyInOrderAndOnTheLoopsThread) {
+TEST_F(Proxy, gives_each_call_its_own_reply_in_order_and_on_the_loops_thread) {
   std::atomic<int> next[] = {0, 1000, 2000, 3000};  // what each caller is answered next
   const auto takeReply = [&](const Message& reply, void* ofCaller) {
     EXPECT_EQ(std::this_thread::get_id(), loop.id());
@@ -78,7 +79,7 @@ TEST_F(Proxy, GivesEachCallItsOwnReplyInOrderAndOnTheLoopsThread) {
   ASSERT_TRUE(eventually([&] { return next[0] + next[1] + next[2] + next[3] == 7000; }));
 }
 
-TEST_F(Proxy, LetsACallbackThrowAndSendAndDropTheProxy) {
+TEST_F(Proxy, lets_a_callback_throw_and_send_and_drop_the_proxy) {
   auto own = std::make_shared<DProxy>(kService, kPath, kService);
   DProxy* raw = own.get();
   std::string result;
@@ -96,7 +97,7 @@ TEST_F(Proxy, LetsACallbackThrowAndSendAndDropTheProxy) {
   EXPECT_EQ(loop.run([&] { return result; }), "outeriot.test.Refused: not today, inner");
 }
 
-TEST_F(Proxy, SendsNothingThatTheBusWouldNotTakeAndNothingWithoutADaemon) {
+TEST_F(Proxy, sends_nothing_that_the_bus_would_not_take_and_nothing_without_a_daemon) {
   const std::string away = std::string(kSocket) + ".away";
   std::filesystem::rename(kSocket, away);
   DProxy alone(kService, kPath, kService);
@@ -115,7 +116,7 @@ TEST_F(Proxy, SendsNothingThatTheBusWouldNotTakeAndNothingWithoutADaemon) {
   }
 }
 
-TEST_F(Proxy, TakesNothingAlongAndLeavesNothingBehindWhenItGoes) {
+TEST_F(Proxy, takes_nothing_along_and_leaves_nothing_behind_when_it_goes) {
   const auto threads = entriesOf("/proc/self/task");
   const auto descriptors = entriesOf("/proc/self/fd");
   for (int i = 0; i < 200; ++i) {
@@ -130,7 +131,7 @@ TEST_F(Proxy, TakesNothingAlongAndLeavesNothingBehindWhenItGoes) {
 }
 
 // The one test that waits for real time to pass: 30 s.
-TEST_F(Proxy, GivesUpOnAReplyAfterHalfAMinuteAndDropsItWhenItStillComes) {
+TEST_F(Proxy, gives_up_on_a_reply_after_half_a_minute_and_drops_it_when_it_still_comes) {
   std::promise<void> goOn;
   service.on("wait", [go = goOn.get_future().share()](const test::Received&) {
     go.wait();
@@ -167,7 +168,7 @@ void loseTheDaemon() {
   _exit(ended && lives && closed ? 0 : 3);
 }
 
-TEST(ProxyDeathTest, EndsTheWorkersOfAllProxiesButNotTheProcessWhenTheDaemonIsLost) {
+TEST(ProxyDeathTest, ends_the_workers_of_all_proxies_but_not_the_process_when_the_daemon_is_lost) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(loseTheDaemon(), testing::ExitedWithCode(0),
               "DProxy connection to dbus-daemon disconnected, quit.");

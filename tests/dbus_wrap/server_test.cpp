@@ -1,11 +1,12 @@
-#include <DServer.h>
-#include <FakePeer.h>
-#include <LoopThread.h>
 #include <gtest/gtest.h>
 
 #include <stdexcept>
 #include <string>
 #include <vector>
+
+#include "dbus_wrap/DServer.h"
+#include "support/FakePeer.h"
+#include "support/LoopThread.h"
 
 namespace {
 
@@ -36,7 +37,8 @@ class EchoServer : public quillon::DServer {
   std::vector<std::string> notes;
 };
 
-TEST(Server, HandsOutCallsAndSignalsInOrderOutlivesAHandlersExceptionAndKeepsItsName) {
+TEST(Server,
+     hands_out_calls_and_signals_in_order_outlives_a_handlers_exception_and_keeps_its_name) {
   test::LoopThread loop;
   auto server = std::make_unique<EchoServer>(kName, kPath);
   ASSERT_EQ(server->prepare(), 0);

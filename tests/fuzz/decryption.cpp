@@ -1,12 +1,11 @@
 // Base64 texts and encrypted packages. The first byte is the length of the device's secret, the
 // rest is the text, once as it came and once as a plain text that was encrypted properly.
-#include <base64.h>
-#include <digest/digest.h>
-#include <util/aes/job_aes.h>
-
 #include <algorithm>
 
+#include "digest/digest.h"
 #include "support.h"
+#include "util/aes/job_aes.h"
+#include "util/base64.h"
 
 namespace {
 

@@ -1,9 +1,8 @@
 // Deployment requests, one after the other while the first is still under way. Each is answered
 // with exactly one complete report.
-#include <json_helper.h>
-
 #include "communicate_scene/request.h"
 #include "executor_api/registry.h"
+#include "lib/json_helper.h"
 #include "support.h"
 
 namespace {

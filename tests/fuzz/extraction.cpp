@@ -1,11 +1,10 @@
 // Archives, unpacked where symbolic links already lead outside.
-#include <comm_path.h>
-#include <file_text.h>
-#include <task_unzip.h>
-
 #include <filesystem>
 
+#include "lib/comm_path.h"
+#include "lib/file_text.h"
 #include "support.h"
+#include "util/task_unzip.h"
 
 void fuzz::check(const std::string& input) {
   const std::string archive = "/tarnvale/archive.zip";

@@ -3,8 +3,8 @@
 // "R" is a restart.
 #include "executor_api/method_calls.h"
 #include "executor_api/registry.h"
-#include "executor_api/tables.h"
 #include "support.h"
+#include "tables.h"
 
 namespace {
 

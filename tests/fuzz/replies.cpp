@@ -2,7 +2,7 @@
 // and its argument; "reset" is one to everybody. The answers follow, and are read as the bridge's
 // answer and as a status report, too.
 #include "communicate_scene/request.h"
-#include "dbus_process_call.h"
+#include "dbus_process_call/dbus_process_call.h"
 #include "executor_api/job_calls.h"
 #include "executor_api/job_status.h"
 #include "executor_api/reset.h"

@@ -1,12 +1,12 @@
 // Messages that the bridge delivers, each "TOPIC line, then the payload", while a registration, a
 // heartbeat and two status reports wait for their replies. "$0" to "$3" stand for the ids of these.
-#include "runner_api/routing.h"
+#include "scheduler_link/routing.h"
 
 #include <exception>
 
 #include "runner_api/runner.h"
 #include "support.h"
-#include "sync_job_status.h"
+#include "sync_job_status/sync_job_status.h"
 
 void fuzz::check(const std::string& input) {
   const std::vector<std::string> messages = start(input);

@@ -1,13 +1,8 @@
 #include "support.h"
 
-#include <LoopTasks.h>
-#include <comm_path.h>
 #include <curl/curl.h>
-#include <digest/digest.h>
 #include <fcntl.h>
 #include <gateway/config.h>
-#include <json_helper.h>
-#include <util/aes/job_aes.h>
 
 #include <algorithm>
 #include <cstdarg>
@@ -16,11 +11,16 @@
 #include <cstring>
 
 #include "communicate_scene/request.h"
-#include "dbus_process_call.h"
+#include "dbus_process_call/dbus_process_call.h"
+#include "dbus_wrap/LoopTasks.h"
+#include "digest/digest.h"
 #include "executor_api/registry.h"
-#include "executor_api/tables.h"
-#include "runner_api/identity.h"
-#include "runner_api/routing.h"
+#include "lib/comm_path.h"
+#include "lib/json_helper.h"
+#include "scheduler_link/identity.h"
+#include "scheduler_link/routing.h"
+#include "tables.h"
+#include "util/aes/job_aes.h"
 
 namespace fuzz {
 namespace {

@@ -3,9 +3,6 @@
 /// server in memory, and a watch over every file that is changed.
 #pragma once
 
-#include <DProxy.h>
-#include <parsed.h>
-
 #include <cstdio>
 #include <deque>
 #include <map>
@@ -14,6 +11,9 @@
 #include <string_view>
 #include <utility>
 #include <vector>
+
+#include "dbus_wrap/DProxy.h"
+#include "support/parsed.h"
 
 namespace fuzz {
 

@@ -1,17 +1,17 @@
 // What the local gateway's programs notice. Calls and messages as they should be are what a whole
 // gateway works with all the time; these it never meets.
-#include <call_fault.h>
 #include <gtest/gtest.h>
-#include <outcome.h>
-#include <reports.h>
-#include <request_check.h>
 
 #include <string>
 #include <tuple>
 #include <utility>
 #include <vector>
 
-#include <parsed.h>
+#include "executor/call_fault.h"
+#include "job/outcome.h"
+#include "scheduler/reports.h"
+#include "scheduler/request_check.h"
+#include "support/parsed.h"
 
 namespace {
 
@@ -23,7 +23,7 @@ std::string request(const std::string& text) {
 
 std::string report(const std::string& text) { return gateway::reportFault(test::parsed(text)); }
 
-TEST(Checkers, FindEveryMistakeInWhatIsOtherwiseGood) {
+TEST(Checkers, find_every_mistake_in_what_is_otherwise_good) {
   using Mistakes = std::vector<std::pair<std::string, std::string>>;
   const std::tuple<std::string (*)(const std::string&), std::string, Mistakes> cases[] = {
       {call,
@@ -50,7 +50,8 @@ TEST(Checkers, FindEveryMistakeInWhatIsOtherwiseGood) {
   EXPECT_NE(gateway::callFault("resetJobs", "s", ""), "");
 }
 
-TEST(Outcome, IsASuccessOnlyWithEveryResourceAndNothingThatDiffersFromWhatIsExpected) {
+TEST(Outcome,
+     is_a_success_only_with_every_resource_and_nothing_that_differs_from_what_is_expected) {
   const Json::Value event = test::parsed(R"({"event":"report","resources":[
       {"resourceId":"a","success":true,"code":"0"},{"resourceId":"b","success":null}]})");
   EXPECT_FALSE(gateway::succeeded(event));

@@ -1,25 +1,26 @@
-#include <CapturedLog.h>
-#include <comm_path.h>
 #include <gtest/gtest.h>
-#include <json_helper.h>
 
 #include <filesystem>
 #include <fstream>
 #include <string>
+
+#include "lib/comm_path.h"
+#include "lib/json_helper.h"
+#include "support/CapturedLog.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 using namespace std::string_literals;
 
-TEST(CommPath, NamesThatLeadElsewhereAreRefused) {
+TEST(CommPath, names_that_lead_elsewhere_are_refused) {
   for (const std::string& name : {"."s, ".."s, "a/b"s, "a\0b"s}) {
     EXPECT_EQ(jobm::jobPath("kind", name) + jobm::jobPath(name, "job"), "") << name;
   }
   EXPECT_EQ(jobm::jobPath("IFTTT", "..KEPT"), "/tarnvale/run/downloaded-job/ifttt/..KEPT");
 }
 
-TEST(CommPath, GenerateDirGivesUpAfterThreeAttempts) {
+TEST(CommPath, generate_dir_gives_up_after_three_attempts) {
   std::ofstream("/tarnvale/run") << "a file in the way";
   const test::CapturedLog log;
   EXPECT_EQ(jobm::generateDir("kind", "7"), "");
@@ -27,7 +28,7 @@ TEST(CommPath, GenerateDirGivesUpAfterThreeAttempts) {
   fs::remove("/tarnvale/run");
 }
 
-TEST(CommPath, DeletingATreeFollowsNoLink) {
+TEST(CommPath, deleting_a_tree_follows_no_link) {
   const fs::path folder = "/tmp/var";
   EXPECT_EQ(jobm::mkDir(folder / "tree/.hidden//deep/") + jobm::mkDir(folder / "kept/deep"), 0);
   for (const char* link : {"tree/.hidden/deep/link", "link"}) {
@@ -37,7 +38,7 @@ TEST(CommPath, DeletingATreeFollowsNoLink) {
   EXPECT_TRUE(fs::exists(folder / "kept/deep"));
 }
 
-TEST(Json, MayHaveCommentsAndNothingElseIsTaken) {
+TEST(Json, may_have_comments_and_nothing_else_is_taken) {
   Json::Value value;
   EXPECT_TRUE(jobm::json::parse("// before\n{} /* behind */ // and at the end", value));
   EXPECT_EQ(jobm::json::styled(value), "{}\n") << "the comments are gone";

@@ -1,4 +1,3 @@
-#include <CapturedLog.h>
 #include <gateway/config.h>
 #include <gtest/gtest.h>
 
@@ -7,6 +6,8 @@
 #include <memory>
 #include <optional>
 #include <string>
+
+#include "support/CapturedLog.h"
 
 namespace {
 
@@ -32,7 +33,7 @@ class Config : public testing::Test {
   const std::string path = "/tmp/var/made/by/it/gateway.db";
 };
 
-TEST_F(Config, GivesBackEveryByteToItsOwnerFromAFileThatMayBeDeletedOrReplaced) {
+TEST_F(Config, gives_back_every_byte_to_its_owner_from_a_file_that_may_be_deleted_or_replaced) {
   const std::string odd = "it's \"quoted\"\n\xFF\xFE no UTF-8 \xC3";
   ASSERT_TRUE(set(odd, odd));
   EXPECT_EQ(get(odd), odd);
@@ -53,7 +54,7 @@ TEST_F(Config, GivesBackEveryByteToItsOwnerFromAFileThatMayBeDeletedOrReplaced) 
   EXPECT_EQ(get("key"), "of the other");
 }
 
-TEST_F(Config, SeveralProcessesMayMakeItAtTheSameTime) {
+TEST_F(Config, several_processes_may_make_it_at_the_same_time) {
   const char* together =
       "for i in 1 2 3 4 5 6 7 8; do '" GATEWAY_CONFIG_TOOL "' set $i x & done; wait";
   for (int round = 0; round < 50; ++round) {
@@ -63,7 +64,7 @@ TEST_F(Config, SeveralProcessesMayMakeItAtTheSameTime) {
   }
 }
 
-TEST_F(Config, ToolLogsWhatTheEnvironmentAsksFor) {
+TEST_F(Config, tool_logs_what_the_environment_asks_for) {
   const test::CapturedLog log;
   setenv("GATEWAY_CONFIG_DB", "/dev/null/in/the/way", 1);
   EXPECT_NE(std::system("'" GATEWAY_CONFIG_TOOL "' get key"), 0);

@@ -1,6 +1,5 @@
 // The lambdas that log here have no names of their own.
 #define LOG_FUNCTION "f"
-#include <CapturedLog.h>
 #include <fcntl.h>
 #include <gateway/log_macros.h>
 #include <gtest/gtest.h>
@@ -17,11 +16,13 @@
 #include <string_view>
 #include <thread>
 
+#include "support/CapturedLog.h"
+
 namespace {
 
 using test::CapturedLog;
 
-TEST(Log, WritesTheTimeInUtcLevelFunctionAndMessageWithOneLineEnd) {
+TEST(Log, writes_the_time_in_utc_level_function_and_message_with_one_line_end) {
   setenv("TZ", "Asia/Tokyo", 1);
   tzset();
   const CapturedLog log;
@@ -37,7 +38,7 @@ TEST(Log, WritesTheTimeInUtcLevelFunctionAndMessageWithOneLineEnd) {
   EXPECT_TRUE(records.ends_with("Z REPORT f: no line end\n"));
 }
 
-TEST(Log, CutsALongRecordBetweenTwoCharactersAndMarksIt) {
+TEST(Log, cuts_a_long_record_between_two_characters_and_marks_it) {
   std::string characters;
   while (characters.size() < std::size_t{2} * PIPE_BUF) characters += "xéの𝄞";
   for (std::size_t shift = 0; shift < 10; ++shift) {
@@ -54,7 +55,7 @@ TEST(Log, CutsALongRecordBetweenTwoCharactersAndMarksIt) {
 
 std::atomic<int> handled{0};
 
-TEST(Log, WorksInAHandlerThatInterruptsAllocation) {
+TEST(Log, works_in_a_handler_that_interrupts_allocation) {
   const CapturedLog log;
   signal(SIGUSR1, [](int) {
     LOGI("handled %d %s %f", 1, "text", 0.5);
@@ -75,7 +76,7 @@ TEST(Log, WorksInAHandlerThatInterruptsAllocation) {
   EXPECT_EQ(log.count(": handled 1 text 0.500000\n"), 500U);
 }
 
-TEST(Log, SurvivesAReaderThatIsGoneAndLeavesErrnoAlone) {
+TEST(Log, survives_a_reader_that_is_gone_and_leaves_errno_alone) {
   const CapturedLog putsStandardErrorBack;
   int ends[2];
   ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);

@@ -3,18 +3,18 @@
 /// "/sys/key/device".
 #pragma once
 
-#include <CapturedLog.h>
-#include <FakePeer.h>
-#include <LoopThread.h>
-#include <dbus_process_call.h>
 #include <gtest/gtest.h>
-#include <parsed.h>
 
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "runner_api/identity.h"
+#include "dbus_process_call/dbus_process_call.h"
+#include "scheduler_link/identity.h"
+#include "support/CapturedLog.h"
+#include "support/FakePeer.h"
+#include "support/LoopThread.h"
+#include "support/parsed.h"
 
 namespace test {
 

@@ -1,12 +1,7 @@
 // The service as a process of its own, beside a bus daemon of the test's own that may be ended.
 
-#include <CapturedLog.h>
-#include <FakePeer.h>
-#include <file_text.h>
 #include <gateway/config.h>
 #include <gtest/gtest.h>
-#include <neighbour/child.h>
-#include <parsed.h>
 #include <sys/resource.h>
 
 #include <csignal>
@@ -15,6 +10,12 @@
 #include <optional>
 #include <string>
 #include <vector>
+
+#include "lib/file_text.h"
+#include "neighbour/child.h"
+#include "support/CapturedLog.h"
+#include "support/FakePeer.h"
+#include "support/parsed.h"
 
 using namespace test;
 

@@ -1,12 +1,11 @@
-#include <WebServer.h>
-#include <comm_path.h>
-
 #include <filesystem>
 
+#include "lib/comm_path.h"
 #include "neighbourhood.h"
 #include "runner_api/jobs.h"
-#include "runner_api/routing.h"
 #include "runner_api/runner.h"
+#include "scheduler_link/routing.h"
+#include "support/WebServer.h"
 
 using namespace test;
 

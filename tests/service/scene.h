@@ -2,16 +2,15 @@
 /// becomes of them.
 #pragma once
 
-#include <Archive.h>
-#include <WebServer.h>
-#include <digest/digest.h>
-
 #include <filesystem>
 #include <string>
 #include <vector>
 
 #include "communicate_scene/request.h"
+#include "digest/digest.h"
 #include "neighbourhood.h"
+#include "support/Archive.h"
+#include "support/WebServer.h"
 
 namespace test {
 

@@ -1,9 +1,10 @@
 
+#include "scene.h"
+
 #include <latch>
 #include <string>
 
 #include "executor_api/registry.h"
-#include "scene.h"
 
 using namespace test;
 namespace fs = std::filesystem;

@@ -1,7 +1,6 @@
-#include "jobm_server.h"
-
 #include <memory>
 
+#include "jobm_server/jobm_server.h"
 #include "neighbourhood.h"
 
 using namespace test;

@@ -1,9 +1,8 @@
-#include "sync_job_status.h"
-
-#include <comm_path.h>
+#include "sync_job_status/sync_job_status.h"
 
 #include <filesystem>
 
+#include "lib/comm_path.h"
 #include "neighbourhood.h"
 
 using namespace test;

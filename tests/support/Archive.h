@@ -1,13 +1,14 @@
 /// Zip archives that a test makes up.
 #pragma once
 
-#include <file_text.h>
 #include <gtest/gtest.h>
 #include <zip.h>
 #include <zlib.h>
 
 #include <string>
 #include <vector>
+
+#include "lib/file_text.h"
 
 namespace test {
 

@@ -2,13 +2,14 @@
 #pragma once
 
 #include <fcntl.h>
-#include <file_text.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
 #include <cstddef>
 #include <string>
 #include <string_view>
+
+#include "lib/file_text.h"
 
 namespace test {
 

@@ -1,7 +1,7 @@
 /// A neighbour of the service whose answers the test decides.
 #pragma once
 
-#include <neighbour/neighbour.h>
+#include "neighbour/neighbour.h"
 
 namespace test {
 

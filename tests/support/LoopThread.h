@@ -1,7 +1,6 @@
 /// The thread of the default loop, for tests of what runs on it.
 #pragma once
 
-#include <LoopTasks.h>
 #include <uv.h>
 
 #include <future>
@@ -9,6 +8,8 @@
 #include <thread>
 #include <type_traits>
 #include <utility>
+
+#include "dbus_wrap/LoopTasks.h"
 
 namespace test {
 

@@ -2,9 +2,10 @@
 #pragma once
 
 #include <json/writer.h>  // how a failed comparison shows a value
-#include <json_helper.h>
 
 #include <string>
+
+#include "lib/json_helper.h"
 
 namespace test {
 

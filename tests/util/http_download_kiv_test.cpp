@@ -1,17 +1,19 @@
-#include <CapturedLog.h>
-#include <WebServer.h>
-#include <aes/job_aes.h>
-#include <file_text.h>
+#include "util/http_download_kiv.h"
+
 #include <gtest/gtest.h>
-#include <http_download_kiv.h>
 
 #include <string>
 #include <tuple>
 
+#include "lib/file_text.h"
+#include "support/CapturedLog.h"
+#include "support/WebServer.h"
+#include "util/aes/job_aes.h"
+
 namespace {
 
 // How a transfer may end, whole deployments show.
-TEST(DownloadJob, StoresAPackageDecryptedWhenItIsMarkedAndLooksEncrypted) {
+TEST(DownloadJob, stores_a_package_decrypted_when_it_is_marked_and_looks_encrypted) {
   ASSERT_EQ(jobm::curl_init(), 0);
   const std::string file = "/tmp/var/file";
   const auto kept = [&] {

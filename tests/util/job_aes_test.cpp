@@ -1,5 +1,5 @@
-#include <aes/job_aes.h>
-#include <base64.h>
+#include "util/aes/job_aes.h"
+
 #include <gtest/gtest.h>
 
 #include <cctype>
@@ -7,9 +7,11 @@
 #include <string>
 #include <tuple>
 
+#include "util/base64.h"
+
 namespace {
 
-TEST(Base64, GivesBackWhatItWasGivenAndWritesNothingBehindIt) {
+TEST(Base64, gives_back_what_it_was_given_and_writes_nothing_behind_it) {
   using namespace std::string_literals;
   const std::pair<std::string, std::string> cases[] = {
       {"fo", "Zm8="}, {"foo", "Zm9v"}, {"\xFB\xFF\xBF\0"s, "+/+/AA=="}};
@@ -24,7 +26,7 @@ TEST(Base64, GivesBackWhatItWasGivenAndWritesNothingBehindIt) {
   }
 }
 
-TEST(Base64, IsEveryFourCharactersOfTheAlphabetAndNothingElse) {
+TEST(Base64, is_every_four_characters_of_the_alphabet_and_nothing_else) {
   EXPECT_FALSE(jobm::isBase64("AAAAAA"));
   for (int c = 0; c < 256; ++c) {
     for (const std::size_t at : {0, 1027}) {
@@ -39,7 +41,7 @@ TEST(Base64, IsEveryFourCharactersOfTheAlphabetAndNothingElse) {
 std::string secret;
 
 // The texts were encrypted by another program, whole blocks at a time.
-TEST(JobAes, DecryptsWhatOthersEncryptedAndRefusesImpossiblePadding) {
+TEST(JobAes, decrypts_what_others_encrypted_and_refuses_impossible_padding) {
   const std::string full = "0123456789abcdef0123456789ABCDEF";
   const std::tuple<std::string, std::string, std::optional<std::string>> cases[] = {
       {full, "dVrH0OlTzdAMfwGLoOQlYYazCJiyLrv0mgdxVE7TJlI=", "0123456789abcdef"},

@@ -1,14 +1,16 @@
-#include <Archive.h>
-#include <file_text.h>
+#include "util/task_unzip.h"
+
 #include <gtest/gtest.h>
 #include <sys/resource.h>
-#include <task_unzip.h>
 
 #include <csignal>
 #include <filesystem>
 #include <string>
 #include <tuple>
 #include <vector>
+
+#include "lib/file_text.h"
+#include "support/Archive.h"
 
 namespace {
 
@@ -36,7 +38,7 @@ class Unzip : public testing::Test {
   const std::string outside = folder / "outside";
 };
 
-TEST_F(Unzip, MakesUnixFilesExecutableAndReplacesWhatIsThere) {
+TEST_F(Unzip, makes_unix_files_executable_and_replaces_what_is_there) {
   fs::create_directories(destination + "/real");
   ASSERT_TRUE(jobm::writeFile(outside, "outside"));
   fs::create_directory_symlink("real", destination + "/inside");
@@ -56,7 +58,7 @@ TEST_F(Unzip, MakesUnixFilesExecutableAndReplacesWhatIsThere) {
   EXPECT_TRUE(fs::symlink_status(destination + "/link").type() == fs::file_type::regular);
 }
 
-TEST_F(Unzip, RefusesEntriesThatWouldLieOutsideBeforeAnyFileIsMade) {
+TEST_F(Unzip, refuses_entries_that_would_lie_outside_before_any_file_is_made) {
   fs::create_directories(outside);
   fs::create_directories(destination);
   fs::create_symlink("../outside", destination + "/link");
@@ -69,7 +71,7 @@ TEST_F(Unzip, RefusesEntriesThatWouldLieOutsideBeforeAnyFileIsMade) {
   }
 }
 
-TEST_F(Unzip, ReportsWhatIsWrongWithAnArchive) {
+TEST_F(Unzip, reports_what_is_wrong_with_an_archive) {
   const std::string good = test::zipOf({{"first", "x"}, {"second", "aaaa"}});
   const std::string record = "PK\x01\x02";
   const std::tuple<std::size_t, char, int> cases[] = {
@@ -86,7 +88,7 @@ TEST_F(Unzip, ReportsWhatIsWrongWithAnArchive) {
 }
 
 // Archivers that leave the 64-bit record out state 65,535 for any greater number.
-TEST_F(Unzip, UnpacksMoreEntriesThanAnArchiveCanStateAndNoticesDamageAmongThem) {
+TEST_F(Unzip, unpacks_more_entries_than_an_archive_can_state_and_notices_damage_among_them) {
   std::vector<test::ZipEntry> entries(65540, {"folder/", "", 0, 0});
   entries.back() = {"last", "text"};
   std::string bytes = test::zipOf(entries);
@@ -100,7 +102,7 @@ TEST_F(Unzip, UnpacksMoreEntriesThanAnArchiveCanStateAndNoticesDamageAmongThem) 
   EXPECT_EQ(unzip(bytes), 7);
 }
 
-TEST_F(Unzip, DataThatCanNotBeWrittenIsNoSuccess) {
+TEST_F(Unzip, data_that_can_not_be_written_is_no_success) {
   const std::string bytes = test::zipOf({{"file", std::string(100000, 'x')}});
   rlimit before{};
   getrlimit(RLIMIT_FSIZE, &before);

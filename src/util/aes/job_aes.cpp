@@ -1,4 +1,4 @@
-#include "job_aes.h"
+#include "util/aes/job_aes.h"
 
 #include <gateway/log_macros.h>
 #include <mbedtls/aes.h>
@@ -12,7 +12,7 @@
 #include <memory>
 #include <utility>
 
-#include "../base64.h"
+#include "util/base64.h"
 
 namespace jobm {
 namespace {

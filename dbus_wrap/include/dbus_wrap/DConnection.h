@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <memory>
 
-#include "DMessage.h"
+#include "dbus_wrap/DMessage.h"
 
 namespace quillon {
 

@@ -1,10 +1,7 @@
-#include "jobm_server.h"
+#include "jobm_server/jobm_server.h"
 
 #include <curl/curl.h>
-#include <dbus_process_call.h>
 #include <gateway/log_macros.h>
-#include <json_helper.h>
-#include <proxies.h>
 #include <unistd.h>
 
 #include <exception>
@@ -13,11 +10,14 @@
 #include <string_view>
 #include <utility>
 
+#include "dbus_process_call/dbus_process_call.h"
+#include "dbus_process_call/proxies.h"
 #include "engine_api/bus_control.h"
 #include "executor_api/job_status.h"
 #include "executor_api/registry.h"
-#include "runner_api/identity.h"
-#include "runner_api/routing.h"
+#include "lib/json_helper.h"
+#include "scheduler_link/identity.h"
+#include "scheduler_link/routing.h"
 
 namespace jobm {
 namespace {

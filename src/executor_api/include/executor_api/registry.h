@@ -5,7 +5,6 @@
 /// table.
 #pragma once
 
-#include <DProxy.h>
 #include <json/value.h>
 
 #include <memory>
@@ -13,6 +12,8 @@
 #include <set>
 #include <string>
 #include <vector>
+
+#include "dbus_wrap/DProxy.h"
 
 namespace jobm {
 

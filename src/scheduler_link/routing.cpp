@@ -1,8 +1,6 @@
-#include "routing.h"
+#include "scheduler_link/routing.h"
 
-#include <dbus_process_call.h>
 #include <gateway/log_macros.h>
-#include <json_helper.h>
 
 #include <chrono>
 #include <map>
@@ -10,7 +8,9 @@
 #include <stdexcept>
 #include <utility>
 
-#include "identity.h"
+#include "dbus_process_call/dbus_process_call.h"
+#include "lib/json_helper.h"
+#include "scheduler_link/identity.h"
 
 namespace jobm {
 namespace {

@@ -7,8 +7,8 @@
 #include <memory>
 #include <string>
 
-#include "DConnection.h"
-#include "DMessage.h"
+#include "dbus_wrap/DConnection.h"
+#include "dbus_wrap/DMessage.h"
 
 namespace quillon {
 

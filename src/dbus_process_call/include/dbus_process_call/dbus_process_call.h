@@ -3,13 +3,13 @@
 /// no proxies: every call then does nothing and returns its failure value. Any thread.
 #pragma once
 
-#include <DMessage.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
+
+#include "dbus_wrap/DMessage.h"
 
 namespace jobm {
 

@@ -6,9 +6,9 @@
 
 #include <string>
 
-#include "deployment_results.h"
-#include "method_calls.h"
-#include "registry.h"
+#include "executor_api/deployment_results.h"
+#include "executor_api/method_calls.h"
+#include "executor_api/registry.h"
 
 namespace jobm {
 

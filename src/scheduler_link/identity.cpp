@@ -1,4 +1,4 @@
-#include "identity.h"
+#include "scheduler_link/identity.h"
 
 #include <atomic>
 #include <mutex>

@@ -2,7 +2,6 @@
 /// proxy; replies come on the listening thread. Any thread may send.
 #pragma once
 
-#include <DProxy.h>
 #include <json/value.h>
 
 #include <cstdint>
@@ -11,7 +10,8 @@
 #include <optional>
 #include <string>
 
-#include "registry.h"
+#include "dbus_wrap/DProxy.h"
+#include "executor_api/registry.h"
 
 namespace jobm {
 

@@ -1,14 +1,14 @@
-#include "sync_job_status.h"
+#include "sync_job_status/sync_job_status.h"
 
-#include <comm_path.h>
-#include <dbus_process_call.h>
 #include <gateway/log_macros.h>
-#include <json_helper.h>
 
 #include <exception>
 
-#include "runner_api/identity.h"
-#include "runner_api/routing.h"
+#include "dbus_process_call/dbus_process_call.h"
+#include "lib/comm_path.h"
+#include "lib/json_helper.h"
+#include "scheduler_link/identity.h"
+#include "scheduler_link/routing.h"
 
 namespace jobm {
 namespace {

@@ -8,8 +8,8 @@
 #include <mutex>
 #include <string>
 
-#include "DConnection.h"
-#include "DMessage.h"
+#include "dbus_wrap/DConnection.h"
+#include "dbus_wrap/DMessage.h"
 
 namespace quillon {
 

@@ -3,9 +3,9 @@
 /// using the proxies. Load a pointer once per use and test it.
 #pragma once
 
-#include <DProxy.h>
-
 #include <atomic>
+
+#include "dbus_wrap/DProxy.h"
 
 namespace jobm {
 

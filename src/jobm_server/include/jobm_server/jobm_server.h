@@ -3,9 +3,9 @@
 /// them.
 #pragma once
 
-#include <DServer.h>
-
 #include <memory>
+
+#include "dbus_wrap/DServer.h"
 
 namespace jobm {
 

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string>
 
-#include "registry.h"
+#include "executor_api/registry.h"
 
 namespace jobm {
 
