@@ -1,8 +1,9 @@
 /// The registry of executors and parsers: services that run deployed jobs or process resources.
-/// Registrations are kept in the configuration store and restored at start-up. The listening thread
-/// owns the tables; a lock covers start-up, when the main thread restores while the first
-/// registrations come in. Lookups return copies, so that a reply handler never reaches into a
-/// table.
+/// Registrations are kept in the configuration store and restored at start-up: a parser's in full,
+/// an executor's without its entries in the watch table, so that it isn't called for its types
+/// until it has registered anew. The listening thread owns the tables; a lock covers start-up, when
+/// the main thread restores while the first registrations come in. Lookups return copies, so that a
+/// reply handler never reaches into a table.
 #pragma once
 
 #include <json/value.h>
@@ -31,8 +32,9 @@ struct Executor {
 };
 
 /// Takes a registration in. Returns "" or the text that says what is wrong with it. A payload is
-/// stored before its address and types are checked, and comes back unchecked at the next start;
-/// deliberately so. Listening thread.
+/// stored before its address and types are checked, so one that is refused replaces what was stored
+/// under its name: an executor's comes back unchecked at the next start, a parser's is refused
+/// again and its name gone. Listening thread.
 std::string registerExecutor(const std::string& payload);
 std::string registerParser(const std::string& payload);
 
@@ -45,8 +47,9 @@ int saveExecutor2ConfigManager(const std::string& executorName, const std::strin
 /// back. As above.
 int saveToConfigManager(const std::string& key, const std::string& name, const Json::Value& value);
 
-/// Restores what is stored, then installs the built-in executors. Main thread, once, at start-up. A
-/// service that registered by itself in the meantime keeps its newer record.
+/// Restores what is stored, then installs the built-in executors and the watch types that are
+/// always served. Main thread, once, at start-up. A service that registered by itself in the
+/// meantime keeps its newer record.
 void initAllExecutors();
 
 std::optional<Executor> getExecutor(const std::string& name);
