@@ -78,15 +78,17 @@ TEST(Registry, replaces_the_record_of_a_name_while_its_watch_sets_only_grow) {
 }
 
 TEST(Registry, restores_unchecked_what_was_stored_and_always_has_the_built_in_executors) {
-  setConfig(kExecutors, R"({"broken":{"executorName":{}},"IFTTTEngine":)" +
-                            registration("IFTTTEngine", "iot.test.impostor", "[]", R"(["x"])") +
-                            R"(,"Rillmark":)" +
-                            registration("Rillmark", "iot.edge.Rillmark", "[]", R"(["kept"])") +
-                            "}");
+  setConfig(kExecutors,
+            R"({"broken":{"executorName":{}},"IFTTTEngine":)" +
+                registration("IFTTTEngine", "iot.test.impostor", "[]", R"(["x"])") +
+                R"(,"Rillmark":)" +
+                registration("Rillmark", "iot.edge.Rillmark", R"(["old2"])", R"(["kept"])") + "}");
   setConfig(kParsers, R"({"oldParser":)" + registration("oldParser", "iot.test.p", R"(["old1"])") +
                           R"(,"badParser":{"executorName":"badParser"}})");
   initAllExecutors();
   EXPECT_THAT(getParsersByWatchType("old1"), ElementsAre("oldParser"));
+  // Unlike a parser's, an executor's types are not served before it registers anew.
+  EXPECT_TRUE(getExecutorsByWatchType("old2").empty());
   EXPECT_FALSE(getExecutor("broken") || getParser("badParser"));
 
   setConfig(kExecutors, "no JSON");
