@@ -1,13 +1,15 @@
-/// What the phases of one deployment share. Held by whoever still has to answer for it; listening
+/// One deployment in its parser and executor phases: what they share, and how it ends. Listening
 /// thread only.
 #pragma once
 
 #include <json/value.h>
 
+#include <cstdint>
+#include <functional>
+#include <map>
 #include <memory>
+#include <optional>
 #include <string>
-
-#include "executor_api/deployment_results.h"
 
 namespace jobm {
 
@@ -22,16 +24,58 @@ enum SceneCode : int {
 /// What is to be done with a resource.
 enum Operate : int { kOnAdd = 0, kOnDelete = 1 };
 
+/// Replies of executors for the deployment in flight: one process-wide pair, because deployments
+/// run one at a time. Set when the executors are called, advanced by each reply.
+struct ExecutorResultCounter {
+  std::uint32_t done = 0;
+  std::uint32_t total = 0;
+};
+extern ExecutorResultCounter G_ExecutorResultCounter;
+
+enum class Phase { kParsers, kExecutors };
+
 struct Deployment {
   std::string deployId;
   std::string taskId;
   Json::Value resources;   // of the request
   Json::Value downloaded;  // one result item for each of them, in their order
-  SharedResults summary;   // by snapshotId
-  int received = 0;        // answers of parsers
-  int expected = 0;        // calls to parsers
+
+  Json::Value summary{Json::objectValue};  // by snapshotId
+  Phase phase = Phase::kParsers;
+  int received = 0;                    // answers of parsers
+  int expected = 0;                    // calls to parsers
+  std::map<std::string, int> awaited;  // snapshotId to its calls that no parser has answered yet
+  bool ended = false;
 };
+
+/// Held by whoever may still add to the deployment: the phase under way and every reply handler.
 using SharedDeployment = std::shared_ptr<Deployment>;
+
+/// Begins the parser and executor phases of `deployment`; until it has ended, later requests wait.
+///
+/// It ends through endDeployment, and is over then:
+///   - when the last executor has answered, or none was to be called;
+///   - when the last parser has answered and one of them, or another resource, has failed;
+///   - when its last holder has gone without either: a parser never answered. Its resources then
+///     fail, and no executor is called.
+SharedDeployment beginDeployment(Deployment&& deployment);
+
+/// Ends a deployment: reports `details`, tells the executors that the batch is finished if they
+/// were called, and has the next request start, from the loop.
+void endDeployment(Deployment& deployment, Json::Value&& details);
+
+/// What a report says of the entry `name` of the summary; nothing when the entry is none.
+using DetailOf = std::optional<Json::Value> (*)(const std::string& name, const Json::Value& entry);
+
+/// The whole entry, with its name as "snapshotId": what is reported of the parser phase.
+std::optional<Json::Value> wholeDetail(const std::string& name, const Json::Value& entry);
+
+/// "code", "message", "success" and "snapshotId", null where the entry lacks one: what is reported
+/// of the executor phase.
+std::optional<Json::Value> finalDetail(const std::string& name, const Json::Value& entry);
+
+/// The details of a report, in the order of the snapshotIds.
+Json::Value collectDetails(const Json::Value& summary, DetailOf detailOf);
 
 /// True when `resource` is an object whose "operate" is the integer `operate`.
 inline bool hasOperate(const Json::Value& resource, Operate operate) {

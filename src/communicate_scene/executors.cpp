@@ -37,10 +37,29 @@ void groupResources(const Json::Value& resources, ResourceGroups& added, Resourc
   }
 }
 
+// Counted first, whatever the reply holds: a deployment always comes to its end.
+void countReply() {
+  ++G_ExecutorResultCounter.done;
+  LOGI("G_ExecutorResultCounter(%d/%d)", static_cast<int>(G_ExecutorResultCounter.done),
+       static_cast<int>(G_ExecutorResultCounter.total));
+}
+
+void endWhenAllAnswered(Deployment& deployment) {
+  if (G_ExecutorResultCounter.done != G_ExecutorResultCounter.total) return;
+  endDeployment(deployment, collectDetails(deployment.summary, finalDetail));
+}
+
+JobReplyHandler replyHandler(const SharedDeployment& deployment) {
+  return [deployment](const RecordReply& record) {
+    countReply();
+    record(deployment->summary);
+    endWhenAllAnswered(*deployment);
+  };
+}
+
 // A call that was never sent brings no answer: its resources have failed already, and it isn't
 // waited for.
-void recordUnsent(const Deployment& deployment, const Json::Value& resources,
-                  const Json::Value& result) {
+void recordUnsent(Deployment& deployment, const Json::Value& resources, const Json::Value& result) {
   --G_ExecutorResultCounter.total;
   for (const Json::Value& resource : resources) {
     const std::string snapshotId = json::textOf(resource, "snapshotId");
@@ -49,34 +68,35 @@ void recordUnsent(const Deployment& deployment, const Json::Value& resources,
     entry["success"] = false;
     entry["code"] = std::to_string(result["code"].asInt());
     entry["message"] = result["message"];
-    deployment.summary->entries[snapshotId] = std::move(entry);
+    deployment.summary[snapshotId] = std::move(entry);
   }
 }
 
-void deployGroup(const Deployment& deployment, const std::string& executor,
+void deployGroup(const SharedDeployment& deployment, const std::string& executor,
                  Json::Value& resources) {
   LOGI("handleEngineResourcesByExecutor executor :%s, job count: %d", executor.c_str(),
        static_cast<int>(resources.size()));
   LOGI("   addResources =%s", json::styled(resources).c_str());
-  const Json::Value result =
-      deployEJob(deployment.deployId, deployment.taskId, resources, executor, deployment.summary);
-  if (result["code"].asInt() != 0) recordUnsent(deployment, resources, result);
+  const Json::Value result = deployEJob(deployment->deployId, deployment->taskId, resources,
+                                        executor, replyHandler(deployment));
+  if (result["code"].asInt() != 0) recordUnsent(*deployment, resources, result);
 }
 
-void deleteGroup(const Deployment& deployment, const std::string& executor,
+void deleteGroup(const SharedDeployment& deployment, const std::string& executor,
                  const Json::Value& resources) {
   LOGI("handleEngineResourcesByExecutor executor :%s delResources =%s", executor.c_str(),
        json::styled(resources).c_str());
-  const Json::Value result =
-      deleteEJob(deployment.deployId, deployment.taskId, resources, executor, deployment.summary);
+  const Json::Value result = deleteEJob(deployment->deployId, deployment->taskId, resources,
+                                        executor, replyHandler(deployment));
   const int code = result["code"].asInt();
   // A deletion whose job list couldn't be stored is sent all the same.
-  if (code != 0 && code != kStoreFailed) recordUnsent(deployment, resources, result);
+  if (code != 0 && code != kStoreFailed) recordUnsent(*deployment, resources, result);
 }
 
 }  // namespace
 
 void NotifyExecutors(const SharedDeployment& deployment) {
+  deployment->phase = Phase::kExecutors;
   ResourceGroups added;
   ResourceGroups deleted;
   groupResources(deployment->resources, added, deleted);
@@ -85,14 +105,12 @@ void NotifyExecutors(const SharedDeployment& deployment) {
        static_cast<int>(added.size()), static_cast<int>(deleted.size()));
   ExecutorResultCounter& counter = G_ExecutorResultCounter;
   counter = {0, static_cast<std::uint32_t>(added.size() + deleted.size())};
-  for (auto& [executor, resources] : added) deployGroup(*deployment, executor, resources);
-  for (const auto& [executor, resources] : deleted) deleteGroup(*deployment, executor, resources);
+  for (auto& [executor, resources] : added) deployGroup(deployment, executor, resources);
+  for (const auto& [executor, resources] : deleted) deleteGroup(deployment, executor, resources);
   LOGI("wait G_ExecutorResultCounter(%d/%d)", static_cast<int>(counter.done),
        static_cast<int>(counter.total));
   // Nobody to wait for: no executor was called.
-  if (counter.done == counter.total) {
-    reportFinalResult(deployment->deployId, deployment->taskId, deployment->summary);
-  }
+  endWhenAllAnswered(*deployment);
 }
 
 }  // namespace jobm

@@ -5,8 +5,8 @@
 
 namespace jobm {
 
-/// Hands the resources to the executors of their types. The last executor's answer reports the
-/// deployment; when none is called, it is reported here.
+/// Hands the resources to the executors of their types. The last executor's answer ends the
+/// deployment; when none is called, it ends here.
 void NotifyExecutors(const SharedDeployment& deployment);
 
 }  // namespace jobm

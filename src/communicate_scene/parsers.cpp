@@ -42,7 +42,7 @@ std::vector<Notification> collectNotifications(Deployment& deployment) {
     LOGI("%d parsers were registered to resourceType %s", static_cast<int>(parsers.size()),
          type.c_str());
     const char* message = parsers.empty() ? "No one registered, ignored." : "";
-    deployment.summary->entries[snapshotId] = summaryEntry(snapshotId, message);
+    deployment.summary[snapshotId] = summaryEntry(snapshotId, message);
     for (const std::string& parser : parsers) notifications.push_back({parser, i});
   }
   return notifications;
@@ -68,6 +68,7 @@ bool notifyParser(const SharedDeployment& deployment, const Notification& notifi
   const Json::Value request = buildRequest(*deployment, notification.position);
   const std::string snapshotId = json::textOf(request, "snapshotId");
   LOGI("Notifying parser %s to process %s", name.c_str(), snapshotId.c_str());
+  ++deployment->awaited[snapshotId];
   const std::string text = json::styled(request);
   callMethod("deployConfig", *parser, text,
              [call = ParserCall{deployment, name, text, snapshotId}](

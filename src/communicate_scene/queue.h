@@ -3,17 +3,20 @@
 #pragma once
 
 #include <functional>
-#include <string>
-
-#include "deployment.h"
 
 namespace jobm {
 
-/// Runs `start(payload)` now, or once the deployments before it are over.
-void runInTurn(const std::string& payload, void (*start)(const std::string& payload));
+/// What a request does when its turn has come. Runs on the listening thread.
+using Turn = std::function<void()>;
 
-/// The results of a deployment that goes on to parsers and executors. Until their last share goes,
-/// later requests wait.
-SharedResults beginDeployment(const std::string& deployId);
+/// Takes `turn` now, or once everything before it is over.
+void runInTurn(Turn turn);
+
+/// Has later requests wait from now on: a deployment is with the parsers or executors.
+void holdQueue();
+
+/// Has the next request take its turn, from the loop: whoever calls this is in the middle of a
+/// reply's handling.
+void resumeQueue();
 
 }  // namespace jobm

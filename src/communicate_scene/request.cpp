@@ -142,28 +142,27 @@ bool storeResources(Deployment& deployment) {
 }
 
 void deploy(const std::string& deployId, const std::string& taskId, Json::Value&& resources) {
-  auto deployment = std::make_shared<Deployment>();
-  deployment->deployId = deployId;
-  deployment->taskId = taskId;
-  deployment->resources = std::move(resources);
+  Deployment deployment;
+  deployment.deployId = deployId;
+  deployment.taskId = taskId;
+  deployment.resources = std::move(resources);
   LOGI("Beginning download resources...");
-  deployment->downloaded = downloadResources(deployment->resources);
-  if (!deployment->downloaded.isArray()) {
+  deployment.downloaded = downloadResources(deployment.resources);
+  if (!deployment.downloaded.isArray()) {
     LOGE(
         "Error occurred while downloading: returned result from function downloadResources is not "
         "an JSON array.");
-    reportDownloads(*deployment);
+    reportDownloads(deployment);
     return;
   }
-  deleteResources(*deployment);
-  if (!checkDownloads(*deployment)) return;
-  LOGI("downloadResult: \n%s", json::styled(deployment->downloaded).c_str());
+  deleteResources(deployment);
+  if (!checkDownloads(deployment)) return;
+  LOGI("downloadResult: \n%s", json::styled(deployment.downloaded).c_str());
   LOGI("All resources are downloaded, setting content to Config manager with key = resourceType.");
-  if (!storeResources(*deployment)) return;
+  if (!storeResources(deployment)) return;
   LOGI("All resources are written into Config manager with key = resourceType.");
   LOGI("Going to notify all parsers to process resources");
-  deployment->summary = beginDeployment(deployId);
-  notifyParsers(deployment);
+  notifyParsers(beginDeployment(std::move(deployment)));
 }
 
 // Takes the resources out of the request: there may be thousands.
@@ -202,6 +201,8 @@ void startRequest(const std::string& payload) {
 
 }  // namespace
 
-void handle1Job(const std::string& payload) { runInTurn(payload, startRequest); }
+void handle1Job(const std::string& payload) {
+  runInTurn([payload] { startRequest(payload); });
+}
 
 }  // namespace jobm

@@ -29,7 +29,6 @@ struct JobCall {
   std::string taskId;
   std::string executorName;
   Json::Value resources;
-  SharedResults results;
 };
 
 Json::Value immediateResult(int code, const std::string& message) {
@@ -74,7 +73,7 @@ DataIndex indexData(const Json::Value& data) {
 }
 
 // A resource that the reply says nothing about counts as successful without a code, also when the
-// whole call failed; deliberately kept.
+// whole call failed: this executor only names what went wrong.
 Json::Value corvexEntry(const Json::Value& item, const DataIndex& index) {
   const std::string resourceId = json::textOf(item, "resourceId");
   Json::Value entry = plainEntry(item, true);
@@ -107,37 +106,17 @@ Json::Value readCorvexEntry(const Json::Value& item, const DataIndex& index) {
   }
 }
 
-void recordPlain(const JobCall& call, bool success) {
+void recordPlain(const JobCall& call, bool success, Json::Value& summary) {
   for (const Json::Value& item : std::as_const(call.resources)) {
-    call.results->entries[json::textOf(item, "snapshotId")] = plainEntry(item, success);
+    summary[json::textOf(item, "snapshotId")] = plainEntry(item, success);
   }
 }
 
-void recordCorvex(const JobCall& call, const Json::Value& data) {
+void recordCorvex(const JobCall& call, const Json::Value& data, Json::Value& summary) {
   const DataIndex index = indexData(data);
   for (const Json::Value& item : std::as_const(call.resources)) {
-    call.results->entries[json::textOf(item, "snapshotId")] = readCorvexEntry(item, index);
+    summary[json::textOf(item, "snapshotId")] = readCorvexEntry(item, index);
   }
-}
-
-void recordDeployReply(const JobCall& call, const ExecutorReply& reply) {
-  if (call.executorName == kCorvexConfig) {
-    recordCorvex(call, reply.data);
-  } else {
-    recordPlain(call, reply.code == 0);
-  }
-}
-
-// Counted first, whatever the reply holds: a deployment always comes to its end.
-void countReply() {
-  ++G_ExecutorResultCounter.done;
-  LOGI("G_ExecutorResultCounter(%d/%d)", static_cast<int>(G_ExecutorResultCounter.done),
-       static_cast<int>(G_ExecutorResultCounter.total));
-}
-
-void finishWhenComplete(const JobCall& call) {
-  if (G_ExecutorResultCounter.done != G_ExecutorResultCounter.total) return;
-  reportFinalResult(call.deployId, call.taskId, call.results);
 }
 
 void logNoReply(const JobCall& call) {
@@ -154,46 +133,53 @@ void logDeleteError(const char* text) { LOGE("deleteJob error res = %s\n", text)
 // Says "publish", unlike the deploy call's line; its readers know it so.
 void logDeleteException(const char* what) { LOGE("publish json error ! e = %s", what); }
 
-void handleDeployReply(const JobCall& call, const Message& message) {
-  countReply();
-  ExecutorReply reply;
+ExecutorReply readDeployReply(const JobCall& call, const Message& message) {
   if (!message) {
     logNoReply(call);
-  } else {
-    const std::string text = message->readString();
-    LOGI("deployJob executor : %s sendMessageWithReply res = %s\n", call.executorName.c_str(),
-         text.c_str());
-    reply = classifyReply(text, {logDeployParseFailed, logDeployError, logDeployException});
+    return {};
   }
-  recordDeployReply(call, reply);
-  finishWhenComplete(call);
+  const std::string text = message->readString();
+  LOGI("deployJob executor : %s sendMessageWithReply res = %s\n", call.executorName.c_str(),
+       text.c_str());
+  return classifyReply(text, {logDeployParseFailed, logDeployError, logDeployException});
 }
 
-void handleDeleteReply(const JobCall& call, const Message& message) {
-  countReply();
-  ExecutorReply reply;
+ExecutorReply readDeleteReply(const JobCall& call, const Message& message) {
   if (!message) {
     LOGI("deleteJob %s sendMessageWithReply reply NULL\n", call.executorName.c_str());
     logNoReply(call);
-  } else {
-    const std::string text = message->readString();
-    LOGI("deleteJob %s sendMessageWithReply res = %s\n", call.executorName.c_str(), text.c_str());
-    reply = classifyReply(text, {logDeleteParseFailed, logDeleteError, logDeleteException});
+    return {};
   }
-  recordPlain(call, reply.code == 0);
-  finishWhenComplete(call);
+  const std::string text = message->readString();
+  LOGI("deleteJob %s sendMessageWithReply res = %s\n", call.executorName.c_str(), text.c_str());
+  return classifyReply(text, {logDeleteParseFailed, logDeleteError, logDeleteException});
 }
 
-using ReplyReader = void (*)(const JobCall&, const Message&);
+void recordDeployReply(const JobCall& call, const Message& message, Json::Value& summary) {
+  const ExecutorReply reply = readDeployReply(call, message);
+  if (call.executorName == kCorvexConfig) {
+    recordCorvex(call, reply.data, summary);
+  } else {
+    recordPlain(call, reply.code == 0, summary);
+  }
+}
 
-// Sends the call with the resources as its argument; the reply handler holds copies and a share of
-// the results.
+void recordDeleteReply(const JobCall& call, const Message& message, Json::Value& summary) {
+  recordPlain(call, readDeleteReply(call, message).code == 0, summary);
+}
+
+using ReplyReader = void (*)(const JobCall&, const Message&, Json::Value& summary);
+
+// Sends the call with the resources as its argument; the reply handler holds copies.
 void sendJobCall(const Executor& executor, const Message& call, const std::string& payload,
-                 std::shared_ptr<const JobCall> job, ReplyReader reader) {
+                 JobCall&& job, ReplyReader reader, const JobReplyHandler& onReply) {
   if (!payload.empty()) call->writeString(payload);
   sendMessageWithReply(
       executor.proxy, call,
-      [job = std::move(job), reader](const Message& reply, void*) { reader(*job, reply); },
+      [job = std::make_shared<const JobCall>(std::move(job)), reader, onReply](const Message& reply,
+                                                                               void*) {
+        onReply([&](Json::Value& summary) { reader(*job, reply, summary); });
+      },
       nullptr);
 }
 
@@ -220,7 +206,7 @@ Json::Value noService() { return immediateResult(kNoService, "Service not exist"
 
 Json::Value deployEJob(const std::string& deployId, const std::string& taskId,
                        Json::Value& resources, const std::string& executorName,
-                       const SharedResults& results) {
+                       const JobReplyHandler& onReply) {
   const std::optional<Executor> executor = getExecutor(executorName);
   if (!executor) {
     LOGE("deployJob can`t find registered %s ", executorName.c_str());
@@ -235,14 +221,14 @@ Json::Value deployEJob(const std::string& deployId, const std::string& taskId,
   }
   const std::string payload = json::styled(resources);
   LOGI("deployJob executor :%s payload =%s\n", executorName.c_str(), payload.c_str());
-  auto job = std::make_shared<JobCall>(JobCall{deployId, taskId, executorName, resources, results});
-  sendJobCall(*executor, call, payload, std::move(job), handleDeployReply);
+  sendJobCall(*executor, call, payload, {deployId, taskId, executorName, resources},
+              recordDeployReply, onReply);
   return immediateResult(0, "deploy success");
 }
 
 Json::Value deleteEJob(const std::string& deployId, const std::string& taskId,
                        const Json::Value& resources, const std::string& executorName,
-                       const SharedResults& results) {
+                       const JobReplyHandler& onReply) {
   LOGI("deleteJob executor =%s", executorName.c_str());
   const std::optional<Executor> executor = getExecutor(executorName);
   if (!executor) return unknownExecutor(executorName);
@@ -251,8 +237,8 @@ Json::Value deleteEJob(const std::string& deployId, const std::string& taskId,
   if (!call) return noService();
   const std::string payload = json::styled(resources);
   LOGI("deleteJob executor :%s payload =%s\n", executorName.c_str(), payload.c_str());
-  auto job = std::make_shared<JobCall>(JobCall{deployId, taskId, executorName, resources, results});
-  sendJobCall(*executor, call, payload, std::move(job), handleDeleteReply);
+  sendJobCall(*executor, call, payload, {deployId, taskId, executorName, resources},
+              recordDeleteReply, onReply);
   return stored ? immediateResult(0, "delete success")
                 : immediateResult(kStoreFailed, "SetConfigManager_Fail");
 }

@@ -23,9 +23,11 @@ constexpr const char* kDisconnected =
     "Message recipient disconnected from message bus without replying";
 constexpr const char* kNotProvided = "was not provided by any .service files";
 
+ExecutorReply noService() { return {kNoService, "Service not exist", {}}; }
+
 ExecutorReply busFailure(const std::string& text) {
-  if (text == kDisconnected) return {kNoReply, "timeout without reply", {}};
-  if (text.find(kNotProvided) != std::string::npos) return {kNoService, "Service not exist", {}};
+  if (text == kDisconnected) return {kNoReply, kNoReplyMessage, {}};
+  if (text.find(kNotProvided) != std::string::npos) return noService();
   return replyFormatError();
 }
 
@@ -57,14 +59,14 @@ void handleMethodReply(const std::string& method, const MethodResultCallback& ca
   callback(reply.code, reply.message, reply.answered ? json::styled(reply.data) : "");
 }
 
-// Reports a call that could not even be made, from the loop like every other outcome.
-void reportNoService(const MethodResultCallback& callback) {
+// Reports a call that can't even be made, from the loop like every other outcome.
+void reportLater(const MethodResultCallback& callback, const ExecutorReply& outcome) {
   if (!callback) return;
-  quillon::postToLoop([callback] { callback(kNoService, "Service not exist", ""); });
+  quillon::postToLoop([callback, outcome] { callback(outcome.code, outcome.message, ""); });
 }
 
-// Copies of every executor that watches more than one type; those with exactly one deliberately
-// don't hear of finished batches.
+// Copies of every executor that watches more than one type; one with a single type has the whole
+// batch in its one call.
 std::vector<Executor> batchWatchers() {
   std::vector<Executor> watchers;
   for (Executor& executor : allExecutors()) {
@@ -139,11 +141,16 @@ void callMethod(const char* method, const Executor& executor, const std::string&
   }
   const Message call = executor.proxy->makeMethodCall(method);
   if (!call) {
-    reportNoService(callback);
+    reportLater(callback, noService());
     return;
   }
   LOGI("payload= %s", payload.c_str());
   if (!payload.empty()) call->writeString(payload);
+  if (!call->fitsBus()) {
+    LOGE("callMethod %s for %s is too long for the bus\n", method, executor.executorName.c_str());
+    reportLater(callback, replyFormatError());
+    return;
+  }
   sendMessageWithReply(
       executor.proxy, call,
       [name = std::string(method), callback](const Message& reply, void*) {

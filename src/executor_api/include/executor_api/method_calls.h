@@ -30,6 +30,9 @@ enum ResultCode : int {
   kNoService = 101207,
 };
 
+/// The message of kNoReply.
+inline constexpr const char* kNoReplyMessage = "timeout without reply";
+
 /// What became of a call.
 struct ExecutorReply {
   int code = kNoReply;
@@ -68,7 +71,7 @@ void sendMessageWithReply(const std::shared_ptr<quillon::DProxy>& proxy,
 
 /// Calls `method` with `payload` as its argument (none when it is empty). `callback` may be empty;
 /// it isn't called when no reply comes. A service whose address can't be called counts as not
-/// existing.
+/// existing, a payload that the bus doesn't take as one that can't be read.
 void callMethod(const char* method, const Executor& executor, const std::string& payload,
                 const MethodResultCallback& callback);
 

@@ -1,0 +1,93 @@
+#include "deployment.h"
+
+#include <gateway/log_macros.h>
+
+#include <exception>
+#include <utility>
+
+#include "executor_api/method_calls.h"
+#include "lib/json_helper.h"
+#include "queue.h"
+#include "sync_job_status/sync_job_status.h"
+
+namespace jobm {
+
+ExecutorResultCounter G_ExecutorResultCounter;
+
+namespace {
+
+// The parsers that were asked about these resources are silent for good.
+void failAwaited(Deployment& deployment) {
+  for (const auto& [snapshotId, calls] : deployment.awaited) {
+    if (calls == 0) continue;
+    Json::Value& entry = deployment.summary[snapshotId];
+    entry["success"] = false;
+    entry["code"] = std::to_string(kNoReply);
+    entry["message"] = kNoReplyMessage;
+  }
+}
+
+void endAbandoned(Deployment& deployment) {
+  LOGW("deployment %s: %d of %d parsers answered, the others' resources have failed.",
+       deployment.deployId.c_str(), deployment.received, deployment.expected);
+  failAwaited(deployment);
+  endDeployment(deployment, collectDetails(deployment.summary, wholeDetail));
+}
+
+// The last holder has gone. It may be a reply handler in the middle of its destruction, so nothing
+// leaves here.
+void release(Deployment* last) noexcept {
+  const std::unique_ptr<Deployment> deployment(last);
+  try {
+    if (!deployment->ended) endAbandoned(*deployment);
+  } catch (const std::exception& e) {
+    LOGE("release Exception e = %s\n", e.what());
+  }
+}
+
+}  // namespace
+
+SharedDeployment beginDeployment(Deployment&& deployment) {
+  holdQueue();
+  return {std::make_unique<Deployment>(std::move(deployment)).release(), release};
+}
+
+void endDeployment(Deployment& deployment, Json::Value&& details) {
+  deployment.ended = true;
+  resourcesReply(deployment.deployId, deployment.taskId, details, kDeploy);
+  if (deployment.phase == Phase::kExecutors) callOnWatchTypesFinish();
+  resumeQueue();
+}
+
+std::optional<Json::Value> wholeDetail(const std::string& name, const Json::Value& entry) {
+  if (!entry.isObject()) return std::nullopt;
+  Json::Value detail = entry;
+  detail["snapshotId"] = name;
+  return detail;
+}
+
+std::optional<Json::Value> finalDetail(const std::string& /*name*/, const Json::Value& entry) {
+  if (!entry.isObject() || !entry.isMember("snapshotId")) return std::nullopt;
+  Json::Value detail(Json::objectValue);
+  for (const char* key : {"code", "message", "success", "snapshotId"}) detail[key] = entry[key];
+  return detail;
+}
+
+Json::Value collectDetails(const Json::Value& summary, DetailOf detailOf) {
+  Json::Value details(Json::arrayValue);
+  for (auto entry = summary.begin(); entry != summary.end(); ++entry) {
+    const std::string name = entry.name();
+    LOGI("[Final Result] Processing snapshotId: %s", name.c_str());
+    std::optional<Json::Value> detail = detailOf(name, *entry);
+    if (!detail) {
+      LOGI("[Final Result] Not an object.");
+      continue;
+    }
+    LOGI("[Final Result] type: %s name: %s", json::textOf(*entry, "resourceType").c_str(),
+         json::textOf(*entry, "resourceName").c_str());
+    details.append(*std::move(detail));
+  }
+  return details;
+}
+
+}  // namespace jobm
