@@ -17,6 +17,8 @@ service_starts=0
 service_program=task-dispatcher
 # Options that gateway-web gets besides, and what its URLs begin with.
 web_options=() web_scheme=http
+# Set: the scheduler writes every message from and to the service into home/messages.
+record_messages=
 # Set: the messages on the road are not shown, only what the caller says.
 brief_road=
 # Lines of the road that await_road passes over.
@@ -171,7 +173,8 @@ start_bridge() {
 
 start_scheduler() {
   start gateway-scheduler "$build/gateway-scheduler" --port "$broker_port" \
-    --product-key "$product_key" --device-name "$device_name"
+    --product-key "$product_key" --device-name "$device_name" \
+    ${record_messages:+--record "$home/messages"}
 }
 
 start_web() {

@@ -26,6 +26,7 @@ constexpr gateway::OptionEntry kOptions[] = {
     {"inline", "", "send the package inside the job instead of serving it"},
     {"job", "ID", "delete: the job with this id, by the scheduler's own order"},
     {"scheduler", "", "reset: by the scheduler's own order"},
+    {"content", "TEXT", "what an order of the scheduler's own carries; default {}"},
     {"json", "", "print the result as JSON"},
     {"expect", "FILE", "succeed when the result is what FILE says, whatever that is"},
     {"no-wait", "", "leave when the order is on its way; prints the id of the deployment in it"},
@@ -94,12 +95,15 @@ std::string orderFor(const Options& options, const gateway::PackageSettings& set
 
 std::string makeOrder(const Options& options, const std::string& command, Order& order) {
   if (command == "reset" && options.has("scheduler")) {
-    order = {.ackCode = gateway::kResetJobs, .ackContent = "{}", .request = {}, .jobId = ""};
+    order = {.ackCode = gateway::kResetJobs,
+             .ackContent = options.get("content", "{}"),
+             .request = {},
+             .jobId = ""};
     return "";
   }
   if (command == "delete" && options.has("job")) {
     order = {.ackCode = gateway::kDeleteJob,
-             .ackContent = "{}",
+             .ackContent = options.get("content", "{}"),
              .request = {},
              .jobId = options.get("job")};
     return "";

@@ -11,6 +11,7 @@ constexpr gateway::OptionEntry kOptions[] = {
     {"product-key", "TEXT", "the gateway's product key"},
     {"device-name", "TEXT", "the gateway's device name"},
     {"run-id", "NUMBER", "the runner id to grant; default 1001"},
+    {"record", "FILE", "append every message from and to the gateway to FILE"},
 };
 
 }  // namespace
@@ -24,6 +25,7 @@ int main(int argc, char** argv) {
   }
   gateway::Scheduler scheduler({.productKey = options.get("product-key"),
                                 .deviceName = options.get("device-name"),
-                                .runId = options.number("run-id", 1001)});
+                                .runId = options.number("run-id", 1001),
+                                .recordFile = options.get("record")});
   scheduler.run(options.get("host", "127.0.0.1"), options.number("port", 1883));
 }

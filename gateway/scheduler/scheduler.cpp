@@ -22,6 +22,8 @@ constexpr const char* kFaultTopic = "local/scheduler/fault";
 constexpr const char* kLogTopic = "local/scheduler/log";
 constexpr const char* kReportSuffix = "/edge/deploy/post";
 constexpr const char* kLogSuffix = "/edge/rule/post_log";
+constexpr const char* kTriggerSuffix = "/edge/rule/trigger";
+constexpr const char* kReplySuffix = "/scheduler/sysReply";
 constexpr int kQos = 1;
 constexpr int kAccepted = 200;
 constexpr int kJobList = 10200;
@@ -39,6 +41,7 @@ Scheduler::Scheduler(SchedulerSettings given)
     : settings(std::move(given)),
       prefix("/sys/" + settings.productKey + "/" + settings.deviceName),
       nextId(millisecondsNow()),
+      recording(settings.recordFile, std::ios::app),
       mqtt("gateway-scheduler", true,
            {.connected = [this] { subscribeTopics(); },
             .disconnected = [] { road(kMe, "broker", "disconnected"); },
@@ -60,9 +63,10 @@ void Scheduler::subscribeTopics() {
 void Scheduler::onMessage(const std::string& topic, const std::string& payload) {
   if (topic == kTriggerTopic) {
     road(kMe, kRunner, "trigger " + payload);
-    mqtt.publish(prefix + "/edge/rule/trigger", payload, kQos);
+    send(kTriggerSuffix, payload);
     return;
   }
+  if (topic.starts_with(prefix)) record(topic.substr(prefix.size()), payload);
   if (topic == prefix + kLogSuffix) {
     road(kRunner, kMe, "log " + payload);
     mqtt.publish(kLogTopic, payload, kQos);
@@ -214,13 +218,27 @@ void Scheduler::reply(const Json::Value& request, int code, const Json::Value& d
   envelope["id"] = request["id"];
   envelope["attrs"].append(answer);
   envelope["reply"] = true;
-  mqtt.publish(prefix + "/scheduler/sysReply", jobm::json::compact(envelope), kQos);
+  send(kReplySuffix, jobm::json::compact(envelope));
 }
 
 void Scheduler::tell(const Job& job, Json::Value event) {
   event["token"] = job.token;
   event["jobId"] = Json::Value::Int64{job.jobId};
   mqtt.publish(kResultTopic + job.token, jobm::json::compact(event), kQos);
+}
+
+// Sends to the gateway; everything that it hears from here comes through this.
+void Scheduler::send(const std::string& suffix, const std::string& payload) {
+  record(suffix, payload);
+  mqtt.publish(prefix + suffix, payload, kQos);
+}
+
+void Scheduler::record(const std::string& suffix, const std::string& payload) {
+  if (!recording.is_open()) return;
+  Json::Value line(Json::objectValue);
+  line["topic"] = suffix;
+  line["payload"] = payload;
+  recording << jobm::json::compact(line) << std::flush;
 }
 
 void Scheduler::complain(const std::string& what) {

@@ -5,6 +5,7 @@
 #include <json/value.h>
 
 #include <cstdint>
+#include <fstream>
 #include <list>
 #include <map>
 #include <string>
@@ -18,6 +19,7 @@ struct SchedulerSettings {
   std::string productKey;
   std::string deviceName;
   std::int64_t runId;
+  std::string recordFile;  // where to append what passes, one line a message; empty for nowhere
 };
 
 class Scheduler {
@@ -55,6 +57,8 @@ class Scheduler {
              const std::string& message);
   void tell(const Job& job, Json::Value event);
   void complain(const std::string& what);
+  void send(const std::string& suffix, const std::string& payload);
+  void record(const std::string& suffix, const std::string& payload);
 
   const SchedulerSettings settings;
   const std::string prefix;  // of every topic of the runner
@@ -62,6 +66,7 @@ class Scheduler {
   std::list<Job> jobs;
   std::map<std::uint64_t, std::string> requests;  // by id: an id may come again only by redelivery
   ReportJoiner joiner;
+  std::ofstream recording;
   MqttClient mqtt;
 };
 
