@@ -173,16 +173,16 @@ std::string databasePath() {
   return path != nullptr && *path != '\0' ? path : "/tarnvale/config/gateway.db";
 }
 
-std::optional<std::string> get(const std::string& key, int timeout_ms) {
+Found get(const std::string& key, int timeout_ms) {
   const std::lock_guard guard(storeLock);
-  if (ready(timeout_ms) != SQLITE_OK) return std::nullopt;
+  if (ready(timeout_ms) != SQLITE_OK) return {};
   sqlite3_stmt* statement = store().getStatement.get();
   bind(statement, 1, key);
   const int result = sqlite3_step(statement);
-  std::optional<std::string> value;
-  if (result == SQLITE_ROW) value = column(statement, 0);
+  Found found{result == SQLITE_ROW || result == SQLITE_DONE, std::nullopt};
+  if (result == SQLITE_ROW) found.value = column(statement, 0);
   finish(statement, result);
-  return value;
+  return found;
 }
 
 int set(const std::string& key, const std::string& value, int timeout_ms) {

@@ -12,8 +12,14 @@ namespace config_store {
 /// Where the database is: $GATEWAY_CONFIG_DB, or the gateway's usual place.
 std::string databasePath();
 
-/// The value of `key`; none when it is absent or the store can't be read within `timeout_ms`.
-std::optional<std::string> get(const std::string& key, int timeout_ms);
+/// What a look for a key found. Without `wasRead` nobody knows whether it has a value.
+struct Found {
+  bool wasRead = false;
+  std::optional<std::string> value;
+};
+
+/// Looks for `key`, for at most `timeout_ms` in a locked store.
+Found get(const std::string& key, int timeout_ms);
 
 /// Writes `key` durably. Returns 0, or SQLite's result code.
 int set(const std::string& key, const std::string& value, int timeout_ms);

@@ -16,7 +16,7 @@ constexpr int kUsage = 2;
 int finishOutput() { return std::fflush(stdout) == 0 ? 0 : 1; }
 
 int get(const std::string& key) {
-  const auto value = config_store::get(key, kTimeoutMs);
+  const auto value = config_store::get(key, kTimeoutMs).value;
   if (!value) return 1;
   std::printf("%s\n", value->c_str());
   return finishOutput();

@@ -16,18 +16,29 @@ struct FreeBuffer {
   void operator()(char* buffer) const { std::free(buffer); }  // the library allocates with malloc
 };
 
+ConfigState stateOf(int result) {
+  if (result == 0) return ConfigState::kFound;
+#ifdef GATEWAY_CONFIG_UNREADABLE  // the header of a gateway's own library may know no such result
+  if (result == GATEWAY_CONFIG_UNREADABLE) return ConfigState::kUnreadable;
+#endif
+  return ConfigState::kAbsent;
+}
+
 }  // namespace
 
-std::string getConfig(const std::string& key) {
+ConfigRead readConfig(const std::string& key) {
   quillon::DProxy* proxy = jobManagerProxy;
   if (proxy == nullptr) return {};
-  return proxy->withBlockingConnection([&](DBusConnection* connection) -> std::string {
+  return proxy->withBlockingConnection([&](DBusConnection* connection) -> ConfigRead {
     char* raw = nullptr;
-    const int result = get_config(connection, key.c_str(), &raw, kTimeoutMs);
+    const ConfigState state = stateOf(get_config(connection, key.c_str(), &raw, kTimeoutMs));
     const std::unique_ptr<char, FreeBuffer> value(raw);
-    return result == 0 && value ? std::string(value.get()) : std::string();
+    if (state != ConfigState::kFound) return {state, {}};
+    return {value ? state : ConfigState::kAbsent, value ? value.get() : ""};
   });
 }
+
+std::string getConfig(const std::string& key) { return readConfig(key).value; }
 
 int setConfig(const std::string& key, const std::string& value) {
   quillon::DProxy* proxy = jobManagerProxy;

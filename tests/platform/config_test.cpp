@@ -1,12 +1,15 @@
 #include <gateway/config.h>
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 
 #include <cstdlib>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 
+#include "lib/file_text.h"
 #include "support/CapturedLog.h"
 
 namespace {
@@ -52,6 +55,51 @@ TEST_F(Config, gives_back_every_byte_to_its_owner_from_a_file_that_may_be_delete
   for (const char* suffix : {"-wal", "-shm"}) fs::remove(path + suffix);
   fs::rename(other, path);
   EXPECT_EQ(get("key"), "of the other");
+}
+
+TEST_F(Config, tells_a_key_that_is_absent_from_a_store_that_could_not_be_read) {
+  const auto look = [](const char* key) {
+    char* value = nullptr;
+    const int result = get_config(nullptr, key, &value, 10);
+    EXPECT_EQ(value != nullptr, result == 0);
+    std::free(value);
+    return result;
+  };
+  const auto reopen = [&] {
+    setenv("GATEWAY_CONFIG_DB", "/tmp/var/other.db", 1);
+    look("other");
+    setenv("GATEWAY_CONFIG_DB", path.c_str(), 1);
+  };
+  std::unique_ptr<sqlite3, decltype(&sqlite3_close)> other{nullptr, sqlite3_close};
+  const auto lock = [&] {
+    sqlite3* raw = nullptr;
+    sqlite3_open(path.c_str(), &raw);
+    other.reset(raw);
+    sqlite3_exec(raw, "PRAGMA locking_mode=EXCLUSIVE; BEGIN EXCLUSIVE", nullptr, nullptr, nullptr);
+  };
+  struct Case {
+    const char* what;
+    std::function<void()> spoil;
+  };
+  const Case cases[] = {
+      {"locked", lock},
+      {"no database", [&] { jobm::writeFile(path, "not a database, but as long as a header"); }},
+      {"out of reach", [&] { fs::remove(path), fs::create_directory(path); }},
+  };
+  for (const Case& c : cases) {
+    fs::remove_all(fs::path(path).parent_path());
+    ASSERT_TRUE(set("kept", "value"));
+    EXPECT_EQ(look("kept"), 0);
+    EXPECT_NE(look("absent"), 0);
+    EXPECT_NE(look("absent"), GATEWAY_CONFIG_UNREADABLE);
+    reopen();  // closes it: what is open sees nothing of what happens to its file
+    c.spoil();
+    for (const char* key : {"kept", "absent"}) {
+      EXPECT_EQ(look(key), GATEWAY_CONFIG_UNREADABLE) << c.what << ": " << key;
+    }
+    other.reset();
+  }
+  EXPECT_EQ(look(nullptr), GATEWAY_CONFIG_UNREADABLE);
 }
 
 TEST_F(Config, several_processes_may_make_it_at_the_same_time) {

@@ -283,6 +283,18 @@ TEST_F(StoreFaults, fail_the_resource_until_their_cause_is_gone) {
   for (const Case& c : cases) show(c);
 }
 
+TEST_F(StoreFaults, are_told_from_a_key_that_has_no_value) {
+  disk = std::make_unique<Mount>(elsewhere, "size=256k");
+  setenv("GATEWAY_CONFIG_DB", database.c_str(), 1);
+  setConfig("kept", "value");
+  EXPECT_EQ(readConfig("kept").state, ConfigState::kFound);
+  EXPECT_EQ(readConfig("kept").value, "value");
+  EXPECT_EQ(readConfig("absent").state, ConfigState::kAbsent);
+  ASSERT_TRUE(reopened([&] { return damage(0); })());
+  EXPECT_EQ(readConfig("kept").state, ConfigState::kUnreadable);
+  EXPECT_EQ(readConfig("kept").value, "");
+}
+
 TEST_F(Faults, of_the_tree_are_reported_where_they_keep_a_resource_from_being_stored) {
   const auto small = [&](const fs::path& at) {
     return [=, this] { return (disk = std::make_unique<Mount>(at, "size=4k"))->isThere; };

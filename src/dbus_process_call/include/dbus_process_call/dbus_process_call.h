@@ -37,8 +37,24 @@ int unSubscribe(const std::string& topic, const std::string& subscriber);
 /// for whoever debugs; the log lines say "publish" for all of them, as their readers expect.
 int parseProxyRetCode(const std::shared_ptr<quillon::DMessage>& reply, const char* name);
 
-/// The value of `key` in the configuration store, "" when it is absent or can't be read. Waits up
-/// to 10 s for a locked store.
+/// What a look into the configuration store came to.
+enum class ConfigState {
+  kFound,
+  kAbsent,  // also where the gateway's library can't tell an absent key from an unreadable store
+  kUnreadable,
+};
+
+/// `value` is empty unless it was found.
+struct ConfigRead {
+  ConfigState state = ConfigState::kUnreadable;
+  std::string value;
+};
+
+/// Looks for `key` in the configuration store. Waits up to 10 s for a locked one. What was
+/// unreadable may have a value, and must not be written over.
+ConfigRead readConfig(const std::string& key);
+
+/// The value of `key`, "" when it is absent or can't be read; for readers that treat both alike.
 std::string getConfig(const std::string& key);
 
 /// Writes `key`. Returns 0, or the store's error. Waits up to 10 s for a locked store.
