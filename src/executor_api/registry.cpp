@@ -8,55 +8,22 @@
 #include "dbus_process_call/dbus_process_call.h"
 #include "lib/comm_path.h"
 #include "lib/json_helper.h"
+#include "stored_registry.h"
 #include "tables.h"
 
 namespace jobm {
 namespace registry {
 
 Tables& tables() {
-  // Deliberately never destroyed: threads outlive static destruction.
+  // Never destroyed: threads outlive static destruction.
   static auto& all = *std::make_unique<Tables>().release();
   return all;
-}
-
-Address readAddress(const Json::Value& registration) {
-  const Json::Value& address = registration["executorAddr"];
-  return {address["name"].asString(), address["interface"].asString(), address["path"].asString()};
-}
-
-std::vector<std::string> readTexts(const Json::Value& array) {
-  std::vector<std::string> texts;
-  if (!array.isArray()) return texts;
-  for (const Json::Value& element : array) texts.push_back(element.asString());
-  return texts;
-}
-
-Executor makeExecutor(const Address& address, const std::string& executorName,
-                      const Executor* previous) {
-  Executor executor;
-  executor.name = address.name;
-  executor.interface = address.interface;
-  executor.path = address.path;
-  executor.executorName = executorName;
-  const bool sameAddress = previous != nullptr && previous->proxy &&
-                           previous->proxy->isFor(address.name, address.path, address.interface);
-  executor.proxy = sameAddress
-                       ? previous->proxy
-                       : std::make_shared<quillon::DProxy>(
-                             address.name.c_str(), address.path.c_str(), address.interface.c_str());
-  return executor;
 }
 
 namespace {
 
 constexpr const char* kExecutorUnreadable = "registerExecutor params parse json error";
 constexpr const char* kParserUnreadable = "Invalid payload";
-
-template <typename Map>
-const Executor* find(const Map& map, const std::string& name) {
-  const auto entry = map.find(name);
-  return entry != map.end() ? &entry->second : nullptr;
-}
 
 bool hasArray(const Json::Value& registration, const char* key) {
   return registration.isMember(key) && registration[key].isArray();
@@ -68,28 +35,56 @@ bool hasNoTypes(const Json::Value& registration) {
   return sizeOf(registration["storeType"]) == 0 && sizeOf(registration["watchType"]) == 0;
 }
 
+bool hasBadAddress(const Json::Value& registration) {
+  const Json::Value& address = registration["executorAddr"];
+  const std::string name = address["name"].asString();
+  const std::string interface = address["interface"].asString();
+  const std::string path = address["path"].asString();
+  return name.empty() || interface.empty() || path.empty() || path.front() != '/';
+}
+
+bool isServed(const Json::Value& registration, const Executor* previous) {
+  const Json::Value& address = registration["executorAddr"];
+  return previous != nullptr && previous->proxy &&
+         previous->proxy->isFor(json::textOf(address, "name"), json::textOf(address, "path"),
+                                json::textOf(address, "interface"));
+}
+
+// What the store has under `key` while a registration may still be refused for want of
+// connections: what is stored comes back at the next start.
+ConfigRead rememberStored(const Json::Value& registration, const Executor* previous,
+                          const char* key) {
+  return isServed(registration, previous) ? ConfigRead{} : readConfig(key);
+}
+
+std::string connectOrPutBack(Executor& record, const char* key, const ConfigRead& before) {
+  std::string error = connectRecord(record);
+  if (!error.empty()) putBack(key, before);
+  return error;
+}
+
 // Everything that can throw comes before the first table is touched.
 std::string takeExecutor(const std::string& payload, const Json::Value& registration) {
   static_cast<void>(registration["linkType"].asInt());  // read for its type only
   const std::string executorName = registration["executorName"].asString();
-  if (!isPathComponent(executorName)) return "registerExecutor executorName error";
+  // A job list is kept under the executor's name.
+  if (!isPathComponent(executorName) || isReservedKey(executorName)) {
+    return "registerExecutor executorName error";
+  }
+  Tables& all = tables();
+  const Executor* previous = find(all.executorMap, executorName);
+  const ConfigRead before = rememberStored(registration, previous, kExecutorsKey);
   const int stored = saveExecutor2ConfigManager(executorName, payload);
   LOGI("saveExecutor2ConfigManager result = %d", stored);
+  if (stored == kStoreUnreadable) return "registerExecutor configuration store can't be read";
   LOGI("user executorName = %s", executorName.c_str());
-  const Address address = readAddress(registration);
-  if (address.name.empty() || address.interface.empty() || address.path.empty() ||
-      address.path.front() != '/') {
-    return "registerExecutor executorAddr error";
-  }
+  if (hasBadAddress(registration)) return "registerExecutor executorAddr error";
   if (hasNoTypes(registration)) return "registerExecutor *Type param error";
-  std::vector<std::string> storeType = readTexts(registration["storeType"]);
-  std::vector<std::string> watchType = readTexts(registration["watchType"]);
-  Tables& all = tables();
-  for (const std::string& type : watchType) all.executorWatchMap[type].insert(executorName);
-  Executor executor = makeExecutor(address, executorName, find(all.executorMap, executorName));
-  executor.storeType = std::move(storeType);
-  executor.watchType = std::move(watchType);
-  all.executorMap.insert_or_assign(executorName, std::move(executor));
+  Executor record = readRecord(registration, previous);
+  if (std::string error = connectOrPutBack(record, kExecutorsKey, before); !error.empty()) {
+    return error;
+  }
+  install(all.executorMap, executorName, std::move(record), &all.executorWatchMap);
   all.liveExecutors.insert(executorName);
   return {};
 }
@@ -102,32 +97,34 @@ void logParsers(const WatchMap& watchMap) {
 }
 
 // A restored registration isn't stored again over a newer one that has come in meanwhile.
-void storeParser(const std::string& executorName, const Json::Value& registration, Origin origin) {
-  if (origin == Origin::kRestored && tables().liveParsers.contains(executorName)) return;
+int storeParser(const std::string& executorName, const Json::Value& registration, Origin origin) {
+  if (origin == Origin::kRestored && tables().liveParsers.contains(executorName)) return 0;
   const int stored = saveToConfigManager(kParsersKey, executorName, registration);
   LOGI("saving parser %s to %s, result = %d", executorName.c_str(), kParsersKey, stored);
   if (origin == Origin::kLive) tables().liveParsers.insert(executorName);
+  return stored;
 }
 
 std::string fillParser(const Json::Value& registration, Origin origin) {
   const std::string executorName = registration["executorName"].asString();
   if (!isPathComponent(executorName)) return "registerParser executorName error";
-  storeParser(executorName, registration, origin);
-  const Address address = readAddress(registration);
+  Tables& all = tables();
+  const Executor* previous = find(all.parserMap, executorName);
+  const ConfigRead before = rememberStored(registration, previous, kParsersKey);
+  if (storeParser(executorName, registration, origin) == kStoreUnreadable) {
+    return "registerParser configuration store can't be read";
+  }
+  Executor record = readRecord(registration, previous);
   if ((!hasArray(registration, "storeType") && !hasArray(registration, "watchType")) ||
       hasNoTypes(registration)) {
     return "Parser should contain JSON ARRAY MEMBER storeType or watchType";
   }
-  std::vector<std::string> storeType = readTexts(registration["storeType"]);
-  std::vector<std::string> watchType = readTexts(registration["watchType"]);
-  Tables& all = tables();
-  for (const std::string& type : watchType) all.parserWatchMap[type].insert(executorName);
   LOGI("Creating Executor with proxy: interface=%s path=%s wellknownName=%s",
-       address.interface.c_str(), address.path.c_str(), address.name.c_str());
-  Executor parser = makeExecutor(address, executorName, find(all.parserMap, executorName));
-  parser.storeType = std::move(storeType);
-  parser.watchType = std::move(watchType);
-  all.parserMap.insert_or_assign(executorName, std::move(parser));
+       record.interface.c_str(), record.path.c_str(), record.name.c_str());
+  if (std::string error = connectOrPutBack(record, kParsersKey, before); !error.empty()) {
+    return error;
+  }
+  install(all.parserMap, executorName, std::move(record), &all.parserWatchMap);
   logParsers(all.parserWatchMap);
   return {};
 }
@@ -172,26 +169,6 @@ std::string registerExecutor(const std::string& payload) {
 std::string registerParser(const std::string& payload) {
   const std::lock_guard guard(tables().lock);
   return registry::takeParser(payload, registry::Origin::kLive);
-}
-
-int saveExecutor2ConfigManager(const std::string& executorName, const std::string& payload) {
-  Json::Value registration;
-  if (!json::parse(payload, registration)) {
-    LOGE("configManager jobm_executors parse Error, Error content = %s\n", payload.c_str());
-    return 1;
-  }
-  return saveToConfigManager(registry::kExecutorsKey, executorName, registration);
-}
-
-int saveToConfigManager(const std::string& key, const std::string& name, const Json::Value& value) {
-  Json::Value all;
-  if (!json::parse(getConfig(key), all) || !all.isObject()) all = Json::Value(Json::objectValue);
-  all[name] = value;
-  const std::string text = json::compact(all);
-  // One level deeper than the value came: what the next start couldn't read would cost everybody's
-  // registration.
-  if (Json::Value readBack; !json::parse(text, readBack)) return 1;
-  return setConfig(key, text);
 }
 
 std::optional<Executor> getExecutor(const std::string& name) {

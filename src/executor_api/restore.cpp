@@ -4,7 +4,9 @@
 #include <utility>
 
 #include "dbus_process_call/dbus_process_call.h"
+#include "executor_api/registry.h"
 #include "lib/json_helper.h"
+#include "stored_registry.h"
 #include "tables.h"
 
 namespace jobm {
@@ -34,37 +36,52 @@ const BuiltIn& corvexConfig() {
   return executor;
 }
 
-void restoreParsers() {
-  Json::Value stored;
-  if (!json::parse(getConfig(kParsersKey), stored) || !stored.isObject()) return;
-  for (const std::string& name : stored.getMemberNames()) {
+// False when the store could not be read.
+bool restoreParsers() {
+  const std::optional<Json::Value> stored = storedRegistrations(kParsersKey);
+  if (!stored) return false;
+  for (const std::string& name : stored->getMemberNames()) {
     const std::lock_guard guard(tables().lock);
     const bool isNewer = tables().liveParsers.contains(name) && tables().parserMap.contains(name);
-    if (!isNewer) takeParser(json::compact(stored[name]), Origin::kRestored);
+    if (isNewer) continue;
+    const std::string error =
+        takeParser(json::compact(std::as_const(*stored)[name]), Origin::kRestored);
+    if (!error.empty()) LOGW("stored parser %s is skipped: %s\n", name.c_str(), error.c_str());
+  }
+  return true;
+}
+
+// Without the checks of a live registration, and without entries in the watch table: an executor
+// says itself, by registering, that it is back.
+std::string takeRestored(const std::string& name, const Json::Value& registration) {
+  try {
+    if (isReservedKey(name)) return "reserved name";  // its job list could never be written
+    Executor record = readRecord(registration, nullptr);
+    std::string error = connectRecord(record);
+    if (error.empty()) install(tables().executorMap, name, std::move(record), nullptr);
+    return error;
+  } catch (const std::exception& e) {
+    LOGE("registerExecutor json error ! e = %s", e.what());
+    return "unreadable";
   }
 }
 
-// Deliberately without the checks of a live registration, and without entries in the watch table.
 void restoreExecutor(const std::string& name, const Json::Value& registration) {
   const std::lock_guard guard(tables().lock);
   if (tables().liveExecutors.contains(name)) return;
-  try {
-    const std::string executorName = registration["executorName"].asString();
-    Executor executor = makeExecutor(readAddress(registration), executorName, nullptr);
-    executor.storeType = readTexts(registration["storeType"]);
-    executor.watchType = readTexts(registration["watchType"]);
-    tables().executorMap.insert_or_assign(name, std::move(executor));
-  } catch (const std::exception& e) {
-    LOGE("registerExecutor json error ! e = %s", e.what());
-  }
+  const std::string error = takeRestored(name, registration);
+  if (!error.empty()) LOGW("stored executor %s is skipped: %s\n", name.c_str(), error.c_str());
 }
 
-void restoreExecutors() {
-  const std::string payload = getConfig(kExecutorsKey);
-  LOGI("initAllExecutors payload = %s", payload.c_str());
-  Json::Value stored;
-  if (!json::parse(payload, stored) || !stored.isObject()) return;
+bool restoreExecutors() {
+  const ConfigRead read = readConfig(kExecutorsKey);
+  LOGI("initAllExecutors payload = %s", read.value.c_str());
+  if (read.state == ConfigState::kUnreadable) return false;
+  Json::Value parsed;
+  if (!json::parse(read.value, parsed) || !parsed.isObject()) return true;
+  const Json::Value& stored = parsed;
   for (const std::string& name : stored.getMemberNames()) restoreExecutor(name, stored[name]);
+  return true;
 }
 
 void addDefaultWatches() {
@@ -78,35 +95,43 @@ void addDefaultWatches() {
 }
 
 // With the lock held.
-void install(const BuiltIn& builtIn) {
-  Executor executor =
-      makeExecutor({builtIn.name, builtIn.name, builtIn.path}, builtIn.executorName, nullptr);
-  executor.storeType = builtIn.storeType;
-  tables().executorMap.insert_or_assign(builtIn.executorName, std::move(executor));
+void installBuiltIn(const BuiltIn& builtIn) {
+  Executor record;
+  record.name = builtIn.name;
+  record.interface = builtIn.name;
+  record.path = builtIn.path;
+  record.executorName = builtIn.executorName;
+  record.storeType = builtIn.storeType;
+  if (const std::string error = connectRecord(record); !error.empty()) {
+    LOGE("no proxy for %s: %s\n", builtIn.executorName, error.c_str());
+    record.proxy = std::make_shared<quillon::DProxy>(builtIn.name, builtIn.path, builtIn.name);
+  }
+  install(tables().executorMap, builtIn.executorName, std::move(record), nullptr);
 }
 
 void installIfAbsent(const BuiltIn& builtIn) {
   const std::lock_guard guard(tables().lock);
-  if (!tables().executorMap.contains(builtIn.executorName)) install(builtIn);
+  if (!tables().executorMap.contains(builtIn.executorName)) installBuiltIn(builtIn);
 }
 
 // Replaces a restored record, whatever it says; only the engine's own registration is newer.
 void installScriptEngine() {
   const std::lock_guard guard(tables().lock);
   const char* name = scriptEngine().executorName;
-  if (!tables().liveExecutors.contains(name)) install(scriptEngine());
+  if (!tables().liveExecutors.contains(name)) installBuiltIn(scriptEngine());
 }
 
 }  // namespace
 }  // namespace registry
 
-void initAllExecutors() {
-  registry::restoreParsers();
-  registry::restoreExecutors();
+bool initAllExecutors() {
+  const bool hasParsers = registry::restoreParsers();
+  const bool hasExecutors = registry::restoreExecutors();
   registry::addDefaultWatches();
   registry::installIfAbsent(registry::rillmark());
   registry::installScriptEngine();
   registry::installIfAbsent(registry::corvexConfig());
+  return hasParsers && hasExecutors;
 }
 
 }  // namespace jobm

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "dbus_process_call/dbus_process_call.h"
+#include "executor_api/registry.h"
 #include "lib/json_helper.h"
 #include "sync_job_status/sync_job_status.h"
 
@@ -40,9 +41,9 @@ Json::Value withAdded(const Json::Value& list, const Json::Value& items) {
   return result;
 }
 
-// Every pair of a given item and an element of the same resource removes at the element's index,
-// from the highest index down; an element matched twice thus takes the one behind it along. Going
-// down, `behind` holds what is left behind the present index, nearest last.
+// Each match erases position i once, so a second match also erases the element that moved into i.
+// Positions are visited from the last to the first; `behind` holds what is left behind the present
+// one, nearest last.
 Json::Value withDeleted(const Json::Value& list, const Json::Value& items) {
   std::unordered_map<std::string, std::size_t> given;
   for (const Json::Value& item : items) ++given[idOf(item)];
@@ -62,8 +63,11 @@ Json::Value withDeleted(const Json::Value& list, const Json::Value& items) {
 }  // namespace
 
 int updateStoredJobs(const std::string& executorName, const Json::Value& items, int ackCode) {
+  const ConfigRead read = readConfig(executorName);
+  // An emptied list needs nothing of the old one; any other edit would lose what it could not read.
+  if (read.state == ConfigState::kUnreadable && ackCode != kResetJobs) return kStoreUnreadable;
   Json::Value list;
-  const bool isList = json::parse(getConfig(executorName), list) && list.isArray();
+  const bool isList = json::parse(read.value, list) && list.isArray();
   if (!isList) list = Json::Value();
   if (ackCode == kAddJob) {
     list = withAdded(list, items);

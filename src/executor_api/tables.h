@@ -8,6 +8,7 @@
 #include <set>
 #include <string>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "executor_api/registry.h"
@@ -31,26 +32,34 @@ struct Tables {
 /// Listening thread; the main thread during start-up; with the lock held by both.
 Tables& tables();
 
-inline constexpr const char* kExecutorsKey = "gw_jobm_executors";
-inline constexpr const char* kParsersKey = "gw_jobm_parsers";
-
-struct Address {
-  std::string name;
-  std::string interface;
-  std::string path;
-};
-
-/// Reads "executorAddr"; throws the JSON library's exception for members of wrong types.
-Address readAddress(const Json::Value& registration);
-
-/// The elements of an array as texts; none for anything that isn't one. Throws like readAddress.
-std::vector<std::string> readTexts(const Json::Value& array);
-
-/// Makes the record, with the proxy of `previous` when that one is for the same address.
-Executor makeExecutor(const Address& address, const std::string& executorName,
-                      const Executor* previous);
-
 enum class Origin { kLive, kRestored };
+
+/// Reads the record of a registration. Its proxy is that of `previous` when it is for the same
+/// address; otherwise it has none yet. Throws the JSON library's exception for members of wrong
+/// types.
+Executor readRecord(const Json::Value& registration, const Executor* previous);
+
+/// Gives the record a proxy of its own, unless it has one. Returns "", or why it can't be had: the
+/// process is short of descriptors, or the daemon refuses the connections.
+std::string connectRecord(Executor& record);
+
+/// Puts a record in the place of whatever `name` had, and its name into the set of each of its
+/// watch types where a watch table is given. The one way into the tables, for live, restored and
+/// built-in records of both kinds; with the lock held.
+template <typename Records>
+void install(Records& records, const std::string& name, Executor&& record, WatchMap* watchMap) {
+  if (watchMap != nullptr) {
+    for (const std::string& type : record.watchType) (*watchMap)[type].insert(record.executorName);
+  }
+  records.insert_or_assign(name, std::move(record));
+}
+
+/// The record of `name`, or null.
+template <typename Records>
+const Executor* find(const Records& records, const std::string& name) {
+  const auto entry = records.find(name);
+  return entry != records.end() ? &entry->second : nullptr;
+}
 
 /// The body of registerParser, with the lock held.
 std::string takeParser(const std::string& payload, Origin origin);

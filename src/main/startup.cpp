@@ -93,6 +93,14 @@ void waitForIdentity() {
   setDeviceInfo(productKey, deviceName);
 }
 
+// Before the cloud hears of this gateway: a job would find nobody to run it.
+void restoreUntilRead() {
+  do {
+    LOGE("the registrations could not be read, trying again.\n");
+    std::this_thread::sleep_for(seconds(1));
+  } while (!initAllExecutors());
+}
+
 void registerUntilGranted() {
   do {
     registerRunner(4, 1000000000, "[ConfigManager]", "1.1");
@@ -149,8 +157,9 @@ void runService() {
   setDeviceSecretReader([] { return getConfig("gw_system_devicesecret"); });
   endIfRunning();
   listen();
-  initAllExecutors();
+  const bool isRestored = initAllExecutors();
   waitForIdentity();
+  if (!isRestored) restoreUntilRead();
   registerUntilGranted();
   curl_init();
   startHeartbeat();

@@ -99,7 +99,7 @@ std::vector<std::string> start(std::string input) {
 void restart() {
   std::destroy_at(&jobm::registry::tables());
   std::construct_at(&jobm::registry::tables());
-  jobm::initAllExecutors();
+  static_cast<void>(jobm::initAllExecutors());
 }
 
 void runLoop() {

@@ -1,5 +1,7 @@
 #include <gmock/gmock.h>
+#include <sys/resource.h>
 
+#include <filesystem>
 #include <thread>
 
 #include "executor_api/job_calls.h"
@@ -17,6 +19,7 @@ namespace {
 
 constexpr const char* kExecutors = "gw_jobm_executors";
 constexpr const char* kParsers = "gw_jobm_parsers";
+namespace fs = std::filesystem;
 using Texts = std::vector<std::string>;
 
 Json::Value stored(const char* key, const std::string& name) {
@@ -40,6 +43,8 @@ TEST(Registry, refuses_a_bad_registration_but_has_stored_what_it_could_read) {
   };
   const Case cases[] = {
       {"../r", spoiled("../r", watch, watch), "registerExecutor executorName error", false, false},
+      {"gw_jobm_r", spoiled("gw_jobm_r", watch, watch), "registerExecutor executorName error",
+       false, false},
       {"r_path", spoiled("r_path", R"("/iot/test/refused")", R"("iot/test")"),
        "registerExecutor executorAddr error", false, true},
       {"r_types", spoiled("r_types", watch, R"("refused")"), "registerExecutor *Type param error",
@@ -64,6 +69,41 @@ TEST(Registry, refuses_a_bad_registration_but_has_stored_what_it_could_read) {
   EXPECT_TRUE(stored(kExecutors, "deep").isNull() && stored(kExecutors, "r_path").isObject());
 }
 
+TEST(Registry, refuses_and_forgets_who_cannot_be_connected_to) {
+  const std::string moved = registration("known", "iot.test.moved", R"(["known"])");
+  const auto areRefused = [&](const std::string& error) {
+    for (const auto take : {registerExecutor, registerParser}) {
+      const std::string fresh = registration("fresh", "iot.test.fresh", R"(["fresh"])");
+      EXPECT_EQ(onLoop([&] { return take(fresh); }), error);
+      EXPECT_EQ(onLoop([&] { return take(moved); }), error);
+    }
+    for (const char* key : {kExecutors, kParsers}) {
+      EXPECT_TRUE(stored(key, "fresh").isNull());
+      EXPECT_EQ(stored(key, "known")["executorAddr"]["name"], "iot.test.known");
+    }
+    EXPECT_FALSE(getExecutor("fresh") || getParser("fresh"));
+    EXPECT_TRUE(getExecutor("known")->proxy->isConnected());
+  };
+  addExecutor(registration("known", "iot.test.known", R"(["known"])"));
+  addParser(registration("known", "iot.test.known", R"(["known"])"));
+
+  const auto descriptors = std::distance(fs::directory_iterator("/proc/self/fd"), {});
+  rlimit before{};
+  getrlimit(RLIMIT_NOFILE, &before);
+  const rlimit tight{static_cast<rlim_t>(descriptors) + 60, before.rlim_max};
+  setrlimit(RLIMIT_NOFILE, &tight);
+  areRefused("too few file descriptors left for another service");
+  setrlimit(RLIMIT_NOFILE, &before);
+
+  std::vector<quillon::ConnectionPtr> crowd;
+  do {
+    crowd.push_back(quillon::DConnection::getDbusConnection());
+  } while (dbus_bus_get_unique_name(crowd.back().get()) != nullptr);
+  areRefused("the bus refuses the connections for another service");
+  crowd.clear();
+  addExecutor(moved);
+}
+
 TEST(Registry, replaces_the_record_of_a_name_while_its_watch_sets_only_grow) {
   addExecutor(registration("grow", "iot.test.grow", R"(["g1","g1"])", R"(["file"])"));
   addExecutor(registration("other", "iot.test.other", R"(["g1"])"));
@@ -85,14 +125,14 @@ TEST(Registry, restores_unchecked_what_was_stored_and_always_has_the_built_in_ex
                 registration("Rillmark", "iot.edge.Rillmark", R"(["old2"])", R"(["kept"])") + "}");
   setConfig(kParsers, R"({"oldParser":)" + registration("oldParser", "iot.test.p", R"(["old1"])") +
                           R"(,"badParser":{"executorName":"badParser"}})");
-  initAllExecutors();
+  EXPECT_TRUE(initAllExecutors());
   EXPECT_THAT(getParsersByWatchType("old1"), ElementsAre("oldParser"));
   // Unlike a parser's, an executor's types are not served before it registers anew.
   EXPECT_TRUE(getExecutorsByWatchType("old2").empty());
   EXPECT_FALSE(getExecutor("broken") || getParser("badParser"));
 
   setConfig(kExecutors, "no JSON");
-  initAllExecutors();
+  EXPECT_TRUE(initAllExecutors());
   EXPECT_EQ(getExecutor("IFTTTEngine")->name, "iot.runtime.js");
   EXPECT_EQ(getExecutor("Rillmark")->storeType, Texts{"kept"});
   EXPECT_THAT(getExecutorsByWatchType("driver"),
@@ -117,7 +157,7 @@ TEST(Registry, lets_registrations_that_come_in_during_the_restoring_win) {
   }
   // However late the old ones are read.
   setConfig(kExecutors, old.toStyledString());
-  initAllExecutors();
+  EXPECT_TRUE(initAllExecutors());
   for (const std::string& name : names) EXPECT_EQ(getExecutor(name)->name, "iot.test.live");
 }
 

@@ -14,7 +14,9 @@
 #include "executor_api/job_calls.h"
 #include "executor_api/registry.h"
 #include "executor_api/reset.h"
+#include "executor_api/stored_jobs.h"
 #include "scene.h"
+#include "sync_job_status/sync_job_status.h"
 
 using namespace test;
 
@@ -293,6 +295,15 @@ TEST_F(StoreFaults, are_told_from_a_key_that_has_no_value) {
   ASSERT_TRUE(reopened([&] { return damage(0); })());
   EXPECT_EQ(readConfig("kept").state, ConfigState::kUnreadable);
   EXPECT_EQ(readConfig("kept").value, "");
+  // What can't be read is not written over.
+  EXPECT_EQ(updateStoredJobs("kept", parsed("[]"), kAddJob), kStoreUnreadable);
+  const std::string registered = registration("kept", "iot.test.kept", R"(["kept"])");
+  const auto unread = [](const std::string& method) {
+    return method + " configuration store can't be read";
+  };
+  EXPECT_EQ(onLoop([&] { return registerExecutor(registered); }), unread("registerExecutor"));
+  EXPECT_EQ(onLoop([&] { return registerParser(registered); }), unread("registerParser"));
+  EXPECT_FALSE(initAllExecutors() || getExecutor("kept") || getParser("kept"));
 }
 
 TEST_F(Faults, of_the_tree_are_reported_where_they_keep_a_resource_from_being_stored) {
@@ -335,7 +346,7 @@ TEST_F(Faults, of_an_address_cost_the_resources_of_its_owner_and_no_reset) {
     show({text("faulty", "restored"), noService, "make new method call message for '", [&] {
             setConfig("gw_jobm_parsers", R"({"old":)" + payload("restored") + "}");
             setConfig("gw_jobm_executors", R"({"old":)" + payload("") + "}");
-            initAllExecutors();
+            EXPECT_TRUE(initAllExecutors());
             return onLoop(resetEJobs)["code"] == 0;
           }});
   }
@@ -399,7 +410,7 @@ TEST_F(Faults, of_who_is_silent_or_late_are_over_after_half_a_minute) {
     };
     late.on("deployJob", waiting);
     bridge().on("subscribe", waiting);
-    initAllExecutors();
+    EXPECT_TRUE(initAllExecutors());
     addExecutor(registration("late", "iot.test.late", R"(["late"])"));
     addExecutor(registration("silent", "iot.test.silent", R"(["late"])"));
     addParser(registration("silent", "iot.test.silent", R"(["silently parsed"])"));

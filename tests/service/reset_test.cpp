@@ -26,7 +26,7 @@ std::string outcome(int code, const std::string& detail, int last) {
 // With the three executors that store anything on a standard gateway.
 class Reset : public Scene {
  protected:
-  Reset() { initAllExecutors(); }
+  Reset() { EXPECT_TRUE(initAllExecutors()); }
 
   // Orders a reset and returns its immediate code. The script engine answers so once the order
   // itself and `meanwhile` are done, and leaves a file behind.

@@ -58,7 +58,7 @@ TEST_F(Scene, removes_what_is_deleted_and_reports_it_by_the_answers_of_executors
 }
 
 TEST_F(Scene, takes_the_word_of_CorvexConfig_for_each_resource) {
-  initAllExecutors();
+  EXPECT_TRUE(initAllExecutors());
   FakePeer peer("iot.gateway.cvbase");
   const char* silence = R"({"success":true,"code":"","message":""})";
   // The answer, and what is reported for R1 and r2.

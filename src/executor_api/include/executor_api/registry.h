@@ -42,15 +42,19 @@ std::string registerParser(const std::string& payload);
 /// JSON. For the registry and its tests: reading and writing the key is not one step.
 int saveExecutor2ConfigManager(const std::string& executorName, const std::string& payload);
 
+/// What saveToConfigManager returns when it could not read what is stored, and left it alone.
+inline constexpr int kStoreUnreadable = -2;
+
 /// Sets member `name` of the JSON object under `key` to `value`; what is there and is not an object
-/// counts as empty. Returns the store's result, or 1 when `value` is nested too deep to be read
-/// back. As above.
+/// counts as empty. Returns the store's result, kStoreUnreadable, or 1 when `value` is nested too
+/// deep to be read back. As above.
 int saveToConfigManager(const std::string& key, const std::string& name, const Json::Value& value);
 
 /// Restores what is stored, then installs the built-in executors and the watch types that are
-/// always served. Main thread, once, at start-up. A service that registered by itself in the
-/// meantime keeps its newer record.
-void initAllExecutors();
+/// always served. A service that registered by itself in the meantime keeps its newer record.
+/// Returns false when the store could not be read: until then the built-in ones serve and those
+/// that register, and this is to be called again. Main thread, at start-up.
+[[nodiscard]] bool initAllExecutors();
 
 std::optional<Executor> getExecutor(const std::string& name);
 std::optional<Executor> getParser(const std::string& name);

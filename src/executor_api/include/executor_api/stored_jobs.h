@@ -9,8 +9,9 @@
 namespace jobm {
 
 /// Edits the job list of `executorName` by the scheduler's action code: adds (replacing what has
-/// the same "resourceId"), deletes or empties; any other code leaves it as it is. Returns 0, or the
-/// store's error. Any thread.
+/// the same "resourceId"), deletes or empties; any other code leaves it as it is. Returns 0, the
+/// store's error, or kStoreUnreadable when the list could not be read and is left as it is. Any
+/// thread.
 int updateStoredJobs(const std::string& executorName, const Json::Value& items, int ackCode);
 
 }  // namespace jobm
