@@ -5,10 +5,11 @@
 #include <exception>
 #include <utility>
 
+#include "communicate_scene/queue.h"
 #include "executor_api/method_calls.h"
 #include "lib/json_helper.h"
-#include "queue.h"
 #include "sync_job_status/sync_job_status.h"
+#include "wire/codes.h"
 
 namespace jobm {
 
@@ -29,7 +30,7 @@ void failAwaited(Deployment& deployment) {
 
 void endAbandoned(Deployment& deployment) {
   LOGW("deployment %s: %d of %d parsers answered, the others' resources have failed.",
-       deployment.deployId.c_str(), deployment.received, deployment.expected);
+       deployment.identity.deployId.c_str(), deployment.received, deployment.expected);
   failAwaited(deployment);
   endDeployment(deployment, collectDetails(deployment.summary, wholeDetail));
 }
@@ -54,7 +55,7 @@ SharedDeployment beginDeployment(Deployment&& deployment) {
 
 void endDeployment(Deployment& deployment, Json::Value&& details) {
   deployment.ended = true;
-  resourcesReply(deployment.deployId, deployment.taskId, details, kDeploy);
+  reportDeployment(deployment.identity, details);
   if (deployment.phase == Phase::kExecutors) callOnWatchTypesFinish();
   resumeQueue();
 }

@@ -11,18 +11,10 @@
 #include <optional>
 #include <string>
 
+#include "sync_job_status/sync_job_status.h"
+#include "wire/codes.h"
+
 namespace jobm {
-
-/// The codes of a resource that could not be deployed.
-enum SceneCode : int {
-  kKeysMissing = 101201,
-  kNoDirectory = 101202,
-  kDownloadFail = 101208,
-  kChecksumFail = 101209,
-};
-
-/// What is to be done with a resource.
-enum Operate : int { kOnAdd = 0, kOnDelete = 1 };
 
 /// Replies of executors for the deployment in flight: one process-wide pair, because deployments
 /// run one at a time. Set when the executors are called, advanced by each reply.
@@ -35,10 +27,9 @@ extern ExecutorResultCounter G_ExecutorResultCounter;
 enum class Phase { kParsers, kExecutors };
 
 struct Deployment {
-  std::string deployId;
-  std::string taskId;
-  Json::Value resources;   // of the request
-  Json::Value downloaded;  // one result item for each of them, in their order
+  DeploymentReport identity;  // whose deployment it is, as its report says
+  Json::Value resources;      // of the request
+  Json::Value downloaded;     // one result item for each of them, in their order
 
   Json::Value summary{Json::objectValue};  // by snapshotId
   Phase phase = Phase::kParsers;

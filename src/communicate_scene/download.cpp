@@ -14,6 +14,7 @@
 #include "lib/json_helper.h"
 #include "util/http_download_kiv.h"
 #include "util/task_unzip.h"
+#include "wire/codes.h"
 
 namespace jobm {
 namespace {

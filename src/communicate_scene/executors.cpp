@@ -8,6 +8,7 @@
 #include "executor_api/job_calls.h"
 #include "executor_api/registry.h"
 #include "lib/json_helper.h"
+#include "wire/codes.h"
 
 namespace jobm {
 namespace {
@@ -77,8 +78,8 @@ void deployGroup(const SharedDeployment& deployment, const std::string& executor
   LOGI("handleEngineResourcesByExecutor executor :%s, job count: %d", executor.c_str(),
        static_cast<int>(resources.size()));
   LOGI("   addResources =%s", json::styled(resources).c_str());
-  const Json::Value result = deployEJob(deployment->deployId, deployment->taskId, resources,
-                                        executor, replyHandler(deployment));
+  const Json::Value result = deployEJob(deployment->identity.deployId, deployment->identity.taskId,
+                                        resources, executor, replyHandler(deployment));
   if (result["code"].asInt() != 0) recordUnsent(*deployment, resources, result);
 }
 
@@ -86,8 +87,8 @@ void deleteGroup(const SharedDeployment& deployment, const std::string& executor
                  const Json::Value& resources) {
   LOGI("handleEngineResourcesByExecutor executor :%s delResources =%s", executor.c_str(),
        json::styled(resources).c_str());
-  const Json::Value result = deleteEJob(deployment->deployId, deployment->taskId, resources,
-                                        executor, replyHandler(deployment));
+  const Json::Value result = deleteEJob(deployment->identity.deployId, deployment->identity.taskId,
+                                        resources, executor, replyHandler(deployment));
   const int code = result["code"].asInt();
   // A deletion whose job list couldn't be stored is sent all the same.
   if (code != 0 && code != kStoreFailed) recordUnsent(*deployment, resources, result);

@@ -11,6 +11,7 @@
 #include "executors.h"
 #include "lib/json_helper.h"
 #include "parser_replies.h"
+#include "wire/codes.h"
 
 namespace jobm {
 namespace {

@@ -1,4 +1,4 @@
-#include "queue.h"
+#include "communicate_scene/queue.h"
 
 #include <gateway/log_macros.h>
 
@@ -10,30 +10,52 @@
 namespace jobm {
 namespace {
 
-bool held = false;
-std::deque<Turn> waiting;
+constexpr std::size_t kMaxWaiting = 256;
+constexpr std::size_t kMaxWaitingBytes = std::size_t{64} * 1024 * 1024;
+
+struct Waiting {
+  std::size_t bytes;
+  Turn turn;
+};
+
+// Listening thread only.
+struct Queue {
+  bool held = false;
+  std::deque<Waiting> waiting;
+  std::size_t bytes = 0;  // of all that wait
+};
+Queue queue;
 
 void takeTurns() {
-  held = false;
-  while (!held && !waiting.empty()) {
-    const Turn turn = std::move(waiting.front());
-    waiting.pop_front();
-    turn();
+  queue.held = false;
+  while (!queue.held && !queue.waiting.empty()) {
+    const Waiting next = std::move(queue.waiting.front());
+    queue.waiting.pop_front();
+    queue.bytes -= next.bytes;
+    next.turn();
   }
 }
 
 }  // namespace
 
-void runInTurn(Turn turn) {
-  if (!held) {
+bool isQueueHeld() { return queue.held; }
+
+bool hasRoomFor(std::size_t bytes) {
+  if (!queue.held) return true;
+  return queue.waiting.size() < kMaxWaiting && queue.bytes + bytes <= kMaxWaitingBytes;
+}
+
+void runInTurn(std::size_t bytes, Turn turn) {
+  if (!queue.held) {
     turn();
     return;
   }
-  waiting.push_back(std::move(turn));
-  LOGI("another deployment is under way, %zu waiting.", waiting.size());
+  queue.bytes += bytes;
+  queue.waiting.push_back({bytes, std::move(turn)});
+  LOGI("another deployment is under way, %zu waiting.", queue.waiting.size());
 }
 
-void holdQueue() { held = true; }
+void holdQueue() { queue.held = true; }
 
 void resumeQueue() { quillon::postToLoop(takeTurns); }
 

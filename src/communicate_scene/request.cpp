@@ -7,9 +7,12 @@
 
 #include <cstdio>
 #include <exception>
+#include <memory>
+#include <optional>
 #include <utility>
 
 #include "communicate_scene/download.h"
+#include "communicate_scene/queue.h"
 #include "dbus_process_call/dbus_process_call.h"
 #include "deployment.h"
 #include "executor_api/method_calls.h"
@@ -18,24 +21,24 @@
 #include "lib/file_text.h"
 #include "lib/json_helper.h"
 #include "parsers.h"
-#include "queue.h"
 #include "sync_job_status/sync_job_status.h"
+#include "wire/codes.h"
 
 namespace jobm {
 namespace {
 
-void resetAll(const std::string& deployId, const std::string& taskId) {
+void resetAll(const DeploymentReport& identity) {
   LOGI("RESET begin...");
   Json::Value reply = resetEJobs();
   LOGI("resetEJobs res = %s\n", json::styled(reply).c_str());
   reply["success"] = std::as_const(reply)["code"].asInt() == 0;
   Json::Value details(Json::arrayValue);
   details.append(std::move(reply));
-  resourcesReply(deployId, taskId, details, kReset);
+  reportDeployment(identity, details);
 }
 
 void reportDownloads(Deployment& deployment) {
-  resourcesReply(deployment.deployId, deployment.taskId, deployment.downloaded, kDeploy);
+  reportDeployment(deployment.identity, deployment.downloaded);
 }
 
 // A refused resourceId has no directory, and its item keeps saying why.
@@ -141,10 +144,9 @@ bool storeResources(Deployment& deployment) {
   return true;
 }
 
-void deploy(const std::string& deployId, const std::string& taskId, Json::Value&& resources) {
+void deploy(const DeploymentReport& identity, Json::Value&& resources) {
   Deployment deployment;
-  deployment.deployId = deployId;
-  deployment.taskId = taskId;
+  deployment.identity = identity;
   deployment.resources = std::move(resources);
   LOGI("Beginning download resources...");
   deployment.downloaded = downloadResources(deployment.resources);
@@ -165,44 +167,86 @@ void deploy(const std::string& deployId, const std::string& taskId, Json::Value&
   notifyParsers(beginDeployment(std::move(deployment)));
 }
 
-// Takes the resources out of the request: there may be thousands.
-void carryOut(const std::string& payload, Json::Value&& parsed) {
-  const Json::Value& request = parsed;
-  const std::string deployId = request["deployId"].asString();
-  const std::string taskId = request["taskId"].asString();
-  LOGI("handle1Job deployId =%s taskId= %s", deployId.c_str(), taskId.c_str());
-  const Json::Value& deployType = request["deployType"];
-  // A request of any other type is one for somebody else, and not answered.
-  if (!deployType.isInt()) return;
-  if (deployType.asInt() == kReset) {
-    resetAll(deployId, taskId);
-    return;
-  }
-  if (deployType.asInt() != kDeploy) return;
-  if (!request.isMember("resources")) {
-    LOGE("deployJob has no key \"resources\", origin message is %s.", payload.c_str());
-    return;
-  }
-  deploy(deployId, taskId, std::move(parsed["resources"]));
+// A request of any other type is one for somebody else, and not answered.
+std::optional<int> deployTypeOf(const Json::Value& request) {
+  const Json::Value& type = request["deployType"];
+  if (!type.isInt() || (type.asInt() != kDeploy && type.asInt() != kReset)) return std::nullopt;
+  return type.asInt();
 }
 
-void startRequest(const std::string& payload) {
+// Takes the resources out of the request: there may be thousands.
+void carryOut(const JobRequest& job, Json::Value&& parsed) {
+  const Json::Value& request = parsed;
+  DeploymentReport identity{job.ticket, request["deployId"].asString(),
+                            request["taskId"].asString()};
+  LOGI("handle1Job deployId =%s taskId= %s", identity.deployId.c_str(), identity.taskId.c_str());
+  const std::optional<int> deployType = deployTypeOf(request);
+  if (!deployType) return;
+  identity.deployType = *deployType;
+  if (deployType == kReset) {
+    resetAll(identity);
+    return;
+  }
+  if (!request.isMember("resources")) {
+    LOGE("deployJob has no key \"resources\", origin message is %s.", job.payload.c_str());
+    return;
+  }
+  deploy(identity, std::move(parsed["resources"]));
+}
+
+void startRequest(JobRequest& job) {
   try {
-    Json::Value request;
-    if (!json::parse(payload, request)) {
+    Json::Value request = std::move(job.parsed);
+    if (request.isNull() && !json::parse(job.payload, request)) {
       LOGE("payload parse Error\n");
       return;
     }
-    carryOut(payload, std::move(request));
+    carryOut(job, std::move(request));
   } catch (const std::exception& e) {
-    LOGE("handle1Job Exception e = %s, origin payload is: %s", e.what(), payload.c_str());
+    LOGE("handle1Job Exception e = %s, origin payload is: %s", e.what(), job.payload.c_str());
   }
+}
+
+Json::Value snapshotIdsOf(const Json::Value& resources) {
+  Json::Value ids(Json::arrayValue);
+  if (!resources.isArray()) return ids;
+  for (const Json::Value& resource : resources) {
+    const std::string id = json::textOf(resource, "snapshotId");
+    if (!id.empty()) ids.append(id);
+  }
+  return ids;
+}
+
+// Nothing for a request that will not be answered, see carryOut.
+std::optional<AcceptedDeployment> readAccepted(const Json::Value& request) {
+  const std::optional<int> deployType = deployTypeOf(request);
+  if (!deployType || (deployType == kDeploy && !request.isMember("resources"))) return std::nullopt;
+  return AcceptedDeployment{request["deployId"].asString(), request["taskId"].asString(),
+                            *deployType, snapshotIdsOf(request["resources"])};
 }
 
 }  // namespace
 
-void handle1Job(const std::string& payload) {
-  runInTurn([payload] { startRequest(payload); });
+JobRequest acceptJob(std::string payload) {
+  JobRequest job{std::move(payload)};
+  try {
+    if (!json::parse(job.payload, job.parsed)) return job;
+    const std::optional<AcceptedDeployment> accepted = readAccepted(std::as_const(job.parsed));
+    if (accepted) job.ticket = acceptDeployment(*accepted);
+  } catch (const std::exception& e) {
+    LOGI("no deployment is expected of this request: %s\n", e.what());
+  }
+  return job;
 }
+
+void handle1Job(JobRequest&& request) {
+  const std::size_t bytes = request.payload.size();
+  const auto job = std::make_shared<JobRequest>(std::move(request));
+  // What waits is kept as a text: what it was read into is several times as large.
+  if (isQueueHeld()) job->parsed = Json::Value();
+  runInTurn(bytes, [job] { startRequest(*job); });
+}
+
+void handle1Job(const std::string& payload) { handle1Job(JobRequest{payload}); }
 
 }  // namespace jobm

@@ -5,6 +5,7 @@
 
 #include "dbus_process_call/dbus_process_call.h"
 #include "dbus_process_call/proxies.h"
+#include "dbus_wrap/LoopTasks.h"
 #include "lib/json_helper.h"
 
 namespace jobm {
@@ -24,10 +25,22 @@ int callBridge(quillon::DProxy* bridge, const Message& call, const char* name) {
   return parseProxyRetCode(bridge->sendMessageWithReplyBlocking(call), name);
 }
 
-void AsyncCallbackHandler(const Message& reply, void* /*bridge*/) {
-  if (!reply) return;
+int readAsyncReply(const Message& reply) {
+  if (!reply) return -1;
   const int code = parseProxyRetCode(reply, "publishAsync");
   if (code != 0) LOGI("publishAsync get reply : %d\n", code);
+  return code;
+}
+
+void AsyncCallbackHandler(const Message& reply, void* /*bridge*/) {
+  static_cast<void>(readAsyncReply(reply));
+}
+
+Message makePublishCall(quillon::DProxy* bridge, const std::string& topic,
+                        const std::string& payload, int qos) {
+  Message call = makeBridgeCall(bridge, "publish", topic);
+  if (call) call->writeString(payload).writeInt32(qos);
+  return call;
 }
 
 }  // namespace
@@ -35,17 +48,23 @@ void AsyncCallbackHandler(const Message& reply, void* /*bridge*/) {
 int publish(const std::string& topic, const std::string& payload, int qos) {
   LOGI("publish begin topic = %s\n", topic.c_str());
   quillon::DProxy* bridge = mqttBridgeProxy;
-  const Message call = makeBridgeCall(bridge, "publish", topic);
-  if (call) call->writeString(payload).writeInt32(qos);
+  const Message call = makePublishCall(bridge, topic, payload, qos);
   return callBridge(bridge, call, "publish");
 }
 
 void publishAsync(const std::string& topic, const std::string& payload, int qos) {
   quillon::DProxy* bridge = mqttBridgeProxy;
-  const Message call = makeBridgeCall(bridge, "publish", topic);
-  if (!call) return;
-  call->writeString(payload).writeInt32(qos);
-  bridge->sendMessageWithReply(call, AsyncCallbackHandler, bridge);
+  const Message call = makePublishCall(bridge, topic, payload, qos);
+  if (call) bridge->sendMessageWithReply(call, AsyncCallbackHandler, bridge);
+}
+
+void publishAsync(const std::string& topic, const std::string& payload, int qos,
+                  const PublishOutcome& outcome) {
+  quillon::DProxy* bridge = mqttBridgeProxy;
+  const Message call = makePublishCall(bridge, topic, payload, qos);
+  const auto handler = [outcome](const Message& reply, void*) { outcome(readAsyncReply(reply)); };
+  if (call && bridge->sendMessageWithReply(call, handler, bridge)) return;
+  quillon::postToLoop([outcome] { outcome(-1); });
 }
 
 int subscribe(const std::string& topic, const std::string& subscriber, int qos) {

@@ -6,6 +6,7 @@
 
 #include "dbus_process_call/dbus_process_call.h"
 #include "dbus_process_call/proxies.h"
+#include "wire/store_keys.h"
 
 namespace jobm {
 namespace {
@@ -49,7 +50,7 @@ int setConfig(const std::string& key, const std::string& value) {
 }
 
 bool isReservedKey(std::string_view key) {
-  return key.starts_with("gw_system_") || key.starts_with("gw_jobm_");
+  return key.starts_with(key::kSystemPrefix) || key.starts_with(key::kServicePrefix);
 }
 
 int setForeignConfig(const std::string& key, const std::string& value) {

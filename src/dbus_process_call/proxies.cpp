@@ -2,20 +2,22 @@
 
 #include <memory>
 
+#include "wire/bus_names.h"
+
 namespace jobm {
 namespace {
 
-quillon::DProxy* makeProxy(const char* name, const char* path) {
-  return std::make_unique<quillon::DProxy>(name, path, name).release();
+quillon::DProxy* makeProxy(const bus::Service& service) {
+  return std::make_unique<quillon::DProxy>(service.name, service.path, service.name).release();
 }
 
 }  // namespace
 
-ProxyPointer mqttBridgeProxy = makeProxy("iot.bridge.mqtt", "/iot/bridge/mqtt");
-ProxyPointer jobManagerProxy = makeProxy("iot.job.manager", "/iot/job/manager");
-ProxyPointer busDaemonProxy = makeProxy("org.freedesktop.DBus", "/");
-ProxyPointer devicePropertiesProxy = makeProxy("iot.device.properties", "/iot/device/properties");
-ProxyPointer gatewayMonitorProxy = makeProxy("iot.gateway.monitor", "/iot/gateway/monitor");
+ProxyPointer mqttBridgeProxy = makeProxy(bus::kBridge);
+ProxyPointer jobManagerProxy = makeProxy(bus::kJobManager);
+ProxyPointer busDaemonProxy = makeProxy(bus::kDaemon);
+ProxyPointer devicePropertiesProxy = makeProxy(bus::kDeviceProperties);
+ProxyPointer gatewayMonitorProxy = makeProxy(bus::kGatewayMonitor);
 
 void dropProxies() {
   mqttBridgeProxy = nullptr;

@@ -6,13 +6,10 @@
 #include "dbus_process_call/dbus_process_call.h"
 #include "dbus_process_call/proxies.h"
 #include "lib/json_helper.h"
+#include "wire/bus_names.h"
 
 namespace jobm {
 namespace {
-
-constexpr const char* kWatchdog = "iot.gateway.watchdog";
-constexpr const char* kLogService = "iot.gateway.log_system";
-constexpr const char* kLogServicePath = "/iot/gateway/log_system";
 
 // Emits `signalName` from this service's own path and interface with one text argument.
 void emitSignal(const std::string& signalName, const std::string& text) {
@@ -41,10 +38,10 @@ void feedDog(const std::string& name, int seconds) {
   if (proxy == nullptr) return;
   const auto signal = proxy->makeSignal("feedDog");
   if (!signal) return;
-  signal->setPath("/iot/job/manager");
-  signal->setInterface(kWatchdog);
-  signal->setDestination(kWatchdog);
-  signal->writeString(kOwnBusName).writeString(name).writeInt32(seconds);
+  signal->setPath(bus::kJobManager.path);
+  signal->setInterface(bus::kWatchdog.name);
+  signal->setDestination(bus::kWatchdog.name);
+  signal->writeString(bus::kJobManager.name).writeString(name).writeInt32(seconds);
   proxy->sendSignal(signal);
 }
 
@@ -98,7 +95,7 @@ void sendSignalToLog(int level, const std::string& tag, const std::string& file,
                      const std::string& func, const std::string& line, const std::string& message) {
   LOGI("sendSignalToLog begin \n level =%d tag= %s file=%s func=%s line=%s\n", level, tag.c_str(),
        file.c_str(), func.c_str(), line.c_str());
-  quillon::DProxy proxy(kLogService, kLogServicePath, kLogService);
+  quillon::DProxy proxy(bus::kLog.name, bus::kLog.path, bus::kLog.name);
   const auto signal = proxy.makeSignal("logPrint");
   if (!signal) return;
   signal->writeInt32(level).writeString(tag).writeString(file);

@@ -14,6 +14,8 @@
 #include "executor_api/stored_jobs.h"
 #include "lib/json_helper.h"
 #include "sync_job_status/sync_job_status.h"
+#include "wire/bus_names.h"
+#include "wire/codes.h"
 
 namespace jobm {
 namespace {
@@ -21,7 +23,7 @@ namespace {
 using Message = std::shared_ptr<quillon::DMessage>;
 
 // The one executor that answers for each resource.
-constexpr const char* kCorvexConfig = "CorvexConfig";
+constexpr const char* kCorvexConfig = bus::kCorvexConfigExecutor;
 
 // What a reply handler of a deploy or delete call holds, all of it its own.
 struct JobCall {

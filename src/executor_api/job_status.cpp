@@ -7,6 +7,7 @@
 #include "executor_api/method_calls.h"
 #include "lib/json_helper.h"
 #include "sync_job_status/sync_job_status.h"
+#include "wire/codes.h"
 
 namespace jobm {
 namespace {
@@ -19,7 +20,7 @@ void passOn(const Json::Value& report) {
   const std::string foreignKey = report["foreignKey"].asString();
   // Every executor's report counts as one on an added job, and its status doubles as the result
   // code.
-  syncJobStatus(kNoAckId, kAddJob, jobId, jobStatus, executor, jobStatus, result, 0, foreignKey);
+  syncJobStatus({kNoAckId, kAddJob, jobId, jobStatus, executor, foreignKey}, jobStatus, result);
 }
 
 }  // namespace

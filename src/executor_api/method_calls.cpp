@@ -8,6 +8,7 @@
 
 #include "dbus_wrap/LoopTasks.h"
 #include "lib/json_helper.h"
+#include "wire/codes.h"
 
 namespace jobm {
 namespace {

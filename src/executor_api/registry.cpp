@@ -10,6 +10,7 @@
 #include "lib/json_helper.h"
 #include "stored_registry.h"
 #include "tables.h"
+#include "wire/store_keys.h"
 
 namespace jobm {
 namespace registry {
@@ -73,7 +74,7 @@ std::string takeExecutor(const std::string& payload, const Json::Value& registra
   }
   Tables& all = tables();
   const Executor* previous = find(all.executorMap, executorName);
-  const ConfigRead before = rememberStored(registration, previous, kExecutorsKey);
+  const ConfigRead before = rememberStored(registration, previous, key::kExecutors);
   const int stored = saveExecutor2ConfigManager(executorName, payload);
   LOGI("saveExecutor2ConfigManager result = %d", stored);
   if (stored == kStoreUnreadable) return "registerExecutor configuration store can't be read";
@@ -81,7 +82,7 @@ std::string takeExecutor(const std::string& payload, const Json::Value& registra
   if (hasBadAddress(registration)) return "registerExecutor executorAddr error";
   if (hasNoTypes(registration)) return "registerExecutor *Type param error";
   Executor record = readRecord(registration, previous);
-  if (std::string error = connectOrPutBack(record, kExecutorsKey, before); !error.empty()) {
+  if (std::string error = connectOrPutBack(record, key::kExecutors, before); !error.empty()) {
     return error;
   }
   install(all.executorMap, executorName, std::move(record), &all.executorWatchMap);
@@ -99,8 +100,8 @@ void logParsers(const WatchMap& watchMap) {
 // A restored registration isn't stored again over a newer one that has come in meanwhile.
 int storeParser(const std::string& executorName, const Json::Value& registration, Origin origin) {
   if (origin == Origin::kRestored && tables().liveParsers.contains(executorName)) return 0;
-  const int stored = saveToConfigManager(kParsersKey, executorName, registration);
-  LOGI("saving parser %s to %s, result = %d", executorName.c_str(), kParsersKey, stored);
+  const int stored = saveToConfigManager(key::kParsers, executorName, registration);
+  LOGI("saving parser %s to %s, result = %d", executorName.c_str(), key::kParsers, stored);
   if (origin == Origin::kLive) tables().liveParsers.insert(executorName);
   return stored;
 }
@@ -110,7 +111,7 @@ std::string fillParser(const Json::Value& registration, Origin origin) {
   if (!isPathComponent(executorName)) return "registerParser executorName error";
   Tables& all = tables();
   const Executor* previous = find(all.parserMap, executorName);
-  const ConfigRead before = rememberStored(registration, previous, kParsersKey);
+  const ConfigRead before = rememberStored(registration, previous, key::kParsers);
   if (storeParser(executorName, registration, origin) == kStoreUnreadable) {
     return "registerParser configuration store can't be read";
   }
@@ -121,7 +122,7 @@ std::string fillParser(const Json::Value& registration, Origin origin) {
   }
   LOGI("Creating Executor with proxy: interface=%s path=%s wellknownName=%s",
        record.interface.c_str(), record.path.c_str(), record.name.c_str());
-  if (std::string error = connectOrPutBack(record, kParsersKey, before); !error.empty()) {
+  if (std::string error = connectOrPutBack(record, key::kParsers, before); !error.empty()) {
     return error;
   }
   install(all.parserMap, executorName, std::move(record), &all.parserWatchMap);

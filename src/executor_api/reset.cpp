@@ -14,6 +14,7 @@
 #include "lib/comm_path.h"
 #include "lib/json_helper.h"
 #include "sync_job_status/sync_job_status.h"
+#include "wire/codes.h"
 
 namespace jobm {
 namespace {

@@ -8,6 +8,8 @@
 #include "lib/json_helper.h"
 #include "stored_registry.h"
 #include "tables.h"
+#include "wire/bus_names.h"
+#include "wire/store_keys.h"
 
 namespace jobm {
 namespace registry {
@@ -15,30 +17,28 @@ namespace {
 
 struct BuiltIn {
   const char* executorName;
-  const char* name;  // bus name and interface
-  const char* path;
+  bus::Service service;
   std::vector<std::string> storeType;
 };
 
 const BuiltIn& rillmark() {
-  static const BuiltIn executor{"Rillmark", "iot.edge.Rillmark", "/iot/edge/Rillmark", {"file"}};
+  static const BuiltIn executor{bus::kRillmarkExecutor, bus::kRillmark, {"file"}};
   return executor;
 }
 
 const BuiltIn& scriptEngine() {
-  static const BuiltIn executor{"IFTTTEngine", "iot.runtime.js", "/iot/runtime/js", {"file"}};
+  static const BuiltIn executor{bus::kScriptEngineExecutor, bus::kScriptEngine, {"file"}};
   return executor;
 }
 
 const BuiltIn& corvexConfig() {
-  static const BuiltIn executor{
-      "CorvexConfig", "iot.gateway.cvbase", "/iot/gateway/cvbase", {"file", "origin"}};
+  static const BuiltIn executor{bus::kCorvexConfigExecutor, bus::kCorvexConfig, {"file", "origin"}};
   return executor;
 }
 
 // False when the store could not be read.
 bool restoreParsers() {
-  const std::optional<Json::Value> stored = storedRegistrations(kParsersKey);
+  const std::optional<Json::Value> stored = storedRegistrations(key::kParsers);
   if (!stored) return false;
   for (const std::string& name : stored->getMemberNames()) {
     const std::lock_guard guard(tables().lock);
@@ -74,7 +74,7 @@ void restoreExecutor(const std::string& name, const Json::Value& registration) {
 }
 
 bool restoreExecutors() {
-  const ConfigRead read = readConfig(kExecutorsKey);
+  const ConfigRead read = readConfig(key::kExecutors);
   LOGI("initAllExecutors payload = %s", read.value.c_str());
   if (read.state == ConfigState::kUnreadable) return false;
   Json::Value parsed;
@@ -87,24 +87,25 @@ bool restoreExecutors() {
 void addDefaultWatches() {
   const std::lock_guard guard(tables().lock);
   WatchMap& watchMap = tables().executorWatchMap;
-  watchMap["function"].insert("CorvexConfig");
-  watchMap["driver"].insert("CorvexConfig");
+  watchMap["function"].insert(bus::kCorvexConfigExecutor);
+  watchMap["driver"].insert(bus::kCorvexConfigExecutor);
   watchMap["driver"].insert("driver_manager");
-  watchMap["rule"].insert("IFTTTEngine");
-  watchMap["stream"].insert("Rillmark");
+  watchMap["rule"].insert(bus::kScriptEngineExecutor);
+  watchMap["stream"].insert(bus::kRillmarkExecutor);
 }
 
 // With the lock held.
 void installBuiltIn(const BuiltIn& builtIn) {
   Executor record;
-  record.name = builtIn.name;
-  record.interface = builtIn.name;
-  record.path = builtIn.path;
+  record.name = builtIn.service.name;
+  record.interface = builtIn.service.name;
+  record.path = builtIn.service.path;
   record.executorName = builtIn.executorName;
   record.storeType = builtIn.storeType;
   if (const std::string error = connectRecord(record); !error.empty()) {
     LOGE("no proxy for %s: %s\n", builtIn.executorName, error.c_str());
-    record.proxy = std::make_shared<quillon::DProxy>(builtIn.name, builtIn.path, builtIn.name);
+    record.proxy = std::make_shared<quillon::DProxy>(builtIn.service.name, builtIn.service.path,
+                                                     builtIn.service.name);
   }
   install(tables().executorMap, builtIn.executorName, std::move(record), nullptr);
 }

@@ -9,6 +9,7 @@
 #include "executor_api/registry.h"
 #include "lib/json_helper.h"
 #include "sync_job_status/sync_job_status.h"
+#include "wire/codes.h"
 
 namespace jobm {
 namespace {

@@ -4,6 +4,7 @@
 
 #include "executor_api/registry.h"
 #include "lib/json_helper.h"
+#include "wire/store_keys.h"
 
 namespace jobm {
 namespace registry {
@@ -29,7 +30,7 @@ int saveExecutor2ConfigManager(const std::string& executorName, const std::strin
     LOGE("configManager jobm_executors parse Error, Error content = %s\n", payload.c_str());
     return 1;
   }
-  return saveToConfigManager(registry::kExecutorsKey, executorName, registration);
+  return saveToConfigManager(key::kExecutors, executorName, registration);
 }
 
 int saveToConfigManager(const std::string& key, const std::string& name, const Json::Value& value) {

@@ -11,9 +11,6 @@
 
 namespace jobm::registry {
 
-inline constexpr const char* kExecutorsKey = "gw_jobm_executors";
-inline constexpr const char* kParsersKey = "gw_jobm_parsers";
-
 /// The registrations under `key`; an empty object when there are none or what is there is no
 /// object, nothing when the store could not be read.
 std::optional<Json::Value> storedRegistrations(const std::string& key);

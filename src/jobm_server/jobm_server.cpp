@@ -18,14 +18,14 @@
 #include "lib/json_helper.h"
 #include "scheduler_link/identity.h"
 #include "scheduler_link/routing.h"
+#include "wire/bus_names.h"
+#include "wire/codes.h"
+#include "wire/topics.h"
 
 namespace jobm {
 namespace {
 
 using Message = std::shared_ptr<quillon::DMessage>;
-
-constexpr int kFailure = 100000;
-constexpr const char* kScriptEngine = "iot.runtime.js";
 
 std::string serviceReply(int code, const std::string& message) {
   Json::Value reply;
@@ -37,11 +37,11 @@ std::string serviceReply(int code, const std::string& message) {
 
 std::string syncJobStatusCalled(const std::string& payload) {
   return reportJobStatus(payload) ? serviceReply(0, "syncJobStatus success")
-                                  : serviceReply(kFailure, "syncJobStatus fail, params error");
+                                  : serviceReply(kParamsError, "syncJobStatus fail, params error");
 }
 
 std::string registrationReply(const std::string& error, const char* success) {
-  return error.empty() ? serviceReply(0, success) : serviceReply(kFailure, error);
+  return error.empty() ? serviceReply(0, success) : serviceReply(kParamsError, error);
 }
 
 // Tells executors how packages are encrypted. They look the key up as "securied".
@@ -84,7 +84,7 @@ void republishJobLog(const Message& signal) {
   }
   try {
     const std::string result = std::as_const(parsed)["result"].asString();
-    publishAsync(gatewayTopic("/edge/rule/post_log"), result, 1);
+    publishAsync(gatewayTopic(topic::kPostLog), result, 1);
   } catch (const std::exception& e) {
     LOGE("jobstatus_event Exception e = %s\n", e.what());
   }
@@ -100,13 +100,13 @@ void releaseEverything() {
 
 void superviseEngine(const Message& signal) {
   const std::string name = signal->readString();
-  if (name != kScriptEngine) return;
+  if (name != bus::kScriptEngine.name) return;
   LOGI("NameOwnerChanged called name = %s\n", name.c_str());
   const std::string oldOwner = signal->readString();
   const std::string newOwner = signal->readString();
   LOGE("old_owner= %s  new_owner = %s \n", oldOwner.c_str(), newOwner.c_str());
   if (!newOwner.empty()) return;
-  LOGE("%s offline...\n", kScriptEngine);
+  LOGE("%s offline...\n", bus::kScriptEngine.name);
   handleEngineDead(name);
 }
 
@@ -140,7 +140,7 @@ bool JobManagerServer::onMethodCall(const char* member, const Message& request,
     send(reply);
   } catch (const std::exception& e) {
     LOGE("onMethodCall Exception e = %s\n", e.what());
-    reply->writeString(serviceReply(kFailure, e.what()));
+    reply->writeString(serviceReply(kParamsError, e.what()));
     send(reply);
   }
   return true;

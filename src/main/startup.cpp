@@ -13,6 +13,7 @@
 #include <thread>
 
 #include "dbus_process_call/dbus_process_call.h"
+#include "dbus_wrap/LoopTasks.h"
 #include "engine_api/bus_control.h"
 #include "executor_api/registry.h"
 #include "jobm_server/jobm_server.h"
@@ -20,8 +21,11 @@
 #include "runner_api/runner.h"
 #include "scheduler_link/identity.h"
 #include "scheduler_link/routing.h"
+#include "sync_job_status/journal.h"
 #include "util/aes/job_aes.h"
 #include "util/http_download_kiv.h"
+#include "wire/bus_names.h"
+#include "wire/store_keys.h"
 
 // A build for endurance tests shortens the heartbeat and the pause between registrations; nothing
 // else changes them.
@@ -38,7 +42,6 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-constexpr const char* kOwnPath = "/iot/job/manager";
 constexpr milliseconds kHeartbeatPeriod{JOBM_HEARTBEAT_MS};
 constexpr milliseconds kRegistrationPause{JOBM_REGISTRATION_MS};
 constexpr int kWatchdogSeconds = 19;
@@ -47,14 +50,14 @@ std::string pathRule(const char* path) { return std::string("type='signal',path=
 
 void serve() {
   const std::string rules[] = {
-      pathRule("/iot/runtime/js"), pathRule("/iot/bridge/mqtt"), pathRule("/iot/gateway/watchdog"),
+      pathRule(bus::kScriptEngine.path), pathRule(bus::kBridge.path), pathRule(bus::kWatchdog.path),
       "type='signal',interface='org.freedesktop.DBus',member='NameOwnerChanged'"};
   LOGI("startListenDBusSignals begin...\n");
-  JobManagerServer server(kOwnBusName, kOwnPath);
+  JobManagerServer server(bus::kJobManager.name, bus::kJobManager.path);
   if (server.prepare() != 0) {
     // Deliberately no error: another instance may own the name, and the rest of the process goes
     // on.
-    LOGI("prepare dbus server for %s failed.\n", kOwnBusName);
+    LOGI("prepare dbus server for %s failed.\n", bus::kJobManager.name);
     return;
   }
   for (const std::string& rule : rules) server.addMatchRule(rule);
@@ -75,8 +78,8 @@ void* listeningRoutine(void*) {
 
 // The service manager must not see a failure.
 void endIfRunning() {
-  if (!nameHasOwner(kOwnBusName)) return;
-  LOGW("%s existed, will not restart.\n", kOwnBusName);
+  if (!nameHasOwner(bus::kJobManager.name)) return;
+  LOGW("%s existed, will not restart.\n", bus::kJobManager.name);
   _exit(0);
 }
 
@@ -86,8 +89,8 @@ void waitForIdentity() {
   std::string deviceName;
   do {
     std::this_thread::sleep_for(seconds(1));
-    productKey = getConfig("gw_system_productkey");
-    deviceName = getConfig("gw_system_devicename");
+    productKey = getConfig(key::kProductKey);
+    deviceName = getConfig(key::kDeviceName);
   } while (productKey.empty() || deviceName.empty());
   LOGI("productKey = %s deviceName = %s\n", productKey.c_str(), deviceName.c_str());
   setDeviceInfo(productKey, deviceName);
@@ -109,12 +112,17 @@ void registerUntilGranted() {
   LOGI("runnerId =%lld\n ", static_cast<long long>(getRunId()));
 }
 
+// Before the first heartbeat, and with it before anything new is accepted.
+void reportWhatIsLeft() {
+  quillon::postToLoop([slots = readJournal()] { reportInterrupted(slots); });
+}
+
 void beatForEver() {
   while (true) {
     std::this_thread::sleep_for(kHeartbeatPeriod);
     try {
       handleHeartbeat();
-      feedDog(kOwnBusName, kWatchdogSeconds);
+      feedDog(bus::kJobManager.name, kWatchdogSeconds);
     } catch (const std::exception& e) {
       LOGE("beatForEver Exception e = %s\n", e.what());
     }
@@ -154,13 +162,14 @@ void runService() {
   installSignalHandlers();
   log_init("task-dispatcher", 1, 1, 2);
   LOGI("TaskDispatcher started...\n");
-  setDeviceSecretReader([] { return getConfig("gw_system_devicesecret"); });
+  setDeviceSecretReader([] { return getConfig(key::kDeviceSecret); });
   endIfRunning();
   listen();
   const bool isRestored = initAllExecutors();
   waitForIdentity();
   if (!isRestored) restoreUntilRead();
   registerUntilGranted();
+  reportWhatIsLeft();
   curl_init();
   startHeartbeat();
   createThread_discovery();

@@ -3,7 +3,9 @@
 #include <gateway/log_macros.h>
 
 #include <exception>
+#include <utility>
 
+#include "communicate_scene/queue.h"
 #include "communicate_scene/request.h"
 #include "dbus_process_call/dbus_process_call.h"
 #include "executor_api/reset.h"
@@ -13,11 +15,11 @@
 #include "scheduler_link/identity.h"
 #include "sync_job_status/sync_job_status.h"
 #include "util/http_download_kiv.h"
+#include "wire/codes.h"
+#include "wire/store_keys.h"
 
 namespace jobm {
 namespace {
-
-constexpr int kJobListCode = 10200;
 
 struct JobOrder {
   std::int64_t ackId;
@@ -26,12 +28,20 @@ struct JobOrder {
 };
 
 void reportStatus(const JobOrder& order, int status, const char* detail, const std::string& name) {
-  syncJobStatus(order.ackId, order.ackCode, order.jobId, status, kConfigManager, 0, detail, 0,
-                name);
+  syncJobStatus({order.ackId, order.ackCode, order.jobId, status, kConfigManager, name}, 0, detail);
 }
 
 void reportSuccess(const JobOrder& order, int status, const std::string& name) {
   reportStatus(order, status, "job deploy success", name);
+}
+
+// Refuses what would have to wait where there is no more room to wait, so that nothing of it counts
+// as accepted.
+bool refuseWithoutRoom(const JobOrder& order, std::size_t bytes, const std::string& name) {
+  if (hasRoomFor(bytes)) return false;
+  LOGW("job %lld is refused: too many deployments waiting\n", static_cast<long long>(order.jobId));
+  reportStatus(order, kJobFailed, "too many deployments waiting", name);
+  return true;
 }
 
 void addJob(const JobOrder& order, const std::string& jobDirectory, const Json::Value& content) {
@@ -41,6 +51,7 @@ void addJob(const JobOrder& order, const std::string& jobDirectory, const Json::
   const std::string storage = content["type"].asString();
   const std::string name = content["name"].asString();
   static_cast<void>(content["context"].asString());  // read for its type only
+  if (refuseWithoutRoom(order, 0, name)) return;
   const std::string indexPath = jobDirectory + "/" + "index";
   if (downloadJob(source, storage, indexPath, true) != 0) {
     reportStatus(order, kJobFailed, "Download job package fail", name);
@@ -48,19 +59,29 @@ void addJob(const JobOrder& order, const std::string& jobDirectory, const Json::
   }
   std::string text;
   readFile(indexPath, text);
-  // Deliberately before anything is stored or deployed: the deployment reports its own results.
+  if (refuseWithoutRoom(order, text.size(), name)) return;
+  JobRequest request = acceptJob(text);
+  // Before anything is stored or deployed: the deployment reports its own results.
   reportSuccess(order, kJobDeployed, name);
-  setConfig("gw_jobm_jobContent", text);
-  setConfig("gw_jobm_jobId", std::to_string(order.jobId));
-  handle1Job(text);
+  setConfig(key::kJobContent, text);
+  setConfig(key::kJobId, std::to_string(order.jobId));
+  handle1Job(std::move(request));
   rmDir(jobDirectory);
 }
 
-// For a directory that was made for a job of another executor than the label's, the status report
-// removes nothing; deliberately so.
+// The status report removes the directory of the label it is given. One that was made for a job of
+// another executor stays, see "Deleting a job" in docs/architecture.md.
 void deleteJob(const JobOrder& order) {
   LOGI("DELETE_JOB begin... \n");
   reportSuccess(order, kJobDone, "");
+}
+
+// Takes its turn like a deployment: what came before it is over by then, and goes with the rest.
+void resetJobs(const JobOrder& order) {
+  runInTurn(0, [order] {
+    reportSuccess(order, kJobDone, "");
+    static_cast<void>(resetEJobs());
+  });
 }
 
 void handleListedJob(const Json::Value& job, unsigned index) {
@@ -77,9 +98,10 @@ void handleListedJob(const Json::Value& job, unsigned index) {
 }  // namespace
 
 bool handleHeartbeatResp(const Json::Value& reply) {
+  publishAgain();  // this reply has come all the way
   try {
     const Json::Value& answer = reply["attrs"][0U];
-    if (answer["code"].asInt() != kJobListCode) return false;
+    if (answer["code"].asInt() != kJobList) return false;
     const Json::Value& data = answer["data"];
     if (data.isNull()) {
       LOGE("handleHeartbeatResp data is null\n");
@@ -100,16 +122,15 @@ void handleJob(std::int64_t ackId, int ackCode, std::int64_t jobId, const std::s
   const JobOrder order{ackId, ackCode, jobId};
   try {
     Json::Value content;
-    // Deliberately before the code is looked at: an order without JSON content is never carried
-    // out.
+    // Before the code is looked at: an order without JSON content is never carried out, see "Orders
+    // without JSON" in docs/architecture.md.
     if (!json::parse(ackContent, content)) {
       LOGE("handleJob parse Error, Error content = %s\n", ackContent.c_str());
       reportDeployParseError();
       return;
     }
     if (ackCode == kResetJobs) {
-      reportSuccess(order, kJobDone, "");
-      resetEJobs();
+      resetJobs(order);
       return;
     }
     const std::string jobDirectory = generateDir(executor, std::to_string(jobId));

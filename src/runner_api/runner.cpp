@@ -13,21 +13,24 @@
 #include "runner_api/jobs.h"
 #include "scheduler_link/identity.h"
 #include "scheduler_link/routing.h"
+#include "wire/bus_names.h"
+#include "wire/codes.h"
+#include "wire/store_keys.h"
+#include "wire/topics.h"
 
 namespace jobm {
 namespace {
 
-constexpr int kGranted = 200;
 constexpr float kQuietSeconds = 600.0F;
 
 int subscribeOnce(const std::string& topic) {
-  const int result = subscribe(topic, kOwnBusName, 1);
+  const int result = subscribe(topic, bus::kJobManager.name, 1);
   LOGI("subscribe result = %d\n", result);
   return result;
 }
 
 bool subscribeReplies() {
-  const std::string topic = gatewayTopic("/scheduler/sysReply");
+  const std::string topic = gatewayTopic(topic::kSchedulerReply);
   const int result = tryThreeTimes([&] { return subscribeOnce(topic); }, [](int) {});
   if (result != 0) LOGE("Error subscribe reply =%d\n", result);
   return result == 0;
@@ -57,7 +60,7 @@ Json::Value describeRunner(int cpu, std::int64_t memorySize, const std::string& 
 
 // Takes the leading number of the stored job id; the rest of the text is ignored.
 void restoreLastJobId() {
-  const std::string text = getConfig("gw_jobm_jobId");
+  const std::string text = getConfig(key::kJobId);
   if (text.empty()) return;
   std::istringstream stream(text);
   std::int64_t id = 0;
@@ -90,7 +93,7 @@ void registerRunner(int cpu, std::int64_t memorySize, const std::string& executo
   LOGI("registerRunner id = %lld\n", static_cast<long long>(id));
   const std::string payload = schedulerRequest(id, attrs);
   LOGI("publishAsync payload =%s\n", payload.c_str());
-  publishAsync(gatewayTopic("/scheduler/publish/registerRunner"), payload, 1);
+  publishAsync(gatewayTopic(topic::kRegisterRunner), payload, 1);
   restoreLastJobId();
 }
 
@@ -98,7 +101,7 @@ bool registerRunnerResp(const Json::Value& reply) {
   try {
     LOGI("register response =%s\n", json::styled(reply).c_str());
     const Json::Value& answer = reply["attrs"][0U];
-    if (answer["code"] != Json::Value(kGranted)) return false;
+    if (answer["code"] != Json::Value(kAccepted)) return false;
     setRunId(answer["data"].asInt64());
     LOGI("Response runId = %lld\n", static_cast<long long>(getRunId()));
     return true;
@@ -127,7 +130,7 @@ void sendHeartbeat(const std::string& /*ignored*/) {
   attrs.append(usage);
   const std::int64_t id = fileRequest(handleHeartbeatResp);
   logAfterSilence(id);
-  publishAsync(gatewayTopic("/scheduler/publish/heartbeat"), schedulerRequest(id, attrs), 1);
+  publishAsync(gatewayTopic(topic::kHeartbeat), schedulerRequest(id, attrs), 1);
 }
 
 }  // namespace jobm

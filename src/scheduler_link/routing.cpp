@@ -11,12 +11,12 @@
 #include "dbus_process_call/dbus_process_call.h"
 #include "lib/json_helper.h"
 #include "scheduler_link/identity.h"
+#include "wire/bus_names.h"
+#include "wire/codes.h"
+#include "wire/topics.h"
 
 namespace jobm {
 namespace {
-
-constexpr const char* kTriggerSuffix = "/edge/rule/trigger";
-constexpr int kJobListCode = 10200;
 
 // Filled by every thread that asks the scheduler something, emptied by the listening thread. The
 // lock is not held while a handler runs: handlers publish and file requests of their own.
@@ -89,8 +89,8 @@ std::string schedulerRequest(std::int64_t id, const Json::Value& attrs) {
 }
 
 int dispatchMasterResponse(const std::string& topic, const std::string& payload) {
-  if (topic.find(kTriggerSuffix) != std::string::npos) {
-    deliveryInfo(kTriggerSuffix, payload);
+  if (topic.find(topic::kTrigger) != std::string::npos) {
+    deliveryInfo(topic::kTrigger, payload);
     return 1;
   }
   Json::Value parsed;
@@ -100,7 +100,7 @@ int dispatchMasterResponse(const std::string& topic, const std::string& payload)
   }
   const Json::Value& root = parsed;
   const Json::Value& reply = root["attrs"][0U];
-  if (reply["code"].asInt() == kJobListCode && !reply["data"].empty()) {
+  if (reply["code"].asInt() == kJobList && !reply["data"].empty()) {
     // Deliberately nothing: the id alone decides. The read stays, because it refuses malformed
     // replies.
   }
@@ -116,15 +116,15 @@ int dispatchMasterResponse(const std::string& topic, const std::string& payload)
 
 int deliveryInfo(const std::string& topic, const std::string& payload) {
   LOGI("deliveryInfo begin payload = %s \n", payload.c_str());
-  if (topic != kTriggerSuffix) return 1;
-  deliveryInfoToNodeEngineBySignal("actionOnce", payload, "IFTTTEngine");
+  if (topic != topic::kTrigger) return 1;
+  deliveryInfoToNodeEngineBySignal("actionOnce", payload, bus::kScriptEngineExecutor);
   return 1;
 }
 
 bool subscribeInvoke() {
-  const std::string topic = gatewayTopic(kTriggerSuffix);
+  const std::string topic = gatewayTopic(topic::kTrigger);
   // Deliberately without limit and pause: without its trigger channel the gateway is of no use.
-  while (subscribe(topic, kOwnBusName, 1) != 0) {
+  while (subscribe(topic, bus::kJobManager.name, 1) != 0) {
   }
   return true;
 }

@@ -12,8 +12,8 @@ void fuzz::check(const std::string& input) {
   const std::vector<std::string> messages = start(input);
   jobm::registerRunner(1, 1024, "[]", "1.0");
   jobm::sendHeartbeat("");
-  jobm::syncStatusPassive(1, 2, 3, "{}");
-  jobm::syncStatusActive(1, 3, "ConfigManager", "{}");
+  jobm::syncStatusPassive({.ackId = 2, .jobId = 1, .jobStatus = 3}, "{}");
+  jobm::syncStatusActive({.jobId = 1, .jobStatus = 3, .executor = "ConfigManager"}, "{}");
   require(jobm::outstandingRequests() == 4, "every request waits for its reply");
   const auto requests = world.published;
   for (std::string payload : messages) {

@@ -17,6 +17,7 @@
 #include "executor_api/stored_jobs.h"
 #include "scene.h"
 #include "sync_job_status/sync_job_status.h"
+#include "wire/codes.h"
 
 using namespace test;
 

@@ -2,7 +2,10 @@
 /// becomes of them.
 #pragma once
 
+#include <sqlite3.h>
+
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -53,6 +56,26 @@ inline Json::Value detailsOf(const std::string& deployId, std::size_t n = 1, dou
   const bool came = eventually([&] { return resultsOf(deployId).size() >= n; }, seconds);
   return came ? resultsOf(deployId)[n - 1]["details"] : Json::Value();
 }
+
+/// As long as it lives, the store refuses to write one key.
+class RefusedKey {
+ public:
+  explicit RefusedKey(const std::string& key) {
+    run("CREATE TRIGGER refused BEFORE INSERT ON config WHEN NEW.key = '" + key +
+        "' BEGIN SELECT RAISE(ABORT, 'refused'); END");
+  }
+  ~RefusedKey() { run("DROP TRIGGER refused"); }
+  RefusedKey(const RefusedKey&) = delete;
+  RefusedKey& operator=(const RefusedKey&) = delete;
+
+ private:
+  static void run(const std::string& statement) {
+    sqlite3* raw = nullptr;
+    sqlite3_open("/tarnvale/config/gateway.db", &raw);
+    const std::unique_ptr<sqlite3, int (*)(sqlite3*)> store(raw, sqlite3_close);
+    EXPECT_EQ(sqlite3_exec(raw, statement.c_str(), nullptr, nullptr, nullptr), SQLITE_OK);
+  }
+};
 
 class Scene : public testing::Test {
  protected:

@@ -129,8 +129,9 @@ TEST_F(Scene, lets_a_request_wait_until_the_deployment_before_it_is_over) {
 }
 
 TEST_F(Scene, reports_what_was_never_sent_and_waits_for_the_rest_only) {
-  FakePeer own("iot.test.reserved");
-  addExecutor(registration("gw_jobm_reserved", "iot.test.reserved", R"(["reserved"])"));
+  const RefusedKey refused("unstorable");
+  FakePeer own("iot.test.unstorable");
+  addExecutor(registration("unstorable", "iot.test.unstorable", R"(["reserved"])"));
   deploy("never sent", {text("u", "reserved")});
   EXPECT_EQ(detailsOf("never sent"), parsed(R"([{"snapshotId":"s-u","success":false,
       "code":"101203","message":"SetConfigManager_Fail"}])"));
@@ -138,7 +139,7 @@ TEST_F(Scene, reports_what_was_never_sent_and_waits_for_the_rest_only) {
   deploy("half sent", {text("u", "reserved"), resourceOf("v", "reserved", 1)});
   EXPECT_EQ(detailsOf("half sent")[1]["success"], true);
   // And the answer of another executor is the last word.
-  addExecutor(registration("other", "iot.test.reserved", R"(["reserved"])"));
+  addExecutor(registration("other", "iot.test.unstorable", R"(["reserved"])"));
   deploy("sent to the other", {text("u", "reserved")});
   EXPECT_EQ(detailsOf("sent to the other")[0]["success"], true);
   EXPECT_EQ(own.count("deployJob"), 1U);

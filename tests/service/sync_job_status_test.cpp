@@ -33,7 +33,7 @@ TEST(SyncJobStatus, goes_out_as_an_answer_or_on_its_own_account) {
     SCOPED_TRACE(&c - cases);
     generateDir("Exec", "8");
     const CapturedLog log;
-    syncEngineStringJobStatusToMaster(c.ackId, c.ackCode, 8, c.status, "Exec", "R", 1, "job's");
+    syncEngineStringJobStatusToMaster({c.ackId, c.ackCode, 8, c.status, "Exec", "job's"}, "R");
     const auto reports = news();
     ASSERT_EQ(reports.size(), 1U);
     EXPECT_EQ(reports[0].suffix, std::string("/scheduler/publish/syncStatus") + c.kind);
@@ -43,10 +43,10 @@ TEST(SyncJobStatus, goes_out_as_an_answer_or_on_its_own_account) {
                         std::to_string(c.status) + " result = R "));
   }
   setRunId(0);
-  syncJobStatus(kNoAckId, 10201, 8, 3, "Exec", 0, "nothing on its own account", 0, "");
+  syncJobStatus({kNoAckId, 10201, 8, 3, "Exec", ""}, 0, "nothing on its own account");
   setRunId(77);
   setDeviceInfo("key", "");
-  syncJobStatus(5, 10204, 8, 0, "Exec", 0, "nothing without a name", 0, "");
+  syncJobStatus({5, 10204, 8, 0, "Exec", ""}, 0, "nothing without a name");
   setDeviceInfo("key", "device");
   EXPECT_TRUE(news().empty());
   EXPECT_FALSE(std::filesystem::exists(directory));

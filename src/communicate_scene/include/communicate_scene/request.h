@@ -1,14 +1,30 @@
-/// One deployment request, from its text to its report.
+/// One deployment request, from its text to its report. Listening thread.
 #pragma once
+
+#include <json/value.h>
 
 #include <string>
 
+#include "sync_job_status/journal.h"
+
 namespace jobm {
 
-/// Carries out the deployment request `payload` (JSON). A request that arrives while another one is
-/// with the parsers or executors waits for its turn; the order stays. Every outcome is reported
-/// through resourcesReply; a text that isn't a request is only logged. Blocks for the downloads.
-/// Listening thread.
+struct JobRequest {
+  std::string payload;
+  Json::Value parsed{};  // null while it was not read, and where it can't be
+  Ticket ticket = kNoTicket;
+};
+
+/// Reads a request and, when it is one that gets a report, writes down that it was accepted. For
+/// before the scheduler is told so.
+JobRequest acceptJob(std::string payload);
+
+/// Carries out a deployment request. One that arrives while another one is with the parsers or
+/// executors waits for its turn; the order stays. Every outcome is reported to the deploy channel;
+/// a text that isn't a request is only logged. Blocks for the downloads.
+void handle1Job(JobRequest&& request);
+
+/// The same for a request that was not accepted: its report does not outlive the process.
 void handle1Job(const std::string& payload);
 
 }  // namespace jobm

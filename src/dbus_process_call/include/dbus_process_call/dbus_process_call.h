@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -12,9 +13,6 @@
 #include "dbus_wrap/DMessage.h"
 
 namespace jobm {
-
-/// The bus name of this service, also as the receiver of what the bridge delivers.
-inline constexpr const char* kOwnBusName = "iot.job.manager";
 
 /// The longest payload, in bytes, that is sure to fit into a call beside its topic.
 inline constexpr std::size_t kMaxPayload = quillon::DMessage::kMaxBytes - 4096;
@@ -25,6 +23,13 @@ int publish(const std::string& topic, const std::string& payload, int qos);
 
 /// Publishes through the MQTT bridge without waiting; the outcome is only logged.
 void publishAsync(const std::string& topic, const std::string& payload, int qos);
+
+/// Takes the bridge's code, or -1 when its answer is missing or unreadable. Listening thread.
+using PublishOutcome = std::function<void(int code)>;
+
+/// The same for who must know: `outcome` is called once, never from inside this call.
+void publishAsync(const std::string& topic, const std::string& payload, int qos,
+                  const PublishOutcome& outcome);
 
 /// Has the bridge deliver the messages of `topic` to the bus name `subscriber`. Blocks; result as
 /// publish.

@@ -12,6 +12,7 @@
 
 #include "dbus_wrap/DProxy.h"
 #include "executor_api/registry.h"
+#include "wire/codes.h"
 
 namespace jobm {
 
@@ -19,16 +20,6 @@ namespace jobm {
 /// styled JSON text. Runs on the listening thread and must own what it uses.
 using MethodResultCallback =
     std::function<void(int code, const std::string& message, const std::string& data)>;
-
-enum ResultCode : int {
-  kParamsError = 100000,
-  kUnknownExecutor = 101200,
-  kStoreFailed = 101203,
-  kResetIncomplete = 101204,
-  kNoReply = 101205,
-  kReplyFormat = 101206,
-  kNoService = 101207,
-};
 
 /// The message of kNoReply.
 inline constexpr const char* kNoReplyMessage = "timeout without reply";

@@ -1,0 +1,54 @@
+/// The accepted deployments that the cloud has no report of yet. Each is kept in the configuration
+/// store from before its acceptance until the bridge has taken its report, so that whatever ends
+/// the process in between costs none: the next start sends a written report again, and reports as
+/// failed what had none.
+///
+/// A deployment has a slot of its own, the lowest free number behind the key's prefix. Slots are
+/// never deleted, only emptied, so that those in use at a kill are found by counting up to the
+/// first that was never used. Listening thread, but for what says otherwise.
+#pragma once
+
+#include <json/value.h>
+
+#include <string>
+#include <vector>
+
+namespace jobm {
+
+/// The number of a deployment's slot.
+using Ticket = int;
+/// Of a deployment that nobody waits for: its report is sent once and not written down.
+inline constexpr Ticket kNoTicket = -1;
+
+/// What a report of an interrupted deployment needs.
+struct AcceptedDeployment {
+  std::string deployId;
+  std::string taskId;
+  int deployType = 0;
+  Json::Value snapshotIds{Json::arrayValue};
+};
+
+/// Writes the deployment down; one durable write. What can't be written is logged and still gets a
+/// ticket: its report may be writable again.
+Ticket acceptDeployment(const AcceptedDeployment& deployment);
+
+/// Publishes the messages of a deployment's report, in order, after writing them down: one durable
+/// write, and another one when the bridge has taken the last of them.
+void publishReport(Ticket ticket, const std::vector<std::string>& payloads);
+
+/// Publishes again what the bridge did not take. For whoever learns that the way to the cloud is
+/// open.
+void publishAgain();
+
+/// What a former process left: one entry a slot.
+using Slots = std::vector<Json::Value>;
+
+/// Reads what a former process left. Tries once a second until the store can be read. Main thread,
+/// at start-up.
+Slots readJournal();
+
+/// Takes over what readJournal read, and reports all of it in the order of arrival. Once, before
+/// anything is accepted.
+void reportInterrupted(const Slots& slots);
+
+}  // namespace jobm
