@@ -17,7 +17,8 @@ service_starts=0
 service_program=task-dispatcher
 # Options that gateway-web gets besides, and what its URLs begin with.
 web_options=() web_scheme=http
-# Set: the scheduler writes every message from and to the service into home/messages.
+# Set: the scheduler writes every message from and to the service, and every event of a job, into
+# home/messages.
 record_messages=
 # Set: the messages on the road are not shown, only what the caller says.
 brief_road=

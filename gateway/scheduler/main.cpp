@@ -11,7 +11,7 @@ constexpr gateway::OptionEntry kOptions[] = {
     {"product-key", "TEXT", "the gateway's product key"},
     {"device-name", "TEXT", "the gateway's device name"},
     {"run-id", "NUMBER", "the runner id to grant; default 1001"},
-    {"record", "FILE", "append every message from and to the gateway to FILE"},
+    {"record", "FILE", "append every message of the gateway and every event of a job to FILE"},
 };
 
 }  // namespace

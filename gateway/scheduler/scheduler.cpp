@@ -135,6 +135,9 @@ void Scheduler::answerHeartbeat(const Json::Value& request) {
     if (job.handedOut) continue;
     job.handedOut = true;
     list.append(acknowledgement(job));
+    Json::Value event(Json::objectValue);
+    event["event"] = "handed out";
+    tell(job, event);
   }
   reply(request, list.empty() ? kAccepted : kJobList, list, "success");
 }
@@ -187,8 +190,8 @@ void Scheduler::onReport(const Json::Value& message) {
   if (job == nullptr) return complain("report of no job: " + jobm::json::compact(*report));
   job->heardOf = true;
   Json::Value event = *report;
-  event.removeMember("details");
   event["event"] = "report";
+  event["details"] = (*report)["details"].size();
   event["resources"] = rowsOf(job->request, (*report)["details"]);
   tell(*job, event);
 }
@@ -224,7 +227,12 @@ void Scheduler::reply(const Json::Value& request, int code, const Json::Value& d
 void Scheduler::tell(const Job& job, Json::Value event) {
   event["token"] = job.token;
   event["jobId"] = Json::Value::Int64{job.jobId};
-  mqtt.publish(kResultTopic + job.token, jobm::json::compact(event), kQos);
+  event["ackId"] = Json::Value::Int64{job.ackId};
+  event["deployId"] = jobm::json::textOf(job.request, "deployId");
+  const std::string topic = kResultTopic + job.token;
+  const std::string payload = jobm::json::compact(event);
+  record(topic, payload);
+  mqtt.publish(topic, payload, kQos);
 }
 
 // Sends to the gateway; everything that it hears from here comes through this.
@@ -233,10 +241,13 @@ void Scheduler::send(const std::string& suffix, const std::string& payload) {
   mqtt.publish(prefix + suffix, payload, kQos);
 }
 
-void Scheduler::record(const std::string& suffix, const std::string& payload) {
+// One line of JSON. The time is in milliseconds since 1970; a topic of the gateway's is without its
+// prefix.
+void Scheduler::record(const std::string& topic, const std::string& payload) {
   if (!recording.is_open()) return;
   Json::Value line(Json::objectValue);
-  line["topic"] = suffix;
+  line["time"] = Json::Value::Int64{millisecondsNow()};
+  line["topic"] = topic;
   line["payload"] = payload;
   recording << jobm::json::compact(line) << std::flush;
 }

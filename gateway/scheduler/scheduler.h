@@ -58,7 +58,7 @@ class Scheduler {
   void tell(const Job& job, Json::Value event);
   void complain(const std::string& what);
   void send(const std::string& suffix, const std::string& payload);
-  void record(const std::string& suffix, const std::string& payload);
+  void record(const std::string& topic, const std::string& payload);
 
   const SchedulerSettings settings;
   const std::string prefix;  // of every topic of the runner

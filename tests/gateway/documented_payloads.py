@@ -65,6 +65,8 @@ def recorded(home):
     for line in (home / "messages").read_text("utf-8").splitlines():
         record = json.loads(line)
         name, message = record["topic"], read(record["payload"])
+        if name.startswith("local/"):  # between the scheduler and its users
+            continue
         if name == REPLY:
             name = f"{REPLY} to {topics[message['id']]}"
         elif isinstance(message, dict) and "id" in message:
