@@ -84,7 +84,7 @@ fs::path archiveOf(const std::string& name, std::size_t files, std::size_t bytes
     fs::create_directories(folder);
     writeText(folder / ("file" + std::to_string(i)), bytes, static_cast<unsigned>(i));
   }
-  const fs::path archive = kFolder / (name + ".zip");
+  fs::path archive = kFolder / (name + ".zip");
   timeCommand({"bsdtar", "--format", "zip", "-cf", archive, "-C", source, "."});
   fs::remove_all(source);
   return archive;
