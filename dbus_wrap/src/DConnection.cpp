@@ -36,14 +36,17 @@ ConnectionPtr DConnection::getDbusConnection() {
   return connection;
 }
 
+bool DConnection::isSendable(const std::shared_ptr<DMessage>& message) {
+  return message && message->raw() != nullptr && message->fitsBus();
+}
+
 bool DConnection::sendOn(DBusConnection* connection, const std::shared_ptr<DMessage>& message,
                          std::uint32_t* serial) {
-  if (connection == nullptr || !message || message->raw() == nullptr) return false;
-  if (!message->fitsBus()) {
+  if (connection == nullptr) return false;
+  if (message && !message->fitsBus()) {
     LOGW("message of more than %zu bytes is not sent.\n", DMessage::kMaxBytes);
-    return false;
   }
-  return dbus_connection_send(connection, message->raw(), serial);
+  return isSendable(message) && dbus_connection_send(connection, message->raw(), serial);
 }
 
 }  // namespace quillon

@@ -86,11 +86,11 @@ std::shared_ptr<DMessage> DProxy::sendMessageWithReplyBlocking(
     LOGW("Connection to '%s' is not established.\n", path.c_str());
     return {};
   }
-  const bool sendable = message && message->raw() != nullptr && message->fitsBus();
-  DBusMessage* raw = sendable ? withBlockingConnection([&](DBusConnection* connection) {
-    return callAndWait(connection, message->raw());
-  })
-                              : nullptr;
+  DBusMessage* raw = nullptr;
+  if (isSendable(message)) {
+    raw = withBlockingConnection(
+        [&](DBusConnection* connection) { return callAndWait(connection, message->raw()); });
+  }
   std::shared_ptr<DMessage> reply;
   if (raw != nullptr) reply = std::make_shared<DMessage>(raw, true, DMessage::kRead);
   const bool isError = reply && dbus_message_get_type(raw) == DBUS_MESSAGE_TYPE_ERROR;

@@ -1,7 +1,9 @@
-// The glue: an idle handle on the loop calls uvIdleCallback in every turn, which lets libdbus read
-// and write for up to 10 ms and then hands out every message that is there. An active idle handle
-// keeps the loop from blocking, so that wait is what paces the server, and the timers of the
-// proxies fire between two of them.
+// The glue, all of it on the loop's thread: while there is something to do, an idle handle calls
+// uvIdleCallback in every turn of the loop, which lets libdbus read and write and then hands out
+// every message that is there. A turn that finds nothing to do stops it, and the loop sleeps. A
+// poll handle watches the connection's descriptor all the time and starts the idle handle when
+// there is something to read, when the daemon hangs up, and, while libdbus has something unsent,
+// when the socket takes more. A send starts it too when it leaves what no descriptor tells of.
 
 #include "dbus_wrap/DServer.h"
 
@@ -11,6 +13,7 @@
 #include <array>
 #include <cstdio>
 #include <exception>
+#include <utility>
 
 #include "DBusErrorGuard.h"
 #include "dbus_wrap/LoopTasks.h"
@@ -20,6 +23,17 @@ namespace {
 
 constexpr int kReadWriteMs = 10;
 constexpr const char* kWatchdog = "iot.gateway.watchdog";
+
+// The loop's thread frees the handle in a later turn; until then its data tells its callbacks that
+// the server is gone.
+template <typename Handle>
+void closeHandle(std::unique_ptr<Handle>& handle) {
+  if (!handle) return;
+  handle->data = nullptr;
+  uv_close(reinterpret_cast<uv_handle_t*>(handle.release()), [](uv_handle_t* closed) {
+    const std::unique_ptr<Handle> owner(reinterpret_cast<Handle*>(closed));
+  });
+}
 
 // Takes over a message that was popped.
 std::shared_ptr<DMessage> wrapReceived(DBusMessage* raw) {
@@ -36,12 +50,7 @@ DServer::DServer(const char* serverName, const char* serverPath, uv_loop_t* serv
 
 DServer::~DServer() {
   stop();
-  if (idle) {
-    idle->data = nullptr;
-    uv_close(reinterpret_cast<uv_handle_t*>(idle.release()), [](uv_handle_t* handle) {
-      const std::unique_ptr<uv_idle_t> closed(reinterpret_cast<uv_idle_t*>(handle));
-    });
-  }
+  closeHandle(idle);
   if (connection) LOGD("----DServer release connection -------- \n");
 }
 
@@ -70,12 +79,14 @@ void DServer::addMatchRule(const char* rule) {
   if (rule == nullptr || !connection) return;
   dbus_bus_add_match(connection.get(), rule, nullptr);
   dbus_connection_flush(connection.get());
+  noteUse();
 }
 
 void DServer::removeMatchRule(const char* rule) {
   if (rule == nullptr || !connection) return;
   dbus_bus_remove_match(connection.get(), rule, nullptr);
   dbus_connection_flush(connection.get());
+  noteUse();
 }
 
 int DServer::start() {
@@ -95,28 +106,73 @@ int DServer::start() {
 void DServer::startIdle() {
   uv_idle_init(loop, idle.get());
   uv_idle_start(idle.get(), uvIdleCallback);
+  int descriptor = -1;
+  if (!dbus_connection_get_unix_fd(connection.get(), &descriptor)) return;
+  watch = std::make_unique<uv_poll_t>();
+  watch->data = this;
+  watchedEvents = 0;
+  if (uv_poll_init(loop, watch.get(), descriptor) != 0) {
+    watch.reset();  // then the idle handle runs for ever, paced by its read-write
+    return;
+  }
+  watchDescriptor();
+}
+
+void DServer::watchDescriptor() {
+  const bool unsent = dbus_connection_has_messages_to_send(connection.get());
+  const int events = UV_READABLE | UV_DISCONNECT | (unsent ? UV_WRITABLE : 0);
+  if (events == watchedEvents) return;
+  watchedEvents = events;
+  uv_poll_start(watch.get(), events, onDescriptorReady);
+}
+
+void DServer::onDescriptorReady(uv_poll_t* handle, int, int) {
+  auto* server = static_cast<DServer*>(handle->data);
+  if (server == nullptr) return;
+  server->ready = true;
+  uv_idle_start(server->idle.get(), uvIdleCallback);
 }
 
 void DServer::stop() {
   if (!idle) return;
   uv_idle_stop(idle.get());
+  closeHandle(watch);
   if (runLoop) uv_stop(loop);
 }
 
-void DServer::send(const std::shared_ptr<DMessage>& message) {
-  sendOn(connection.get(), message, nullptr);
+bool DServer::sendNow(const std::shared_ptr<DMessage>& message) {
+  const bool sent = sendOn(connection.get(), message, nullptr);
+  noteUse();
+  return sent;
 }
+
+// The loop may be about to sleep: what the socket did not take goes out when it does, and for what
+// no descriptor will tell of the next turn comes without one.
+void DServer::noteUse() {
+  if (!watch) return;
+  watchDescriptor();
+  if (hasUnread()) uv_idle_start(idle.get(), uvIdleCallback);
+}
+
+// What libdbus has read but nobody has popped, or a daemon that a send has found gone, whereupon
+// libdbus has closed the descriptor.
+bool DServer::hasUnread() const {
+  return dbus_connection_get_dispatch_status(connection.get()) == DBUS_DISPATCH_DATA_REMAINS ||
+         !dbus_connection_get_is_connected(connection.get());
+}
+
+void DServer::send(const std::shared_ptr<DMessage>& message) { sendNow(message); }
 
 bool DServer::sendSignal(const char* signalName, const std::string& text) {
   const auto signal = DMessage::makeSignalMessage(path.c_str(), name.c_str(), signalName);
   if (signal && !text.empty()) signal->writeString(text);
-  if (sendOn(connection.get(), signal, nullptr)) return true;
+  if (sendNow(signal)) return true;
   LOGW("sendSignal '%s' failed. \n", signalName);
   return false;
 }
 
 bool DServer::sendSignal(const std::shared_ptr<DMessage>& message) {
-  if (sendOn(connection.get(), message, nullptr)) return true;
+  if (sendNow(message)) return true;
   LOGW("sendSignal failed. line number: %d\n", __LINE__);
   return false;
 }
@@ -127,19 +183,27 @@ void DServer::feedWatchDog(const char* fedName, int seconds) {
   if (!signal) return;
   signal->setDestination(kWatchdog);
   signal->writeString(name).writeString(fedName).writeInt32(seconds);
-  sendOn(connection.get(), signal, nullptr);
+  sendNow(signal);
 }
 
 void DServer::uvIdleCallback(uv_idle_t* handle) {
   auto* server = static_cast<DServer*>(handle->data);
-  if (server == nullptr) return;
-  if (!dbus_connection_read_write(server->connection.get(), kReadWriteMs)) {
+  if (server != nullptr) server->takeTurn();
+}
+
+void DServer::takeTurn() {
+  if (watch && !std::exchange(ready, false) && !hasUnread()) {
+    uv_idle_stop(idle.get());
+    return;
+  }
+  if (!dbus_connection_read_write(connection.get(), kReadWriteMs)) {
     // Before anything is popped: libdbus ends the process without a word at the next pop.
     LOGE("DServer connection to dbus-daemon disconnected, quit DServer.\n");
-    server->stop();
+    stop();
     _exit(1);  // no destructors while other threads run
   }
-  server->popMessages();
+  popMessages();
+  if (watch) watchDescriptor();
 }
 
 void DServer::signalHandler(int number) {

@@ -6,7 +6,6 @@
 #include "dbus_wrap/LoopTasks.h"
 
 #include <gateway/log_macros.h>
-#include <sys/prctl.h>
 #include <uv.h>
 
 #include <exception>
@@ -58,13 +57,6 @@ void prepareWakeUp(LoopState& state) {
   state.wakeUpReady = true;
 }
 
-// While a proxy's worker sits in its read-write, libdbus lets every send on that connection wait on
-// a condition with a time-out of zero. The kernel would round that up to 50 us, which at thousands
-// of calls a second is most of what they cost; on this thread, which sends nearly all of them, it
-// doesn't. Its other waits are milliseconds long, where 50 us save nothing. Threads that it starts
-// inherit this.
-void makeShortWaitsExact() { prctl(PR_SET_TIMERSLACK, 1UL, 0UL, 0UL, 0UL); }
-
 }  // namespace
 
 void runOnLoop(LoopTask task) {
@@ -99,7 +91,6 @@ int runDefaultLoop() {
     state.running = true;
     state.loopThread = std::this_thread::get_id();
   }
-  makeShortWaitsExact();
   const int result = uv_run(uv_default_loop(), UV_RUN_DEFAULT);
   const std::lock_guard guard(state.lock);
   state.running = false;

@@ -1,9 +1,11 @@
 #include "ProxyWorker.h"
 
 #include <gateway/log_macros.h>
-#include <sys/prctl.h>
+#include <poll.h>
 
+#include <array>
 #include <exception>
+#include <iterator>
 #include <utility>
 
 #include "dbus_wrap/LoopTasks.h"
@@ -12,23 +14,37 @@ namespace quillon {
 namespace {
 
 constexpr int kReadWriteMs = 10;
-constexpr unsigned long kOrdinarySlackNs = 50000;
-constexpr std::uint64_t kDrainMs = 10;
 constexpr std::uint64_t kAgeMs = 2000;
 // 15 ticks of 2 s: a call without an answer is given up after about 30 s.
 constexpr std::uint32_t kMaxTicks = 15;
-// How often a released worker tries, for 10 ms each, to get rid of what is queued.
-constexpr int kMaxRestTries = 100;
+// How long a worker that ends waits for a daemon that takes nothing of what is still queued.
+constexpr int kMaxStallMs = 1000;
 
 const char* orEmpty(const char* text) { return text != nullptr ? text : ""; }
+
+// Signalled once, when the workers of the process end, and never cleared, so that each of them sees
+// it. Never destroyed: workers outlive static destruction.
+const EventDescriptor& quitEvent() {
+  static const auto& event = *std::make_unique<EventDescriptor>().release();
+  return event;
+}
+
+bool waitFor(pollfd* files, nfds_t count, int timeoutMs) {
+  return poll(files, count, timeoutMs) > 0;
+}
 
 }  // namespace
 
 std::atomic<bool> ProxyWorker::quit = false;
 
-ProxyWorker::ProxyWorker(ConnectionPtr connection) : mConnectionAsync(std::move(connection)) {}
+ProxyWorker::ProxyWorker(ConnectionPtr connection)
+    : mConnectionAsync(std::move(connection)),
+      requests(
+          [this](const auto& message, std::uint32_t* serial) { return send(message, serial); }) {}
 
 bool ProxyWorker::startWorkers() {
+  if (!wakeUp.isOpen() || !quitEvent().isOpen()) return false;
+  if (!dbus_connection_get_unix_fd(mConnectionAsync.get(), &descriptor)) return false;
   auto share = std::make_unique<std::shared_ptr<ProxyWorker>>(shared_from_this());
   {
     const std::lock_guard guard(joinLock);
@@ -43,13 +59,19 @@ bool ProxyWorker::startWorkers() {
 
 void ProxyWorker::release() {
   released = true;
-  runOnLoop([keep = shared_from_this()] { keep->startReaping(); });
+  wakeUp.signal();
+  runOnLoop([keep = shared_from_this()] { keep->closeIfDone(); });
 }
 
 void ProxyWorker::stopWorkers() {
-  quit = true;
+  endAllWorkers();
   runOnLoop([keep = shared_from_this()] { keep->stopTimers(); });
   joinWorker();
+}
+
+void ProxyWorker::endAllWorkers() {
+  quit = true;
+  quitEvent().signal();
 }
 
 void ProxyWorker::joinWorker() {
@@ -61,28 +83,27 @@ void ProxyWorker::joinWorker() {
   joinable = false;
 }
 
+// Writes at once, as the worker holds nothing of libdbus while it waits. What the socket does not
+// take is the worker's to write when it does. A send that finds the daemon gone makes libdbus close
+// the descriptor that the worker waits on.
+bool ProxyWorker::send(const std::shared_ptr<DMessage>& message, std::uint32_t* serial) {
+  DBusConnection* connection = mConnectionAsync.get();
+  if (!sendOn(connection, message, serial)) return false;
+  const bool isWorkersTurn = dbus_connection_has_messages_to_send(connection) ||
+                             !dbus_connection_get_is_connected(connection);
+  if (isWorkersTurn) wakeUp.signal();
+  return true;
+}
+
 bool ProxyWorker::sendMessageWithReply(const std::shared_ptr<DMessage>& message,
                                        ReplyCallback callback, void* userData) {
-  // One critical section for sending and filing, so that a reply can't overtake its record.
-  const std::lock_guard guard(pendingLock);
-  ++requestCounter;
-  DBusMessage* raw = message ? message->raw() : nullptr;
-  LOGI("Sending message: interface: %s destination: %s member: %s",
-       orEmpty(raw != nullptr ? dbus_message_get_interface(raw) : nullptr),
-       orEmpty(raw != nullptr ? dbus_message_get_destination(raw) : nullptr),
-       orEmpty(raw != nullptr ? dbus_message_get_member(raw) : nullptr));
-  std::uint32_t serial = 0;
-  const bool sent = sendOn(mConnectionAsync.get(), message, &serial);
-  if (sent) {
-    pendingRequests.insert_or_assign(serial, PendingRequest{std::move(callback), userData, 0});
-  }
-  LOGD("DProxy::sendMessageWithReply reqId = %d, sendStatus = %s\n", static_cast<int>(serial),
-       sent ? "true" : "false");
-  return sent;
+  if (!requests.add({message, std::move(callback), userData})) return false;
+  if (requests.startsAgeing()) runOnLoop([keep = shared_from_this()] { keep->startAgeing(); });
+  return true;
 }
 
 bool ProxyWorker::sendSignal(const std::shared_ptr<DMessage>& message) {
-  return sendOn(mConnectionAsync.get(), message, nullptr);
+  return send(message, nullptr);
 }
 
 void ProxyWorker::loop_thread_worker(void* share) {
@@ -91,18 +112,21 @@ void ProxyWorker::loop_thread_worker(void* share) {
   LOGD("uvIdleCallback threadId =%lu \n", static_cast<unsigned long>(uv_thread_self()));
   ProxyWorker& self = **owner;
   self.readUntilToldToStop();
-  self.finished = true;
+  postToLoop([keep = *owner] {
+    keep->finished = true;
+    keep->closeIfDone();
+  });
 }
 
 void ProxyWorker::readUntilToldToStop() {
-  // A worker that the loop's thread starts inherits its exact waits, which would spread the
-  // wake-ups of many idle workers.
-  prctl(PR_SET_TIMERSLACK, kOrdinarySlackNs, 0UL, 0UL, 0UL);
-  while (!quit && !released) {
+  // A send of another thread may find the daemon gone between a look and a pop, and a pop that
+  // finds it gone would end the process without a word. Here it ends the workers, below.
+  dbus_connection_set_exit_on_disconnect(mConnectionAsync.get(), FALSE);
+  while (waitUntilReady()) {
     if (!dbus_connection_read_write(mConnectionAsync.get(), kReadWriteMs)) {
       LOGE("DProxy connection to dbus-daemon disconnected, quit.\n");
       // The flag alone: this thread can't join itself, and the timers stop on the loop's thread.
-      quit = true;
+      endAllWorkers();
       return;
     }
     popMessages();
@@ -110,12 +134,32 @@ void ProxyWorker::readUntilToldToStop() {
   sendRest();
 }
 
+// Returns false when the worker is to end.
+bool ProxyWorker::waitUntilReady() {
+  while (!quit && !released) {
+    if (hasUnread()) return true;
+    const bool unsent = dbus_connection_has_messages_to_send(mConnectionAsync.get());
+    const auto events = static_cast<short>(unsent ? POLLIN | POLLOUT : POLLIN);
+    std::array<pollfd, 3> files{
+        {{descriptor, events, 0}, {wakeUp.get(), POLLIN, 0}, {quitEvent().get(), POLLIN, 0}}};
+    if (!waitFor(files.data(), files.size(), -1)) continue;
+    if (files[1].revents != 0) wakeUp.clear();
+    if (files[0].revents != 0) return true;
+  }
+  return false;
+}
+
+// No descriptor tells of what lies in libdbus's queue already (whoever waits for a reply reads what
+// comes before it, too), nor of a daemon that a send has found gone.
+bool ProxyWorker::hasUnread() {
+  return dbus_connection_get_dispatch_status(mConnectionAsync.get()) ==
+             DBUS_DISPATCH_DATA_REMAINS ||
+         !dbus_connection_get_is_connected(mConnectionAsync.get());
+}
+
 void ProxyWorker::popMessages() {
-  // Another thread's send may find the daemon gone; the next pop would then end the process without
-  // a word.
-  while (dbus_connection_get_is_connected(mConnectionAsync.get())) {
-    DBusMessage* raw = dbus_connection_pop_message(mConnectionAsync.get());
-    if (raw == nullptr) return;
+  std::vector<ReceivedReply> replies;
+  while (DBusMessage* raw = dbus_connection_pop_message(mConnectionAsync.get())) {
     auto message = std::make_shared<DMessage>(raw, true, DMessage::kRead);
     const int type = dbus_message_get_type(raw);
     const std::uint32_t serial = dbus_message_get_reply_serial(raw);
@@ -124,14 +168,26 @@ void ProxyWorker::popMessages() {
          orEmpty(dbus_message_get_path(raw)), orEmpty(dbus_message_get_interface(raw)),
          orEmpty(dbus_message_get_member(raw)));
     if (type != DBUS_MESSAGE_TYPE_METHOD_RETURN && type != DBUS_MESSAGE_TYPE_ERROR) continue;
-    const std::lock_guard guard(replyLock);
-    replyQueue.push_back({std::move(message), serial});
+    replies.push_back({std::move(message), serial});
   }
+  if (!replies.empty()) queueReplies(std::move(replies));
+}
+
+void ProxyWorker::queueReplies(std::vector<ReceivedReply> replies) {
+  bool wasEmpty = false;
+  {
+    const std::lock_guard guard(replyLock);
+    wasEmpty = replyQueue.empty();
+    std::move(replies.begin(), replies.end(), std::back_inserter(replyQueue));
+  }
+  // Otherwise the loop is on its way already.
+  if (wasEmpty) postToLoop([keep = shared_from_this()] { keep->startDraining(); });
 }
 
 void ProxyWorker::sendRest() {
-  for (int tries = 0; tries < kMaxRestTries; ++tries) {
-    if (!dbus_connection_has_messages_to_send(mConnectionAsync.get())) return;
+  while (dbus_connection_has_messages_to_send(mConnectionAsync.get())) {
+    pollfd file{descriptor, POLLOUT, 0};
+    if (!waitFor(&file, 1, kMaxStallMs)) return;
     if (!dbus_connection_read_write(mConnectionAsync.get(), kReadWriteMs)) return;
   }
 }
@@ -145,10 +201,11 @@ void ProxyWorker::startTimers() {
   uv_timer_start(&timeoutTimer, onTimeoutTimer, 0, kAgeMs);
   const int initialised = uv_timer_init(uv_default_loop(), &replyTimer);
   replyTimer.data = this;
-  const int started = uv_timer_start(&replyTimer, onReplyTimer, 0, kDrainMs);
+  // Once, for what has come in until now.
+  const int started = uv_timer_start(&replyTimer, onReplyTimer, 0, 0);
   LOGI("uv_timer_init return %d", initialised);
   LOGI("DProxy::startWorkers finished, uv_timer_start return %d", started);
-  if (released) startReaping();
+  closeIfDone();
 }
 
 void ProxyWorker::stopTimers() {
@@ -157,23 +214,31 @@ void ProxyWorker::stopTimers() {
   uv_timer_stop(&replyTimer);
 }
 
-void ProxyWorker::startReaping() {
-  // A release can overtake the start of the timers, which then comes back here.
-  if (!timersReady) return;
-  stopTimers();
-  uv_timer_start(&replyTimer, onReapTimer, 0, kDrainMs);
+// Tasks of the loop may come before the timers are there and after they have been closed.
+bool ProxyWorker::mayRunTimers() const { return timersReady && !released && !quit; }
+
+void ProxyWorker::startDraining() {
+  if (mayRunTimers()) uv_timer_start(&replyTimer, onReplyTimer, 0, 0);
 }
 
-void ProxyWorker::reap() {
+void ProxyWorker::startAgeing() {
+  if (mayRunTimers()) uv_timer_start(&timeoutTimer, onTimeoutTimer, kAgeMs, kAgeMs);
+}
+
+// The release, the start of the timers and the end of the worker come in any order; the last of
+// them closes everything.
+void ProxyWorker::closeIfDone() {
+  if (!released || !timersReady) return;
+  stopTimers();
   if (!finished) return;
   joinWorker();
-  uv_timer_stop(&replyTimer);
+  timersReady = false;
   mConnectionAsync.reset();
   uv_close(reinterpret_cast<uv_handle_t*>(&replyTimer), onTimerClosed);
   uv_close(reinterpret_cast<uv_handle_t*>(&timeoutTimer), onTimerClosed);
 }
 
-void ProxyWorker::complete(const PendingRequest& request, const std::shared_ptr<DMessage>& reply) {
+void ProxyWorker::complete(const Request& request, const std::shared_ptr<DMessage>& reply) {
   // A callback of the same batch may have dropped the proxy.
   if (released || !request.callback) return;
   try {
@@ -190,6 +255,7 @@ void ProxyWorker::drainReplies() {
     replies.swap(replyQueue);
   }
   for (ReceivedReply& received : replies) {
+    if (released) return;
     handleReply(received);
     received.reply.reset();
   }
@@ -197,59 +263,39 @@ void ProxyWorker::drainReplies() {
 
 void ProxyWorker::handleReply(const ReceivedReply& received) {
   LOGD("DProxy::handleReply reqId = %d", static_cast<int>(received.serial));
-  PendingRequest request{};
-  {
-    const std::lock_guard guard(pendingLock);
-    auto node = pendingRequests.extract(received.serial);
-    if (node.empty()) return;
-    request = std::move(node.mapped());
-    LOGD("handleReply reqId = %d, left requests size: %ld\n", static_cast<int>(received.serial),
-         static_cast<long>(pendingRequests.size()));
-  }
-  complete(request, received.reply);
+  std::vector<Request> failed;
+  const auto request = requests.take(received.serial, failed);
+  if (!request) return;
+  complete(*request, received.reply);
+  for (const Request& other : failed) complete(other, {});
 }
 
 void ProxyWorker::agePending() {
-  std::vector<PendingRequest> expired;
-  {
-    const std::lock_guard guard(pendingLock);
-    for (auto entry = pendingRequests.begin(); entry != pendingRequests.end();) {
-      if (++entry->second.ticks < kMaxTicks) {
-        ++entry;
-        continue;
-      }
-      expired.push_back(std::move(entry->second));
-      entry = pendingRequests.erase(entry);
-    }
-  }
-  for (const PendingRequest& request : expired) complete(request, {});
+  std::vector<Request> ended;
+  if (!requests.age(kMaxTicks, ended)) uv_timer_stop(&timeoutTimer);
+  for (const Request& request : ended) complete(request, {});
 }
 
 void ProxyWorker::onReplyTimer(uv_timer_t* timer) {
   // A callback may drop the last proxy and with it everything but this share.
   const auto keep = static_cast<ProxyWorker*>(timer->data)->shared_from_this();
-  if (quit) {
-    keep->stopTimers();
-    return;
-  }
-  keep->drainReplies();
+  if (!quit) keep->drainReplies();
 }
 
 void ProxyWorker::onTimeoutTimer(uv_timer_t* timer) {
   const auto keep = static_cast<ProxyWorker*>(timer->data)->shared_from_this();
-  if (!quit) keep->agePending();
+  if (quit) {
+    keep->stopTimers();
+    return;
+  }
+  keep->agePending();
 }
-
-void ProxyWorker::onReapTimer(uv_timer_t* timer) { static_cast<ProxyWorker*>(timer->data)->reap(); }
 
 void ProxyWorker::onTimerClosed(uv_handle_t* handle) {
   auto* worker = static_cast<ProxyWorker*>(handle->data);
   if (--worker->openTimers > 0) return;
   const auto last = std::move(worker->self);
-  // What the callbacks hold may do anything when it goes, so it goes without the lock.
-  std::map<std::uint32_t, PendingRequest> forgotten;
-  const std::lock_guard guard(worker->pendingLock);
-  forgotten.swap(worker->pendingRequests);
+  worker->requests.clear();
 }
 
 }  // namespace quillon

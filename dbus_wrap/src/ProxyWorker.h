@@ -1,21 +1,31 @@
 // The asynchronous half of a proxy.
 //
 // Threads: the worker thread reads the connection and files replies in replyQueue; the thread of
-// the default loop runs both timers, hence every callback; any thread sends. The two locks are
-// never held together, and none is held while a callback runs. The timers' handles belong to the
-// loop's thread. `self` keeps this alive until the loop has let go of them; the worker thread holds
-// a share of its own.
+// the default loop runs both timers, hence every callback; any thread sends. The two locks (of the
+// requests and of the queue) are never held together, and none is held while a callback runs. The
+// timers' handles belong to the loop's thread. `self` keeps this alive until the loop has let go of
+// them; the worker thread holds a share of its own.
+//
+// Who wakes whom; nobody waits by the clock:
+// - The worker sleeps in poll(2), holding nothing of libdbus. The daemon wakes it through the
+//   connection's descriptor, a send that left something unsent (or found the daemon gone) and a
+//   release through its own event descriptor, the end of all workers through the process's one.
+// - The loop sleeps in its own poll. The worker posts it a task (LoopTasks) when it files an answer
+//   in an empty queue, which arms replyTimer for now, and when it ends.
+// - timeoutTimer ticks while something is pending. A call that finds it at rest has it started on
+//   the loop's thread; the tick that finds nothing stops it.
 #pragma once
 
 #include <uv.h>
 
 #include <atomic>
 #include <cstdint>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <vector>
 
+#include "EventDescriptor.h"
+#include "PendingRequests.h"
 #include "dbus_wrap/DConnection.h"
 #include "dbus_wrap/DProxy.h"
 
@@ -25,7 +35,8 @@ class ProxyWorker : public std::enable_shared_from_this<ProxyWorker>, private DC
  public:
   explicit ProxyWorker(ConnectionPtr connection);
 
-  /// Starts the worker thread and both timers. Returns false when there is no thread to be had.
+  /// Starts the worker thread and both timers. Returns false when there is no thread or descriptor
+  /// to be had.
   bool startWorkers();
 
   /// Lets go: the worker sends what is queued and ends, then the loop's thread closes everything.
@@ -39,34 +50,37 @@ class ProxyWorker : public std::enable_shared_from_this<ProxyWorker>, private DC
   bool sendSignal(const std::shared_ptr<DMessage>& message);
 
  private:
-  struct PendingRequest {
-    ReplyCallback callback;
-    void* userData;
-    std::uint32_t ticks;
-  };
+  using Request = PendingRequests::Request;
   struct ReceivedReply {
     std::shared_ptr<DMessage> reply;
     std::uint32_t serial;
   };
 
+  bool send(const std::shared_ptr<DMessage>& message, std::uint32_t* serial);
+  static void endAllWorkers();
+
   // On the worker thread.
   static void loop_thread_worker(void* share);
   void readUntilToldToStop();
+  bool waitUntilReady();
+  bool hasUnread();
   void popMessages();
+  void queueReplies(std::vector<ReceivedReply> replies);
   void sendRest();
 
   // On the loop's thread.
   void startTimers();
   void stopTimers();
-  void startReaping();
-  void reap();
+  void startDraining();
+  void startAgeing();
+  bool mayRunTimers() const;
+  void closeIfDone();
   void drainReplies();
   void handleReply(const ReceivedReply& received);
-  void complete(const PendingRequest& request, const std::shared_ptr<DMessage>& reply);
+  void complete(const Request& request, const std::shared_ptr<DMessage>& reply);
   void agePending();
   static void onReplyTimer(uv_timer_t* timer);
   static void onTimeoutTimer(uv_timer_t* timer);
-  static void onReapTimer(uv_timer_t* timer);
   static void onTimerClosed(uv_handle_t* handle);
 
   void joinWorker();
@@ -75,22 +89,22 @@ class ProxyWorker : public std::enable_shared_from_this<ProxyWorker>, private DC
   static std::atomic<bool> quit;
 
   ConnectionPtr mConnectionAsync;
-  std::uint32_t requestCounter = 0;                         // under pendingLock
-  std::map<std::uint32_t, PendingRequest> pendingRequests;  // by serial, which is the sending order
-  std::mutex pendingLock;
+  int descriptor = -1;  // the connection's, for waiting; libdbus closes it when the daemon goes
+  const EventDescriptor wakeUp;
+  PendingRequests requests;
   std::mutex replyLock;
-  std::vector<ReceivedReply> replyQueue;
+  std::vector<ReceivedReply> replyQueue;  // under replyLock
 
   uv_thread_t worker{};
   std::mutex joinLock;
   bool joinable = false;  // under joinLock
   std::atomic<bool> released = false;
-  std::atomic<bool> finished = false;  // the worker is past its last use of the connection
 
   // Loop's thread only, from here on.
   uv_timer_t replyTimer{};
   uv_timer_t timeoutTimer{};
   bool timersReady = false;
+  bool finished = false;  // the worker is past its last use of the connection
   int openTimers = 0;
   std::shared_ptr<ProxyWorker> self;
 };

@@ -25,6 +25,9 @@ class DConnection {
   /// registered is returned as well. Blocks for the daemon's answer; any thread.
   static ConnectionPtr getDbusConnection();
 
+  /// True when there is a message and the bus would take it. Any thread.
+  static bool isSendable(const std::shared_ptr<DMessage>& message);
+
  protected:
   /// Queues `message` on `connection` and sets *serial, where given, to the number it got. Returns
   /// false when there is no connection or no message, or the message is larger than the bus takes.

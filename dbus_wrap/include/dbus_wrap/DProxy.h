@@ -26,8 +26,8 @@ class DProxy : public DConnection {
   /// every send fails at once. Never requests a bus name.
   DProxy(const char* wellknownName, const char* path, const char* interface);
 
-  /// Closes the connections. Calls in flight are forgotten, their callbacks not called; what was
-  /// sent still goes out.
+  /// Closes the connections. Calls in flight or waiting for their turn are forgotten, their
+  /// callbacks not called; what was sent still goes out.
   virtual ~DProxy();
   DProxy(const DProxy&) = delete;
   DProxy& operator=(const DProxy&) = delete;
@@ -42,8 +42,10 @@ class DProxy : public DConnection {
     return DMessage::makeSignalMessage(path.c_str(), interface.c_str(), member);
   }
 
-  /// Sends a call; the reply comes through `callback`. Returns false when it was not sent; the
-  /// callback is then never called.
+  /// Sends a call; the reply comes through `callback`. At most 100 calls are in flight at a time:
+  /// further ones count as sent and go out in order as answers come; one that can't be sent when
+  /// its turn comes gets no reply. Returns false when the call was not sent; the callback is then
+  /// never called.
   bool sendMessageWithReply(const std::shared_ptr<DMessage>& message, ReplyCallback callback,
                             void* userData);
 

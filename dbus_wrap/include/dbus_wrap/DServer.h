@@ -77,7 +77,13 @@ class DServer : public DConnection {
 
  private:
   static void uvIdleCallback(uv_idle_t* handle);
+  static void onDescriptorReady(uv_poll_t* handle, int status, int events);
   void startIdle();
+  void takeTurn();
+  void watchDescriptor();
+  bool hasUnread() const;
+  bool sendNow(const std::shared_ptr<DMessage>& message);
+  void noteUse();
   void popMessages();
   void dispatch(DBusMessage* raw);
   void dispatchMethodCall(DBusMessage* raw);
@@ -86,9 +92,13 @@ class DServer : public DConnection {
   std::string path;
   ConnectionPtr connection;
   uv_loop_t* loop;
-  // On the heap because libuv lets go of a handle only in a later turn of the loop; its data is the
-  // server.
+  // On the heap because libuv lets go of a handle only in a later turn of the loop; their data is
+  // the server. The idle handle runs while there is something to do; `watch`, which is there from
+  // start() to stop(), wakes it.
   std::unique_ptr<uv_idle_t> idle;
+  std::unique_ptr<uv_poll_t> watch;
+  int watchedEvents = 0;
+  bool ready = false;  // the descriptor's event has come and no turn has followed yet
   bool runLoop = false;
 };
 
