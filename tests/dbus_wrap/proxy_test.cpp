@@ -1,64 +1,19 @@
-#include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <atomic>
-#include <filesystem>
-#include <functional>
+#include <chrono>
 #include <stdexcept>
-#include <string>
+#include <thread>
+#include <vector>
 
-#include "dbus_wrap/DProxy.h"
-#include "support/FakePeer.h"
-#include "support/LoopThread.h"
+#include "proxies.h"
+
+using namespace test;
 
 namespace {
 
-using quillon::DMessage;
-using quillon::DProxy;
-using test::eventually;
-using Message = std::shared_ptr<DMessage>;
-
-constexpr const char* kService = "iot.test.service";
-constexpr const char* kPath = "/iot/test/service";
 constexpr const char* kSocket = "/tmp/var/run/mbusd/mbusd_socket";
-
-std::ptrdiff_t entriesOf(const char* directory) {
-  return std::distance(std::filesystem::directory_iterator(directory), {});
-}
-
-Message callOf(const DProxy& proxy, const char* member, const std::string& text = "") {
-  Message call = proxy.makeMethodCall(member);
-  call->writeString(text);
-  return call;
-}
-
-std::string textOf(const Message& reply) {
-  return reply ? reply->getErrorName() + reply->readString() : "none";
-}
-
-void send(DProxy& proxy, const char* member, const std::string& text,
-          const std::function<void(const Message&)>& callback) {
-  EXPECT_TRUE(proxy.sendMessageWithReply(
-      callOf(proxy, member, text), [=](const Message& reply, void*) { callback(reply); }, nullptr));
-}
-
-std::string call(DProxy& proxy, const char* member, const std::string& text = "") {
-  return textOf(proxy.sendMessageWithReplyBlocking(callOf(proxy, member, text)));
-}
-
-class Proxy : public testing::Test {
- protected:
-  Proxy() {
-    service.on("echo", [](const test::Received& call) { return call.text(); });
-    service.answer("refuse", test::Error{"iot.test.Refused", ": not today"});
-    service.answer("silent", std::monostate{});
-  }
-
-  test::FakePeer service{kService, {"type='signal',path='/iot/test/service'"}};
-  test::LoopThread loop;
-  DProxy proxy{kService, kPath, kService};  // on another thread than the loop's, which runs
-};
 
 TEST_F(Proxy, gives_each_call_its_own_reply_in_order_and_on_the_loops_thread) {
   std::atomic<int> next[] = {0, 1000, 2000, 3000};  // what each caller is answered next
@@ -130,49 +85,77 @@ TEST_F(Proxy, takes_nothing_along_and_leaves_nothing_behind_when_it_goes) {
   EXPECT_TRUE(service.await("farewell", 200)) << "what was sent is still delivered";
 }
 
-// The one test that waits for real time to pass: 30 s.
+// Counts the calls that are given up.
+void sendUnanswered(DProxy& proxy, std::atomic<int>& givenUp) {
+  send(proxy, "silent", "", [&](const Message& reply) { givenUp += textOf(reply) == "none"; });
+}
+
+// One call of each of the proxies, sent about when its ageing stops: at the tick that finds nothing
+// pending, 2 s after a call that was answered.
+void sendWhenAgeingStops(std::vector<std::unique_ptr<DProxy>>& proxies, std::atomic<int>& givenUp) {
+  for (int i = 0; i < 20; ++i) {
+    proxies.push_back(std::make_unique<DProxy>(kService, kPath, kService));
+    send(*proxies.back(), "echo", "", [](const Message&) {});
+  }
+  auto next = std::chrono::steady_clock::now() + std::chrono::milliseconds(1990);
+  for (const auto& proxy : proxies) {
+    std::this_thread::sleep_until(next += std::chrono::milliseconds(1));
+    sendUnanswered(*proxy, givenUp);
+  }
+}
+
+// The one test that waits for real time to pass: 32 s.
 TEST_F(Proxy, gives_up_on_a_reply_after_half_a_minute_and_drops_it_when_it_still_comes) {
-  std::promise<void> goOn;
-  service.on("wait", [go = goOn.get_future().share()](const test::Received&) {
-    go.wait();
-    return "too late";
+  DProxy crowded(kService, kPath, kService);
+  std::vector<std::unique_ptr<DProxy>> rested;
+  std::atomic<int> ofCrowd = 0;
+  std::atomic<int> ofRested = 0;
+  std::atomic<int> aroundTheTick = 0;
+  service.on("late", [](const test::Received& call) {
+    return test::Late{"", std::stoi(call.text())};
   });
-  std::string got;
-  const auto take = [&](const Message& reply) { got += textOf(reply); };
-  const auto hasGot = [&](const char* text) { return loop.run([&] { return got == text; }); };
-  send(proxy, "echo", "one, ", take);
-  send(proxy, "wait", "", take);
+  for (int ms = 29900; ms < 30150; ms += 5) {
+    send(proxy, "late", std::to_string(ms), [&](const Message&) { ++aroundTheTick; });
+  }
+  for (int i = 0; i < 101; ++i) sendUnanswered(crowded, ofCrowd);
+  sendWhenAgeingStops(rested, ofRested);
   EXPECT_EQ(call(proxy, "silent"), "none");
-  EXPECT_TRUE(hasGot("one, ")) << "a blocking call gives up earlier, after 25 s";
-  EXPECT_TRUE(eventually([&] { return hasGot("one, none"); }));
-  goOn.set_value();
-  send(proxy, "echo", ", two", take);
-  EXPECT_TRUE(eventually([&] { return hasGot("one, none, two"); }));
+  EXPECT_EQ(ofCrowd + ofRested + aroundTheTick, 0) << "a blocking call gives up earlier";
+  EXPECT_EQ(service.count("silent"), 121U) << "one of the crowd waits for its turn";
+  EXPECT_TRUE(eventually([&] { return ofCrowd == 100 && ofRested == 20; }));
+  EXPECT_TRUE(eventually([&] { return service.count("silent") == 122; }));
+  std::atomic<bool> goesOn = false;
+  send(proxy, "echo", "", [&](const Message&) { goesOn = true; });
+  EXPECT_TRUE(eventually([&] { return goesOn.load(); }));
+  EXPECT_EQ(aroundTheTick, 50) << "each has one outcome";
 }
 
 // In a process of its own, for there is no way back. Status 0 when all went well.
-void loseTheDaemon() {
+void endTheWorkers(bool byLoss) {
   test::LoopThread loop;
   const auto threads = entriesOf("/proc/self/task");
   const auto descriptors = entriesOf("/proc/self/fd");
   auto other = std::make_unique<DProxy>(kService, kPath, kService);
   const int next = dup(STDERR_FILENO);  // and so will be the first of the next proxy
   close(next);
-  auto lost = std::make_unique<DProxy>(kService, kPath, kService);
-  for (int file = next; file < next + 16; ++file) shutdown(file, SHUT_RDWR);
-  const bool ended = eventually([&] { return entriesOf("/proc/self/task") == threads; });
-  const bool lives = call(*lost, "hello") == "none" && call(*other, "hello") != "none";
+  auto ending = std::make_unique<DProxy>(kService, kPath, kService);
+  for (int file = next; byLoss && file < next + 16; ++file) shutdown(file, SHUT_RDWR);
+  if (!byLoss) ending->stopWorkers();
+  const bool ended = eventually([&] { return entriesOf("/proc/self/task") == threads; }, 2);
+  const bool lives =
+      (call(*ending, "hello") == "none") == byLoss && call(*other, "hello") != "none";
   other.reset();
-  lost.reset();
+  ending.reset();
   // But for the one that all workers wait on.
   const bool closed = eventually([&] { return entriesOf("/proc/self/fd") == descriptors + 1; });
   _exit(ended && lives && closed ? 0 : 3);
 }
 
-TEST(ProxyDeathTest, ends_the_workers_of_all_proxies_but_not_the_process_when_the_daemon_is_lost) {
+TEST(ProxyDeathTest, ends_the_workers_of_all_proxies_but_not_the_process) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
-  EXPECT_EXIT(loseTheDaemon(), testing::ExitedWithCode(0),
+  EXPECT_EXIT(endTheWorkers(true), testing::ExitedWithCode(0),
               "DProxy connection to dbus-daemon disconnected, quit.");
+  EXPECT_EXIT(endTheWorkers(false), testing::ExitedWithCode(0), "");
 }
 
 }  // namespace

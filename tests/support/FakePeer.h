@@ -11,6 +11,7 @@ using gateway::Argument;
 using gateway::busCall;
 using gateway::Error;
 using gateway::eventually;
+using gateway::Late;
 using gateway::Received;
 using gateway::Twice;
 
