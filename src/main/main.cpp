@@ -1,3 +1,3 @@
 #include "main/startup.h"
 
-int main() { jobm::runService(); }
+int main() { jobm::runService({}); }

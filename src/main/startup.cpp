@@ -27,23 +27,12 @@
 #include "wire/bus_names.h"
 #include "wire/store_keys.h"
 
-// A build for endurance tests shortens the heartbeat and the pause between registrations; nothing
-// else changes them.
-#ifndef JOBM_HEARTBEAT_MS
-#define JOBM_HEARTBEAT_MS 9000
-#endif
-#ifndef JOBM_REGISTRATION_MS
-#define JOBM_REGISTRATION_MS 5000
-#endif
-
 namespace jobm {
 namespace {
 
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-constexpr milliseconds kHeartbeatPeriod{JOBM_HEARTBEAT_MS};
-constexpr milliseconds kRegistrationPause{JOBM_REGISTRATION_MS};
 constexpr int kWatchdogSeconds = 19;
 
 std::string pathRule(const char* path) { return std::string("type='signal',path='") + path + "'"; }
@@ -55,8 +44,7 @@ void serve() {
   LOGI("startListenDBusSignals begin...\n");
   JobManagerServer server(bus::kJobManager.name, bus::kJobManager.path);
   if (server.prepare() != 0) {
-    // Deliberately no error: another instance may own the name, and the rest of the process goes
-    // on.
+    // No error: another instance may own the name, and the rest of the process goes on.
     LOGI("prepare dbus server for %s failed.\n", bus::kJobManager.name);
     return;
   }
@@ -104,10 +92,10 @@ void restoreUntilRead() {
   } while (!initAllExecutors());
 }
 
-void registerUntilGranted() {
+void registerUntilGranted(milliseconds pause) {
   do {
     registerRunner(4, 1000000000, "[ConfigManager]", "1.1");
-    std::this_thread::sleep_for(kRegistrationPause);
+    std::this_thread::sleep_for(pause);
   } while (getRunId() == 0);
   LOGI("runnerId =%lld\n ", static_cast<long long>(getRunId()));
 }
@@ -117,9 +105,9 @@ void reportWhatIsLeft() {
   quillon::postToLoop([slots = readJournal()] { reportInterrupted(slots); });
 }
 
-void beatForEver() {
+void beatForEver(milliseconds period) {
   while (true) {
-    std::this_thread::sleep_for(kHeartbeatPeriod);
+    std::this_thread::sleep_for(period);
     try {
       handleHeartbeat();
       feedDog(bus::kJobManager.name, kWatchdogSeconds);
@@ -129,9 +117,9 @@ void beatForEver() {
   }
 }
 
-void startHeartbeat() {
+void startHeartbeat(milliseconds period) {
   try {
-    std::thread(beatForEver).detach();
+    std::thread(beatForEver, period).detach();
   } catch (const std::system_error& e) {
     LOGE("startHeartbeat Exception e = %s\n", e.what());
   }
@@ -158,7 +146,7 @@ int listen() {
   return 0;
 }
 
-void runService() {
+void runService(const Periods& periods) {
   installSignalHandlers();
   log_init("task-dispatcher", 1, 1, 2);
   LOGI("TaskDispatcher started...\n");
@@ -168,10 +156,10 @@ void runService() {
   const bool isRestored = initAllExecutors();
   waitForIdentity();
   if (!isRestored) restoreUntilRead();
-  registerUntilGranted();
+  registerUntilGranted(periods.registration);
   reportWhatIsLeft();
   curl_init();
-  startHeartbeat();
+  startHeartbeat(periods.heartbeat);
   createThread_discovery();
   subscribeTriggers();
   while (true) pause();

@@ -5,6 +5,7 @@
 #include "executor_api/registry.h"
 #include "support.h"
 #include "tables.h"
+#include "wire/store_keys.h"
 
 namespace {
 
@@ -15,8 +16,8 @@ void happen(const std::string& event) {
   const std::string payload = event.substr(kind.size());
   if (kind == "E") static_cast<void>(jobm::registerExecutor(payload));
   if (kind == "P") static_cast<void>(jobm::registerParser(payload));
-  if (kind == "S") fuzz::world.store[jobm::registry::kExecutorsKey] = payload;
-  if (kind == "T") fuzz::world.store[jobm::registry::kParsersKey] = payload;
+  if (kind == "S") fuzz::world.store[jobm::key::kExecutors] = payload;
+  if (kind == "T") fuzz::world.store[jobm::key::kParsers] = payload;
   if (kind == "R") fuzz::restart();
 }
 

@@ -3,6 +3,7 @@
 #include <curl/curl.h>
 #include <fcntl.h>
 #include <gateway/config.h>
+#include <uv.h>
 
 #include <algorithm>
 #include <cstdarg>
@@ -12,7 +13,7 @@
 
 #include "communicate_scene/request.h"
 #include "dbus_process_call/dbus_process_call.h"
-#include "dbus_wrap/LoopTasks.h"
+#include "dbus_wrap/ProxyHook.h"
 #include "digest/digest.h"
 #include "executor_api/registry.h"
 #include "lib/comm_path.h"
@@ -55,6 +56,45 @@ void requireWritable(const char* changed) {
   require(path.find("/../") == std::string::npos, "no path leads upwards");
 }
 
+// Every neighbour on the bus.
+class Neighbours : public quillon::ProxyHook {
+ public:
+  bool sendMessageWithReply(const quillon::DProxy& proxy,
+                            const std::shared_ptr<quillon::DMessage>& message,
+                            quillon::ReplyCallback callback, void* userData) override;
+  std::shared_ptr<quillon::DMessage> sendMessageWithReplyBlocking(
+      const std::shared_ptr<quillon::DMessage>& /*message*/) override {
+    return makeReply(R"({"code":0})");
+  }
+  int sendSignal(const std::shared_ptr<quillon::DMessage>& /*message*/) override { return 0; }
+};
+
+std::string answerOf(const quillon::DMessage& message) {
+  quillon::DMessage reader(message.raw(), quillon::DMessage::kRead);
+  const std::string argument = reader.readString();
+  if (dbus_message_has_destination(message.raw(), "iot.bridge.mqtt")) {
+    publish(argument, reader.readString());
+    return R"({"code":0})";
+  }
+  require(argument.empty() || !parsed(argument).isNull(), "executors get JSON");
+  return takeReply(dbus_message_get_member(message.raw()));
+}
+
+bool Neighbours::sendMessageWithReply(const quillon::DProxy& /*proxy*/,
+                                      const std::shared_ptr<quillon::DMessage>& message,
+                                      quillon::ReplyCallback callback, void* userData) {
+  if (!message) return false;
+  std::string reply = answerOf(*message);
+  if (reply == "!") return false;
+  const bool isFirst = reply.starts_with('>');
+  if (isFirst) reply.erase(0, 1);
+  const auto read = [reply, callback = std::move(callback), userData] {
+    callback(reply.empty() ? nullptr : makeReply(reply), userData);
+  };
+  world.tasks.insert(isFirst ? world.tasks.begin() : world.tasks.end(), read);
+  return true;
+}
+
 }  // namespace
 
 void require(bool holds, const char* promise) {
@@ -65,6 +105,8 @@ void require(bool holds, const char* promise) {
 
 std::vector<std::string> start(std::string input) {
   constexpr std::string_view kSeparator = "\n---\n";
+  static Neighbours neighbours;
+  quillon::setProxyHook(neighbours);
   world = World{};
   world.store["gw_system_devicesecret"] = "0123456789abcdef0123456789abcdef";
   jobm::setDeviceInfo("key", "device");
@@ -103,7 +145,8 @@ void restart() {
 }
 
 void runLoop() {
-  while (!world.tasks.empty()) {
+  // What the service posted comes before the next answer.
+  while (uv_run(uv_default_loop(), UV_RUN_NOWAIT), !world.tasks.empty()) {
     const auto task = std::move(world.tasks.front());
     world.tasks.pop_front();
     task();
@@ -166,46 +209,6 @@ void substitute(std::string& text, std::string_view from, const std::string& to)
 
 using fuzz::world;
 
-namespace quillon {
-
-void postToLoop(LoopTask task) { world.tasks.push_back(std::move(task)); }
-
-DProxy::DProxy(const char* serviceName, const char* servicePath, const char* serviceInterface)
-    : wellknownName(serviceName), path(servicePath), interface(serviceInterface), connected(true) {}
-
-DProxy::~DProxy() = default;
-
-bool DProxy::sendMessageWithReply(const std::shared_ptr<DMessage>& message, ReplyCallback callback,
-                                  void* userData) {
-  if (!message) return false;
-  DMessage reader(message->raw(), DMessage::kRead);
-  const std::string argument = reader.readString();
-  std::string reply;
-  if (isFor("iot.bridge.mqtt", "/iot/bridge/mqtt", interface)) {
-    fuzz::publish(argument, reader.readString());
-    reply = R"({"code":0})";
-  } else {
-    fuzz::require(argument.empty() || !fuzz::parsed(argument).isNull(), "executors get JSON");
-    reply = fuzz::takeReply(dbus_message_get_member(message->raw()));
-  }
-  if (reply == "!") return false;
-  const bool isFirst = reply.starts_with('>');
-  if (isFirst) reply.erase(0, 1);
-  const auto read = [reply, callback = std::move(callback), userData] {
-    callback(reply.empty() ? nullptr : fuzz::makeReply(reply), userData);
-  };
-  world.tasks.insert(isFirst ? world.tasks.begin() : world.tasks.end(), read);
-  return true;
-}
-
-std::shared_ptr<DMessage> DProxy::sendMessageWithReplyBlocking(const std::shared_ptr<DMessage>&) {
-  return fuzz::makeReply(R"({"code":0})");
-}
-
-int DProxy::sendSignal(const std::shared_ptr<DMessage>&) { return 0; }
-
-}  // namespace quillon
-
 int get_config(DBusConnection*, const char* key, char** value, int) {
   const auto entry = world.store.find(key);
   if (entry == world.store.end()) return -1;
@@ -216,7 +219,8 @@ int get_config(DBusConnection*, const char* key, char** value, int) {
 int set_config(DBusConnection*, const char* key, const char* value, int) {
   const std::string_view name = key;
   const bool isRegistry = name == "gw_jobm_executors" || name == "gw_jobm_parsers";
-  const bool isOwn = isRegistry || name == "gw_jobm_jobId" || name == "gw_jobm_jobContent";
+  const bool isOwn = isRegistry || name == "gw_jobm_jobId" || name == "gw_jobm_jobContent" ||
+                     name.starts_with("gw_jobm_deployment_");
   const bool isReserved = name.starts_with("gw_jobm_") || name.starts_with("gw_system_");
   fuzz::require(isOwn || !isReserved, "no foreign key is reserved, and no identity written");
   fuzz::require(!isRegistry || fuzz::parsed(value).isObject(), "the registry stays readable");

@@ -1,6 +1,7 @@
-/// What the fuzz targets share. Each is the real service on neighbours that are put in at link
-/// time: proxies that record what is sent and answer from a script, a configuration store and a web
-/// server in memory, and a watch over every file that is changed.
+/// What the fuzz targets share. Each is the real service on neighbours of its own: behind the
+/// proxies' hook, which records what is sent and answers from a script; a platform library whose
+/// configuration store is in memory; and, put in at link time, a web server in memory and a watch
+/// over every file that is changed.
 #pragma once
 
 #include <cstdio>
@@ -28,7 +29,7 @@ struct World {
   /// argument is a number, and one with a leading ">" overtakes the others. When they are used up,
   /// every call succeeds.
   std::deque<std::string> replies;
-  std::deque<std::function<void()>> tasks;                     // of the loop
+  std::deque<std::function<void()>> tasks;                     // answers on their way
   std::vector<std::pair<std::string, Json::Value>> published;  // with their topics
   bool parserSilent = false;                                   // a parser's answer is missing
   bool deletionSent = false;                                   // to an executor
