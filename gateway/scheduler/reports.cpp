@@ -6,9 +6,16 @@ namespace gateway {
 namespace {
 
 constexpr Json::ArrayIndex kSplitAt = 200;
+constexpr int kDeployment = 0;
 
 const Json::Value& member(const Json::Value& object, const char* key) {
   return object.isObject() ? object[key] : Json::Value::nullSingleton();
+}
+
+// The type that the result of `request` must carry: its own.
+int expectedType(const Json::Value& message, const Json::Value& request) {
+  const Json::Value& type = member(request, "deployType");
+  return message.isMember("deployId") && type.isInt() ? type.asInt() : kDeployment;
 }
 
 // Copies what a detail says about success into a row.
@@ -37,7 +44,7 @@ std::optional<Json::Value> ReportJoiner::add(const Json::Value& message) {
   return result;
 }
 
-std::string reportFault(const Json::Value& message) {
+std::string reportFault(const Json::Value& message, const Json::Value& request) {
   if (!message.isObject()) return "not an object";
   for (const std::string& name : message.getMemberNames()) {
     const bool isId = name == "deployId" || name == "taskId";
@@ -51,7 +58,10 @@ std::string reportFault(const Json::Value& message) {
   const Json::Value& last = member(message, "isLastReply");
   const Json::Value& details = member(message, "details");
   if (!last.isBool()) return "isLastReply is not a truth value";
-  if (!member(message, "deployType").isInt()) return "deployType is not a number";
+  const Json::Value& type = member(message, "deployType");
+  if (!type.isInt() || type.asInt() != expectedType(message, request)) {
+    return "deployType is not that of the request";
+  }
   if (!details.isArray()) return "details is not a list";
   if (!last.asBool() && details.size() != kSplitAt) return "a first part without 200 details";
   return "";

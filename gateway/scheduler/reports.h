@@ -23,8 +23,10 @@ class ReportJoiner {
   std::map<Key, Json::Value> partial;
 };
 
-/// What is wrong with one deployment-result message, "" when nothing is.
-std::string reportFault(const Json::Value& message);
+/// What is wrong with one message of the result of the deployment request `request`, "" when
+/// nothing is. Null stands for a request that is not known; a message without ids says that there
+/// was none to be read, and is always one of a deployment.
+std::string reportFault(const Json::Value& message, const Json::Value& request);
 
 /// One row per resource of the deployment request `request`, in its order: {"resourceId",
 /// "resourceName", "resourceType", "operate", "snapshotId", "success", "code", "message"}. A

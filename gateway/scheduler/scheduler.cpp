@@ -179,14 +179,14 @@ void Scheduler::takeStatus(const Json::Value& request) {
 }
 
 void Scheduler::onReport(const Json::Value& message) {
-  const std::string wrong = reportFault(message);
+  Job* job = jobOfReport(message);
+  const std::string wrong = reportFault(message, job != nullptr ? job->request : Json::Value());
   if (!wrong.empty()) return complain("report: " + wrong + ": " + jobm::json::compact(message));
   road(kRunner, kMe,
        "report " + jobm::json::textOf(message, "deployId") + ", " +
            std::to_string(message["details"].size()) + " details");
   auto report = joiner.add(message);
   if (!report) return;
-  Job* job = jobOfReport(*report);
   if (job == nullptr) return complain("report of no job: " + jobm::json::compact(*report));
   job->heardOf = true;
   Json::Value event = *report;

@@ -21,7 +21,15 @@ std::string request(const std::string& text) {
   return gateway::requestFault("/scheduler/publish/registerRunner", test::parsed(text), "pk_dn", 7);
 }
 
-std::string report(const std::string& text) { return gateway::reportFault(test::parsed(text)); }
+std::string reportOf(int deployType, const std::string& text) {
+  Json::Value ordered(Json::objectValue);
+  ordered["deployType"] = deployType;
+  return gateway::reportFault(test::parsed(text), ordered);
+}
+
+std::string report(const std::string& text) { return reportOf(0, text); }
+
+std::string resetReport(const std::string& text) { return reportOf(1, text); }
 
 TEST(Checkers, find_every_mistake_in_what_is_otherwise_good) {
   using Mistakes = std::vector<std::pair<std::string, std::string>>;
@@ -37,7 +45,10 @@ TEST(Checkers, find_every_mistake_in_what_is_otherwise_good) {
        {{"00000000", ""}, {"pk_dn", "pk-dn"}, {":4", R"(:"4")"}, {"1.0.0", ""}}},
       {report,
        R"({"deployId":"d","taskId":"t","isLastReply":true,"deployType":0,"details":[null]})",
-       {{R"("d")", R"("")"}, {"0", R"("0")"}, {"[null]", "{}"}, {"true", "false"}}},
+       {{R"("d")", R"("")"}, {"0", R"("0")"}, {"0", "1"}, {"[null]", "{}"}, {"true", "false"}}},
+      {resetReport,
+       R"({"deployId":"d","taskId":"t","isLastReply":true,"deployType":1,"details":[{}]})",
+       {{"1", "0"}}},
   };
   for (const auto& [faultOf, good, mistakes] : cases) {
     EXPECT_EQ(faultOf(good), "") << good;
