@@ -17,7 +17,8 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr int kKeepAliveSeconds = 20;
-constexpr int kLoopMilliseconds = 1000;
+// The library's wait ends earlier for a packet of either side and when the keep-alive is due.
+constexpr int kLoopMilliseconds = kKeepAliveSeconds * 1000;
 constexpr auto kFirstPause = 250ms;
 constexpr auto kLongestPause = 8000ms;
 

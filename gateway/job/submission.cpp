@@ -17,7 +17,7 @@ constexpr const char* kSubmitTopic = "local/scheduler/submit";
 constexpr const char* kResultTopic = "local/scheduler/result/";
 constexpr int kQos = 1;
 constexpr int kStatusFailed = 4;
-constexpr int kLongestPump = 500;  // milliseconds
+constexpr int kLongestPump = 20000;  // milliseconds
 constexpr int kConnectSeconds = 10;
 
 bool isLastWord(const Order& order, const Json::Value& event) {

@@ -1,14 +1,15 @@
 #include "child.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/prctl.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
 
 #include "bus.h"
-#include "neighbour.h"
 
 namespace gateway {
 namespace {
@@ -26,6 +27,14 @@ namespace {
   arguments.push_back(nullptr);
   execvp(arguments[0], arguments.data());
   _exit(127);
+}
+
+void awaitEnd(pid_t process, int milliseconds) {
+  // By its number: the C library's function is declared without C linkage here.
+  pollfd ended{static_cast<int>(syscall(SYS_pidfd_open, process, 0)), POLLIN, 0};
+  require(ended.fd >= 0, "no descriptor of a process");
+  poll(&ended, 1, milliseconds);
+  close(ended.fd);
 }
 
 }  // namespace
@@ -65,8 +74,8 @@ int Child::wait() {
 }
 
 std::optional<int> Child::end(double seconds) {
-  const bool ended = eventually([this] { return hasEnded(WNOHANG); }, seconds);
-  return ended ? std::optional(status) : std::nullopt;
+  if (process > 0) awaitEnd(process, static_cast<int>(seconds * 1000));
+  return hasEnded(WNOHANG) ? std::optional(status) : std::nullopt;
 }
 
 std::string Child::readOutput() {

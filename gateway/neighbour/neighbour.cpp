@@ -1,14 +1,12 @@
 #include "neighbour.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace gateway {
 namespace {
 
 constexpr const char* kDefaultAnswer = R"({"code":0,"message":"","data":null})";
-
-// How long the thread may sleep over what other threads want: to emit, or to stop.
-constexpr int kTickMs = 5;
 
 template <typename T>
 T basic(DBusMessageIter* iterator) {
@@ -57,7 +55,7 @@ std::string Received::text(std::size_t i) const {
 
 Neighbour::Neighbour(const std::string& busName, const std::vector<std::string>& rules,
                      Handler other)
-    : connection(connectBus()), name(busName), otherwise(std::move(other)) {
+    : connection(connectBus()), wait(connection.get()), name(busName), otherwise(std::move(other)) {
   // The rules first: who sees the name on the bus may emit what they are for.
   for (const std::string& rule : rules) dbus_bus_add_match(connection.get(), rule.c_str(), nullptr);
   dbus_connection_flush(connection.get());
@@ -67,6 +65,7 @@ Neighbour::Neighbour(const std::string& busName, const std::vector<std::string>&
 
 Neighbour::~Neighbour() {
   stopping = true;
+  wait.wake();
   thread.join();
   // Waits for the daemon, so that the next one of this name gets it.
   if (!name.empty()) dbus_bus_release_name(connection.get(), name.c_str(), nullptr);
@@ -83,16 +82,30 @@ void Neighbour::answer(const std::string& member, Answer answer) {
 
 std::vector<Received> Neighbour::received(const std::string& member) const {
   const std::lock_guard guard(lock);
-  std::vector<Received> matching;
-  for (const Received& message : messages) {
-    if (member.empty() || message.member == member) matching.push_back(message);
-  }
-  return matching;
+  std::vector<Received> copies;
+  for (const Received* message : matching(member)) copies.push_back(*message);
+  return copies;
+}
+
+std::size_t Neighbour::count(const std::string& member) const {
+  const std::lock_guard guard(lock);
+  return matching(member).size();
 }
 
 std::optional<Received> Neighbour::await(const std::string& member, std::size_t n, double seconds) {
-  if (!eventually([&] { return count(member) >= n; }, seconds)) return std::nullopt;
-  return received(member)[n - 1];
+  std::unique_lock guard(lock);
+  const bool came = arrived.wait_for(guard, std::chrono::duration<double>(seconds),
+                                     [&] { return matching(member).size() >= n; });
+  return came ? std::optional(*matching(member)[n - 1]) : std::nullopt;
+}
+
+// With the lock held; the messages stay where they are only as long as it is.
+std::vector<const Received*> Neighbour::matching(const std::string& member) const {
+  std::vector<const Received*> found;
+  for (const Received& message : messages) {
+    if (member.empty() || message.member == member) found.push_back(&message);
+  }
+  return found;
 }
 
 void Neighbour::emit(const std::string& path, const std::string& interface,
@@ -101,12 +114,12 @@ void Neighbour::emit(const std::string& path, const std::string& interface,
   const Message signal(dbus_message_new_signal(path.c_str(), interface.c_str(), member.c_str()));
   if (!destination.empty()) dbus_message_set_destination(signal.get(), destination.c_str());
   append(signal.get(), texts);
-  dbus_connection_send(connection.get(), signal.get(), nullptr);
+  wait.send(signal.get());
 }
 
 void Neighbour::run() {
   for (bool connected = true; connected && !stopping;) {
-    connected = dbus_connection_read_write(connection.get(), kTickMs) != 0;
+    connected = wait.readWrite(untilNextIsDue());
     while (const Message message{dbus_connection_pop_message(connection.get())}) {
       handle(message.get());
     }
@@ -125,6 +138,7 @@ void Neighbour::handle(DBusMessage* message) {
     if (found != handlers.end()) handler = found->second;
     if (found != handlers.end() || !otherwise) messages.push_back(now);
   }
+  arrived.notify_all();
   const Answer answer = handler ? handler(now) : Answer(std::string(kDefaultAnswer));
   if (!now.isSignal) reply(message, answer);
 }
@@ -142,12 +156,19 @@ void Neighbour::reply(DBusMessage* call, const Answer& answer) {
   } else if (const auto* error = std::get_if<Error>(&answer)) {
     message.reset(dbus_message_new_error(call, error->name.c_str(), error->text.c_str()));
   }
-  if (message) dbus_connection_send(connection.get(), message.get(), nullptr);
+  if (message) wait.send(message.get());
+}
+
+std::optional<int> Neighbour::untilNextIsDue() const {
+  if (late.empty()) return std::nullopt;
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(late.begin()->first -
+                                                                 std::chrono::steady_clock::now());
+  return std::max(static_cast<int>(left.count()), 0);
 }
 
 void Neighbour::sendWhatIsDue() {
   while (!late.empty() && late.begin()->first <= std::chrono::steady_clock::now()) {
-    dbus_connection_send(connection.get(), late.begin()->second.get(), nullptr);
+    wait.send(late.begin()->second.get());
     late.erase(late.begin());
   }
 }

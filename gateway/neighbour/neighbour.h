@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -16,6 +17,7 @@
 #include <vector>
 
 #include "bus.h"
+#include "wait.h"
 
 namespace gateway {
 
@@ -65,13 +67,13 @@ class Neighbour {
   Neighbour& operator=(const Neighbour&) = delete;
 
   /// What is done with messages of `member`. The handler runs on the neighbour's thread, one at a
-  /// time; what it returns for a signal is of no matter.
+  /// time; what it returns for a signal is ignored.
   void on(const std::string& member, Handler handler);
   void answer(const std::string& member, Answer answer);
 
   /// The calls and signals of `member` so far, of all members when it is empty.
   std::vector<Received> received(const std::string& member = "") const;
-  std::size_t count(const std::string& member) const { return received(member).size(); }
+  std::size_t count(const std::string& member) const;
 
   /// Waits up to `seconds` for the `n`-th message of `member`; empty when it doesn't come.
   std::optional<Received> await(const std::string& member, std::size_t n = 1, double seconds = 10);
@@ -85,13 +87,17 @@ class Neighbour {
   void handle(DBusMessage* message);
   void reply(DBusMessage* call, const Answer& answer);
   void sendWhatIsDue();
+  std::optional<int> untilNextIsDue() const;  // milliseconds
+  std::vector<const Received*> matching(const std::string& member) const;
 
   const Connection connection;
+  BusWait wait;
   const std::string name;
   const Handler otherwise;
   std::map<std::string, Handler> handlers;
   std::vector<Received> messages;
   mutable std::mutex lock;                                             // of handlers and messages
+  std::condition_variable arrived;                                     // a message
   std::multimap<std::chrono::steady_clock::time_point, Message> late;  // of the thread
   std::atomic<bool> stopping = false;
   std::thread thread;
@@ -104,7 +110,8 @@ std::optional<std::string> busCall(const std::string& service, const std::string
                                    const std::string& member, const std::vector<std::string>& texts,
                                    double seconds = 10);
 
-/// Waits up to `seconds` until `condition` holds; returns whether it does.
+/// Waits up to `seconds` until `condition` holds; returns whether it does. Asks every 2 ms: for
+/// tests, of what nobody announces.
 bool eventually(const std::function<bool()>& condition, double seconds = 10);
 
 }  // namespace gateway
