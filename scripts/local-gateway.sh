@@ -141,7 +141,9 @@ await_log() {
   return 1
 }
 
-# start_broker: on a free port of the loopback interface, or on the one it had before.
+# start_broker: on a free port of the loopback interface, or on the one it had before. It notes every change on
+# disk and keeps nothing from a client that is there, so that one that is killed has forgotten neither who has
+# subscribed nor what it has acknowledged.
 start_broker() {
   local tries
   for ((tries = 0; tries < 20; tries++)); do
@@ -149,8 +151,12 @@ start_broker() {
     cat >"$home/mosquitto.conf" <<END
 listener $broker_port 127.0.0.1
 allow_anonymous true
-persistence false
+persistence true
+persistence_location $home/
+autosave_on_changes true
+autosave_interval 1
 max_queued_messages 0
+max_inflight_messages 0
 set_tcp_nodelay true
 user $(id -un)
 END
@@ -168,9 +174,32 @@ END
   return 1
 }
 
-start_bridge() {
-  start mqtt-bridge "$build/mqtt-bridge" --port "$broker_port" --state "$home/subscriptions.json"
+# activate NAME LOG COMMAND...: from now on the bus daemon starts COMMAND whenever the bus name NAME is asked
+# for and has no owner; what it writes is appended to LOG.
+activate() {
+  local name=$1 log=$2 word line=
+  shift 2
+  # shellcheck disable=SC2016 # for the shell that the daemon starts
+  for word in /usr/bin/env "GATEWAY_ROAD=$GATEWAY_ROAD" "GATEWAY_ROAD_START=$GATEWAY_ROAD_START" \
+    /bin/sh -c 'exec "$@" >>"$0" 2>&1' "$home/logs/$log.log" "$@"; do
+    word=${word//\\/\\\\}
+    line+="\"${word//\"/\\\"}\" "
+  done
+  # Once for the command line, and once for the file.
+  line=${line//\\/\\\\}
+  while IFS= read -r word; do
+    printf '%s\n' "${word/@COMMAND@/"$line"}"
+  done <"$repository/gateway/bus/$name.service.in" >"/tmp/var/run/mbusd/services/$name.service"
 }
+
+# start_bridge: by the bus daemon, which from then on starts it again whenever somebody calls it.
+start_bridge() {
+  activate iot.bridge.mqtt mqtt-bridge "$build/mqtt-bridge" --port "$broker_port" --state "$home/bridge.db"
+  ask_bus StartServiceByName string:iot.bridge.mqtt uint32:0 >/dev/null
+}
+
+# end_owner NAME [SIGNAL]: ends the owner of a bus name that the daemon has started.
+end_owner() { kill -s "${2:-TERM}" "$(bus_pid "$1")"; }
 
 start_scheduler() {
   start gateway-scheduler "$build/gateway-scheduler" --port "$broker_port" \
@@ -214,17 +243,9 @@ start_executor() {
 
 # activate_engine: from now on the bus daemon starts the script engine whenever its name is asked for.
 activate_engine() {
-  local command word line=
+  local command
   executor_command IFTTTEngine
-  for word in /usr/bin/env "GATEWAY_ROAD=$GATEWAY_ROAD" "GATEWAY_ROAD_START=$GATEWAY_ROAD_START" \
-    "${command[@]}"; do
-    word=${word//\\/\\\\}
-    line+="\"${word//\"/\\\"}\" "
-  done
-  while IFS= read -r word; do
-    printf '%s\n' "${word/@COMMAND@/"$line"}"
-  done <"$repository/gateway/bus/iot.runtime.js.service.in" \
-    >/tmp/var/run/mbusd/services/iot.runtime.js.service
+  activate iot.runtime.js IFTTTEngine "${command[@]}"
 }
 
 # start_service: task-dispatcher, which reads the VERSION of the folder above its own. Returns when it has

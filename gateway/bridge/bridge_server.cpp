@@ -1,7 +1,8 @@
-// The glue: two threads. The bus thread runs the default loop and owns the subscriptions and the
-// connection state; the broker's thread lives in MqttClient::run(). What the broker's thread learns
-// (connected, disconnected, a message) it hands to the bus thread as a task of the loop, in order.
-// The bus thread hands packets to the MQTT library, which queues them and never blocks.
+// The glue: two threads. The bus thread runs the default loop and owns the subscriptions, the
+// outbox and the connection state; the broker's thread lives in MqttClient::run(). What the
+// broker's thread learns (connected, disconnected, a message, an acknowledgement) it hands to the
+// bus thread as a task of the loop, in order. The bus thread hands packets to the MQTT library,
+// which queues them and never blocks.
 
 #include "bridge_server.h"
 
@@ -52,7 +53,6 @@ void handOver(std::function<void()> task) {
 BridgeServer::BridgeServer(const BridgeSettings& given)
     : DServer(kName, kPath),
       settings(given),
-      subscriptions(given.stateFile),
       mqtt(given.clientId, !given.stateFile.empty(),
            {.connected = [this] { handOver([this] { connectivityChanged(true); }); },
             .disconnected = [this] { handOver([this] { connectivityChanged(false); }); },
@@ -60,10 +60,18 @@ BridgeServer::BridgeServer(const BridgeSettings& given)
                 [this](const std::string& topic, const std::string& payload) {
                   handOver([this, topic, payload] { deliver(topic, payload); });
                 },
-            .subscribed = {}}) {}
+            .subscribed = {},
+            .published =
+                [this](int packet) {
+                  quillon::runOnLoop([this, packet] { courier.acknowledged(packet); });
+                }}),
+      courier(outbox, mqtt) {}
 
 int BridgeServer::serve() {
-  if (prepare() != 0) return 1;
+  // The name first: until it is ours, an earlier bridge may write what is restored here.
+  if (prepare() != 0 || !store.open(settings.stateFile)) return 1;
+  subscriptions.restore(store);
+  outbox.restore(store);
   road(kMe, "bus", std::string("owns ") + kName);
   std::thread([this] { mqtt.run(settings.host, settings.port); }).detach();
   setRunLoop(true);
@@ -96,10 +104,9 @@ std::string BridgeServer::publish(quillon::DMessage& request) {
   road("task-dispatcher", kMe,
        "publish " + topic + " (" + std::to_string(payload.size()) + " bytes)");
   if (!isTopic(topic) || !isQos(qos)) return "bad topic or quality of service";
-  // Asked here and not of the library, which would keep the message and send it after a reconnect
-  // although the caller was told that it failed.
-  if (!connected) return "no connection to the broker";
-  return mqtt.publish(topic, payload, qos) ? "" : "the broker's library refused the message";
+  std::string failure = outbox.add(topic, payload, qos);
+  courier.send();
+  return failure;
 }
 
 std::string BridgeServer::subscribe(quillon::DMessage& request) {
@@ -109,12 +116,11 @@ std::string BridgeServer::subscribe(quillon::DMessage& request) {
   road("task-dispatcher", kMe, "subscribe " + filter + " for " + busName);
   if (!isTopicFilter(filter) || !isQos(qos)) return "bad topic or quality of service";
   if (!dbus_validate_bus_name(busName.c_str(), nullptr)) return "bad bus name";
-  if (!connected) return "no connection to the broker";
-  subscriptions.add(filter, busName, qos);
+  if (!subscriptions.add(filter, busName, qos)) return "the subscription can't be stored";
   // Not waited for: the broker takes the packets of one connection in order, so whatever this
-  // caller publishes next finds the subscription made.
-  return mqtt.subscribe(filter, subscriptions.qosOf(filter)) ? ""
-                                                             : "the broker's library refused it";
+  // caller publishes next finds the subscription made. Without a connection the next one makes it.
+  if (connected) mqtt.subscribe(filter, subscriptions.qosOf(filter));
+  return "";
 }
 
 std::string BridgeServer::unsubscribe(quillon::DMessage& request) {
@@ -137,6 +143,7 @@ void BridgeServer::connectivityChanged(bool now) {
       mqtt.subscribe(filter, subscriptions.qosOf(filter));
     }
   }
+  courier.connectivityChanged(now);
   sendSignal("cloudConnectivityEvent", now ? "connected" : "disconnected");
 }
 

@@ -4,7 +4,10 @@
 #include <string>
 
 #include "common/mqtt_client.h"
+#include "courier.h"
 #include "dbus_wrap/DServer.h"
+#include "outbox.h"
+#include "store.h"
 #include "subscriptions.h"
 
 namespace gateway {
@@ -12,7 +15,7 @@ namespace gateway {
 struct BridgeSettings {
   std::string host;
   int port;
-  std::string stateFile;  // where subscriptions outlive the bridge; empty: they don't
+  std::string stateFile;  // where subscriptions and messages outlive the bridge; empty: they don't
   std::string clientId;
 };
 
@@ -21,7 +24,7 @@ class BridgeServer : public quillon::DServer {
   explicit BridgeServer(const BridgeSettings& settings);
 
   /// Takes the bus name, starts the broker's thread and serves for ever. Returns only when the bus
-  /// name can't be had: 1.
+  /// name or the state file can't be had: 1.
   int serve();
 
   bool onMethodCall(const char* member, const std::shared_ptr<quillon::DMessage>& request,
@@ -39,10 +42,13 @@ class BridgeServer : public quillon::DServer {
   void deliver(const std::string& topic, const std::string& payload);
 
   const BridgeSettings settings;
-  // Bus thread only.
-  Subscriptions subscriptions;
-  bool connected = false;
   MqttClient mqtt;
+  // Bus thread only.
+  bool connected = false;
+  Store store;
+  Subscriptions subscriptions;
+  Outbox outbox;
+  Courier courier;
 };
 
 }  // namespace gateway

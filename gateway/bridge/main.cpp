@@ -1,3 +1,5 @@
+#include <sys/stat.h>
+
 #include "bridge_server.h"
 #include "common/options.h"
 
@@ -7,7 +9,7 @@ constexpr gateway::OptionEntry kOptions[] = {
     {"host", "NAME", "the broker's host; default 127.0.0.1"},
     {"port", "NUMBER", "the broker's port; default 1883"},
     {"client-id", "TEXT", "MQTT client id; default mqtt-bridge"},
-    {"state", "FILE", "keep subscriptions in FILE over restarts of the bridge"},
+    {"state", "FILE", "keep subscriptions and undelivered messages in FILE"},
 };
 
 }  // namespace
@@ -15,6 +17,7 @@ constexpr gateway::OptionEntry kOptions[] = {
 int main(int argc, char** argv) {
   gateway::Options options;
   if (!options.parse(argc, argv, kOptions)) return 2;
+  umask(S_IRWXG | S_IRWXO);  // the messages that are kept are nobody else's business
   gateway::BridgeServer server({.host = options.get("host", "127.0.0.1"),
                                 .port = options.number("port", 1883),
                                 .stateFile = options.get("state"),

@@ -1,45 +1,38 @@
 #include "subscriptions.h"
 
-#include <gateway/log_macros.h>
-
 #include <algorithm>
-#include <cstdio>
-#include <utility>
 
 #include "common/mqtt_client.h"
-#include "lib/file_text.h"
-#include "lib/json_helper.h"
 
 namespace gateway {
+namespace {
 
-Subscriptions::Subscriptions(std::string file) : stateFile(std::move(file)) {
-  std::string text;
-  Json::Value state;
-  if (stateFile.empty() || !jobm::readFile(stateFile, text)) return;
-  if (!jobm::json::parse(text, state) || !state.isObject()) {
-    LOGW("%s is damaged, no subscription is restored", stateFile.c_str());
-    return;
-  }
-  for (const std::string& filter : state.getMemberNames()) {
-    const Json::Value& wanted = state[filter];
-    if (!wanted.isObject()) continue;
-    for (const std::string& name : wanted.getMemberNames()) {
-      if (wanted[name].isInt()) names[filter][name] = wanted[name].asInt();
-    }
-  }
+constexpr const char* kSelect = "SELECT filter, name, qos FROM subscription";
+constexpr const char* kInsert =
+    "INSERT OR REPLACE INTO subscription(filter, name, qos) VALUES(?1, ?2, ?3)";
+constexpr const char* kDelete = "DELETE FROM subscription WHERE filter = ?1 AND name = ?2";
+
+}  // namespace
+
+void Subscriptions::restore(const Store& store) {
+  insertion = store.prepare(kInsert);
+  deletion = store.prepare(kDelete);
+  Statement all = store.prepare(kSelect);
+  while (all.step()) names[all.text(0)][all.text(1)] = static_cast<int>(all.number(2));
 }
 
-void Subscriptions::add(const std::string& filter, const std::string& busName, int qos) {
+bool Subscriptions::add(const std::string& filter, const std::string& busName, int qos) {
+  if (!insertion.bind(1, filter).bind(2, busName).bind(3, qos).run()) return false;
   names[filter][busName] = qos;
-  save();
+  return true;
 }
 
 bool Subscriptions::remove(const std::string& filter, const std::string& busName) {
   const auto found = names.find(filter);
   if (found == names.end() || found->second.erase(busName) == 0) return false;
+  deletion.bind(1, filter).bind(2, busName).run();
   const bool last = found->second.empty();
   if (last) names.erase(found);
-  save();
   return last;
 }
 
@@ -64,20 +57,6 @@ std::set<std::string> Subscriptions::filters() const {
   std::set<std::string> result;
   for (const auto& [filter, wanted] : names) result.insert(filter);
   return result;
-}
-
-void Subscriptions::save() const {
-  if (stateFile.empty()) return;
-  Json::Value state(Json::objectValue);
-  for (const auto& [filter, wanted] : names) {
-    for (const auto& [name, qos] : wanted) state[filter][name] = qos;
-  }
-  // Renamed into place, so that a bridge that is killed while writing leaves the old state.
-  const std::string fresh = stateFile + ".new";
-  if (!jobm::writeFile(fresh, jobm::json::styled(state)) ||
-      std::rename(fresh.c_str(), stateFile.c_str()) != 0) {
-    LOGE("%s can't be written", stateFile.c_str());
-  }
 }
 
 }  // namespace gateway

@@ -5,17 +5,19 @@
 #include <set>
 #include <string>
 
+#include "store.h"
+
 namespace gateway {
 
 class Subscriptions {
  public:
-  /// Subscriptions that are kept in `stateFile` and begin with what it holds; kept in memory only
-  /// when it is empty. An unreadable file is an empty one.
-  explicit Subscriptions(std::string stateFile);
+  /// Begins with what an earlier bridge left in `store`, which must be open and outlive this. To be
+  /// called first.
+  void restore(const Store& store);
 
   /// Notes that `busName` wants `filter` with the quality of service `qos`, replacing an earlier
-  /// one.
-  void add(const std::string& filter, const std::string& busName, int qos);
+  /// one. Returns false when that would not outlive the bridge; nothing has changed then.
+  bool add(const std::string& filter, const std::string& busName, int qos);
 
   /// Takes `busName` off `filter`. Returns true when nobody wants the filter any more; false also
   /// when it was not subscribed.
@@ -30,9 +32,8 @@ class Subscriptions {
   std::set<std::string> filters() const;
 
  private:
-  void save() const;
-
-  const std::string stateFile;
+  Statement insertion;
+  Statement deletion;
   std::map<std::string, std::map<std::string, int>> names;  // filter -> bus name -> quality
 };
 

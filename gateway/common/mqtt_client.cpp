@@ -70,10 +70,19 @@ void onSubscribe(mosquitto*, void* data, int, int count, const int* granted) {
   if (handlers->subscribed) guarded([&] { handlers->subscribed(ok); });
 }
 
+void onPublish(mosquitto*, void* data, int packet) {
+  const auto* handlers = static_cast<const MqttHandlers*>(data);
+  if (handlers->published) guarded([&] { handlers->published(packet); });
+}
+
 bool succeeded(int result, const char* what, const std::string& topic) {
   if (result == MOSQ_ERR_SUCCESS) return true;
   LOGW("%s %s: %s", what, topic.c_str(), mosquitto_strerror(result));
   return false;
+}
+
+bool isMqttText(const std::string& text) {
+  return mosquitto_validate_utf8(text.c_str(), static_cast<int>(text.size())) == MOSQ_ERR_SUCCESS;
 }
 
 }  // namespace
@@ -90,6 +99,7 @@ MqttClient::MqttClient(const std::string& id, bool persistent, MqttHandlers give
   mosquitto_disconnect_callback_set(client.get(), onDisconnect);
   mosquitto_message_callback_set(client.get(), onMessage);
   mosquitto_subscribe_callback_set(client.get(), onSubscribe);
+  mosquitto_publish_callback_set(client.get(), onPublish);
 }
 
 void MqttClient::run(const std::string& host, int port) {
@@ -114,11 +124,15 @@ bool MqttClient::pump(int milliseconds) {
   return mosquitto_loop(client.get(), milliseconds, 1) == MOSQ_ERR_SUCCESS;
 }
 
-bool MqttClient::publish(const std::string& topic, const std::string& payload, int qos) {
+Handed MqttClient::publish(const std::string& topic, const std::string& payload, int qos,
+                           int* packet) {
   const int result =
-      mosquitto_publish(client.get(), nullptr, topic.c_str(), static_cast<int>(payload.size()),
+      mosquitto_publish(client.get(), packet, topic.c_str(), static_cast<int>(payload.size()),
                         payload.data(), qos, false);
-  return succeeded(result, "publish on", topic);
+  if (succeeded(result, "publish on", topic)) return Handed::kTaken;
+  const bool isTransient = result == MOSQ_ERR_NO_CONN || result == MOSQ_ERR_CONN_LOST ||
+                           result == MOSQ_ERR_NOMEM || result == MOSQ_ERR_ERRNO;
+  return isTransient ? Handed::kLater : Handed::kNever;
 }
 
 bool MqttClient::subscribe(const std::string& filter, int qos) {
@@ -138,11 +152,13 @@ bool topicMatches(const std::string& filter, const std::string& topic) {
 }
 
 bool isTopicFilter(const std::string& filter) {
-  return !filter.empty() && mosquitto_sub_topic_check(filter.c_str()) == MOSQ_ERR_SUCCESS;
+  return !filter.empty() && isMqttText(filter) &&
+         mosquitto_sub_topic_check(filter.c_str()) == MOSQ_ERR_SUCCESS;
 }
 
 bool isTopic(const std::string& topic) {
-  return !topic.empty() && mosquitto_pub_topic_check(topic.c_str()) == MOSQ_ERR_SUCCESS;
+  return !topic.empty() && isMqttText(topic) &&
+         mosquitto_pub_topic_check(topic.c_str()) == MOSQ_ERR_SUCCESS;
 }
 
 }  // namespace gateway

@@ -11,14 +11,21 @@
 namespace gateway {
 
 struct MqttHandlers {
-  std::function<void()> connected;
-  std::function<void()> disconnected;
+  std::function<void()> connected = {};
+  std::function<void()> disconnected = {};
   /// The broker gets its acknowledgement of a message of quality 1 when this has returned.
-  std::function<void(const std::string& topic, const std::string& payload)> message;
+  std::function<void(const std::string& topic, const std::string& payload)> message = {};
   /// The broker has taken note of the subscriptions of one subscribe(); false: refused at least
   /// one.
-  std::function<void(bool granted)> subscribed;
+  std::function<void(bool granted)> subscribed = {};
+  /// The broker has the message that publish() gave this packet number: acknowledged at quality 1
+  /// and 2, sent at 0.
+  std::function<void(int packet)> published = {};
 };
+
+/// What the library does with a message: it has taken it, may take it when it is tried again on the
+/// next connection, or won't ever.
+enum class Handed { kTaken, kLater, kNever };
 
 class MqttClient {
  public:
@@ -37,10 +44,14 @@ class MqttClient {
   /// Serves the connection for up to `milliseconds`. Returns false when it is lost.
   bool pump(int milliseconds);
 
-  /// Hand a packet to the library; true when it took it. Any thread while another one is in run().
-  /// What was published while the connection was up but not acknowledged yet is sent again after a
-  /// reconnect.
-  bool publish(const std::string& topic, const std::string& payload, int qos);
+  /// Hand a packet to the library. Any thread while another one is in run(). What was published
+  /// with quality 1 or 2 but not acknowledged yet is sent again after a reconnect, in order, behind
+  /// what is published before MqttHandlers::connected has returned. Sets *packet, where given, to
+  /// the number it got.
+  Handed publish(const std::string& topic, const std::string& payload, int qos,
+                 int* packet = nullptr);
+
+  /// The same; true when the library took it.
   bool subscribe(const std::string& filter, int qos);
   bool unsubscribe(const std::string& filter);
 
@@ -55,7 +66,8 @@ class MqttClient {
 /// True when `topic` matches the subscription `filter`.
 bool topicMatches(const std::string& filter, const std::string& topic);
 
-/// True when `filter` may be subscribed to, or `topic` published on.
+/// True when `filter` may be subscribed to, or `topic` published on: in every way that makes a
+/// broker hang up otherwise.
 bool isTopicFilter(const std::string& filter);
 bool isTopic(const std::string& topic);
 

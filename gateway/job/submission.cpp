@@ -58,9 +58,7 @@ std::string submit(const Broker& broker, const Order& order, int seconds, Json::
   bool finished = false;
   std::string lastHeard = "nothing";
   MqttClient mqtt("", false,
-                  {.connected = {},
-                   .disconnected = {},
-                   .message =
+                  {.message =
                        [&](const std::string&, const std::string& payload) {
                          Json::Value event;
                          if (finished || !jobm::json::parse(payload, event) || !event.isObject())
@@ -76,7 +74,9 @@ std::string submit(const Broker& broker, const Order& order, int seconds, Json::
       !pumpUntil(mqtt, until, [&] { return subscribed; })) {
     return "no broker at " + broker.host + ":" + std::to_string(broker.port);
   }
-  if (!mqtt.publish(kSubmitTopic, orderText(order, token), kQos)) return "the order was not sent";
+  if (mqtt.publish(kSubmitTopic, orderText(order, token), kQos) != Handed::kTaken) {
+    return "the order was not sent";
+  }
   if (!pumpUntil(mqtt, until, [&] { return finished; })) {
     return "no result in time; last heard of: " + lastHeard;
   }
@@ -89,29 +89,20 @@ std::string handOver(const Broker& broker, const Order& order) {
 
 std::string publishOnce(const Broker& broker, const std::string& topic,
                         const std::string& payload) {
-  bool answered = false;
-  // The answer to a subscription comes after everything that was sent before it.
-  MqttClient mqtt("", false,
-                  {.connected = {}, .disconnected = {}, .message = {}, .subscribed = [&](bool) {
-                     answered = true;
-                   }});
+  bool arrived = false;
+  MqttClient mqtt("", false, {.published = [&](int) { arrived = true; }});
   const auto until = Clock::now() + std::chrono::seconds(kConnectSeconds);
-  const bool sent = mqtt.connect(broker.host, broker.port) && mqtt.publish(topic, payload, kQos) &&
-                    mqtt.subscribe("local/none", kQos) &&
-                    pumpUntil(mqtt, until, [&] { return answered; });
+  const bool sent = mqtt.connect(broker.host, broker.port) &&
+                    mqtt.publish(topic, payload, kQos) == Handed::kTaken &&
+                    pumpUntil(mqtt, until, [&] { return arrived; });
   return sent ? "" : "no broker at " + broker.host + ":" + std::to_string(broker.port);
 }
 
 std::string watchTopics(const Broker& broker, const std::string& filter) {
-  MqttClient mqtt("", false,
-                  {.connected = {},
-                   .disconnected = {},
-                   .message =
-                       [](const std::string& topic, const std::string& payload) {
-                         std::printf("%s\n%s\n\n", topic.c_str(), payload.c_str());
-                         std::fflush(stdout);
-                       },
-                   .subscribed = {}});
+  MqttClient mqtt("", false, {.message = [](const std::string& topic, const std::string& payload) {
+                    std::printf("%s\n%s\n\n", topic.c_str(), payload.c_str());
+                    std::fflush(stdout);
+                  }});
   if (!mqtt.connect(broker.host, broker.port) || !mqtt.subscribe(filter, kQos)) {
     return "no broker at " + broker.host + ":" + std::to_string(broker.port);
   }

@@ -46,8 +46,7 @@ Scheduler::Scheduler(SchedulerSettings given)
            {.connected = [this] { subscribeTopics(); },
             .disconnected = [] { road(kMe, "broker", "disconnected"); },
             .message = [this](const std::string& topic,
-                              const std::string& payload) { onMessage(topic, payload); },
-            .subscribed = {}}) {}
+                              const std::string& payload) { onMessage(topic, payload); }}) {}
 
 void Scheduler::run(const std::string& host, int port) { mqtt.run(host, port); }
 
@@ -178,13 +177,23 @@ void Scheduler::takeStatus(const Json::Value& request) {
   tell(*job, event);
 }
 
+// Reports come at least once, too: a bridge that was killed before it noted the broker's
+// acknowledgement delivers its message again, and a runner that was killed reports again what it
+// can't know to have arrived. What comes again has the same content. A report without ids is the
+// same for every order that could not be read, so that one always counts.
+bool Scheduler::isKnownReport(const Json::Value& message) {
+  if (jobm::json::textOf(message, "deployId").empty()) return false;
+  return !reports.insert(std::hash<std::string>()(jobm::json::compact(message))).second;
+}
+
 void Scheduler::onReport(const Json::Value& message) {
   Job* job = jobOfReport(message);
   const std::string wrong = reportFault(message, job != nullptr ? job->request : Json::Value());
   if (!wrong.empty()) return complain("report: " + wrong + ": " + jobm::json::compact(message));
-  road(kRunner, kMe,
-       "report " + jobm::json::textOf(message, "deployId") + ", " +
-           std::to_string(message["details"].size()) + " details");
+  const std::string what = "report " + jobm::json::textOf(message, "deployId") + ", " +
+                           std::to_string(message["details"].size()) + " details";
+  if (isKnownReport(message)) return road(kRunner, kMe, "repeats " + what);
+  road(kRunner, kMe, what);
   auto report = joiner.add(message);
   if (!report) return;
   if (job == nullptr) return complain("report of no job: " + jobm::json::compact(*report));

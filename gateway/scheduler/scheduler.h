@@ -8,6 +8,7 @@
 #include <fstream>
 #include <list>
 #include <map>
+#include <set>
 #include <string>
 
 #include "common/mqtt_client.h"
@@ -51,6 +52,7 @@ class Scheduler {
   void answerHeartbeat(const Json::Value& request);
   void takeStatus(const Json::Value& request);
   bool isRedelivery(const std::string& suffix, const Json::Value& request);
+  bool isKnownReport(const Json::Value& message);
   Job* jobOfReport(const Json::Value& report);
   Json::Value acknowledgement(const Job& job) const;
   void reply(const Json::Value& request, int code, const Json::Value& data,
@@ -65,6 +67,7 @@ class Scheduler {
   std::int64_t nextId;       // of jobs and acknowledgements; never used twice, also over restarts
   std::list<Job> jobs;
   std::map<std::uint64_t, std::string> requests;  // by id: an id may come again only by redelivery
+  std::set<std::size_t> reports;                  // hashes of those that came
   ReportJoiner joiner;
   std::ofstream recording;
   MqttClient mqtt;
