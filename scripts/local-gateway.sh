@@ -3,7 +3,7 @@
 # scripts/run and by the tests that break things.
 #
 # The caller sets `repository`, `build` (where the programs are) and `home` (a folder for everything that
-# the parts write). Each part appends to home/logs/NAME.log and to the one road of all, home/road.
+# the parts write). Each part appends to home/logs/NAME.log and to the one trace of all, home/trace.
 
 readonly product_key=pk-local device_name=dn-local device_secret=0f1e2d3c4b5a69788796a5b4c3d2e1f0
 readonly working_tree=/tarnvale/run/downloaded-job
@@ -20,36 +20,36 @@ web_options=() web_scheme=http
 # Set: the scheduler writes every message from and to the service, and every event of a job, into
 # home/messages.
 record_messages=
-# Set: the messages on the road are not shown, only what the caller says.
-brief_road=
-# Lines of the road that await_road passes over.
-road_mark=0
+# Set: the messages in the trace are not shown, only what the caller says.
+brief_trace=
+# Lines of the trace that await_trace passes over.
+trace_mark=0
 
-# prepare_home: an empty home, the environment of every part, the road on standard output; everything is
+# prepare_home: an empty home, the environment of every part, the trace on standard output; everything is
 # ended when the caller exits.
 prepare_home() {
   export LC_ALL=C.UTF-8
   rm -rf "$home"
   mkdir -p "$home"/{web,logs,calls}
-  : >"$home/road"
-  export GATEWAY_ROAD=$home/road GATEWAY_ROAD_START=${EPOCHREALTIME/,/.}
+  : >"$home/trace"
+  export GATEWAY_TRACE=$home/trace GATEWAY_TRACE_START=${EPOCHREALTIME/,/.}
   export GATEWAY_CONFIG_DB=$home/store.db GATEWAY_WEB_ROOT=$home/web
   # The broker is not on everyone's path.
   PATH=$PATH:/usr/sbin
-  print_road &
+  print_trace &
   printer=$!
   trap finish EXIT
   trap 'exit 130' INT
   trap 'exit 143' TERM
 }
 
-# print_road: the road as it grows, until its last line.
-print_road() {
+# print_trace: the trace as it grows, until its last line.
+print_trace() {
   local line
-  follow "$GATEWAY_ROAD" 1
+  follow "$GATEWAY_TRACE" 1
   while IFS= read -r -u "$followed" line; do
     [[ $line != '== end' ]] || break
-    [[ ! $brief_road || $line != *' -> '* ]] || continue
+    [[ ! $brief_trace || $line != *' -> '* ]] || continue
     printf '%s\n' "$line"
   done
   unfollow
@@ -64,8 +64,8 @@ finish() {
   exit "$status"
 }
 
-# say TEXT: by way of the road's file, so that everything stays in order.
-say() { printf '%s\n' "$*" >>"$GATEWAY_ROAD"; }
+# say TEXT: by way of the trace's file, so that everything stays in order.
+say() { printf '%s\n' "$*" >>"$GATEWAY_TRACE"; }
 
 title() { say $'\n'"== $1"; }
 
@@ -122,14 +122,14 @@ await_line() {
   return "$status"
 }
 
-# mark_road: what is on the road now counts no more for await_road.
-mark_road() {
-  road_mark=$(wc -l <"$GATEWAY_ROAD")
+# mark_trace: what is in the trace now counts no more for await_trace.
+mark_trace() {
+  trace_mark=$(wc -l <"$GATEWAY_TRACE")
 }
 
-# await_road PATTERN [SECONDS]: waits until the road has a matching line behind the mark.
-await_road() {
-  await_line "$GATEWAY_ROAD" $((road_mark + 1)) "${2:-30}" "$1" && return
+# await_trace PATTERN [SECONDS]: waits until the trace has a matching line behind the mark.
+await_trace() {
+  await_line "$GATEWAY_TRACE" $((trace_mark + 1)) "${2:-30}" "$1" && return
   echo "local-gateway: in ${2:-30} s nobody said: $1" >&2
   return 1
 }
@@ -180,7 +180,7 @@ activate() {
   local name=$1 log=$2 word line=
   shift 2
   # shellcheck disable=SC2016 # for the shell that the daemon starts
-  for word in /usr/bin/env "GATEWAY_ROAD=$GATEWAY_ROAD" "GATEWAY_ROAD_START=$GATEWAY_ROAD_START" \
+  for word in /usr/bin/env "GATEWAY_TRACE=$GATEWAY_TRACE" "GATEWAY_TRACE_START=$GATEWAY_TRACE_START" \
     /bin/sh -c 'exec "$@" >>"$0" 2>&1' "$home/logs/$log.log" "$@"; do
     word=${word//\\/\\\\}
     line+="\"${word//\"/\\\"}\" "
@@ -209,8 +209,8 @@ start_scheduler() {
 
 start_web() {
   start gateway-web "$build/gateway-web" --root "$GATEWAY_WEB_ROOT" "${web_options[@]}"
-  await_road 'listens on port'
-  GATEWAY_WEB_URL=$web_scheme://127.0.0.1:$(sed -n 's/.*listens on port //p' "$GATEWAY_ROAD" | tail -n 1)
+  await_trace 'listens on port'
+  GATEWAY_WEB_URL=$web_scheme://127.0.0.1:$(sed -n 's/.*listens on port //p' "$GATEWAY_TRACE" | tail -n 1)
   export GATEWAY_WEB_URL
 }
 
@@ -253,10 +253,10 @@ activate_engine() {
 start_service() {
   local log=$home/logs/task-dispatcher.log
   [[ ! -e $log ]] || mv "$log" "$log.$((++service_starts))"
-  mark_road
+  mark_trace
   start task-dispatcher env --chdir="$repository/scripts" "$build/$service_program"
-  await_road 'registerExecutor succeeded'
-  await_road 'registerParser succeeded'
+  await_trace 'registerExecutor succeeded'
+  await_trace 'registerParser succeeded'
   await_log task-dispatcher 'runnerId ='
 }
 
@@ -284,10 +284,10 @@ start_neighbours() {
   for name in Rillmark IFTTTEngine CorvexConfig driver_manager; do
     start_executor "$name"
   done
-  await_road 'mqtt-bridge +-> broker +connected'
-  await_road 'gateway-scheduler +-> broker +connected'
+  await_trace 'mqtt-bridge +-> broker +connected'
+  await_trace 'gateway-scheduler +-> broker +connected'
   for name in Rillmark IFTTTEngine CorvexConfig driver_manager; do
-    await_road "$name +-> bus +owns"
+    await_trace "$name +-> bus +owns"
   done
 }
 
@@ -333,9 +333,9 @@ same() {
   return 1
 }
 
-judge_the_road() {
-  title "the road"
-  check "nobody complained" same "$(grep -F FAULT "$GATEWAY_ROAD")" ''
+judge_the_trace() {
+  title "the trace"
+  check "nobody complained" same "$(grep -F FAULT "$GATEWAY_TRACE")" ''
   check "no errors in the parts' logs" same "$(sanitizer_findings)" ''
 }
 

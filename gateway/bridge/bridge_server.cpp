@@ -12,7 +12,7 @@
 #include <future>
 #include <thread>
 
-#include "common/road.h"
+#include "common/trace.h"
 #include "dbus_wrap/LoopTasks.h"
 #include "lib/json_helper.h"
 
@@ -72,7 +72,7 @@ int BridgeServer::serve() {
   if (prepare() != 0 || !store.open(settings.stateFile)) return 1;
   subscriptions.restore(store);
   outbox.restore(store);
-  road(kMe, "bus", std::string("owns ") + kName);
+  trace(kMe, "bus", std::string("owns ") + kName);
   std::thread([this] { mqtt.run(settings.host, settings.port); }).detach();
   setRunLoop(true);
   start();
@@ -101,8 +101,8 @@ std::string BridgeServer::publish(quillon::DMessage& request) {
   const std::string topic = request.readString();
   const std::string payload = request.readString();
   const int qos = request.readInt32();
-  road("task-dispatcher", kMe,
-       "publish " + topic + " (" + std::to_string(payload.size()) + " bytes)");
+  trace("task-dispatcher", kMe,
+        "publish " + topic + " (" + std::to_string(payload.size()) + " bytes)");
   if (!isTopic(topic) || !isQos(qos)) return "bad topic or quality of service";
   std::string failure = outbox.add(topic, payload, qos);
   courier.send();
@@ -113,7 +113,7 @@ std::string BridgeServer::subscribe(quillon::DMessage& request) {
   const std::string filter = request.readString();
   const std::string busName = request.readString();
   const int qos = request.readInt32();
-  road("task-dispatcher", kMe, "subscribe " + filter + " for " + busName);
+  trace("task-dispatcher", kMe, "subscribe " + filter + " for " + busName);
   if (!isTopicFilter(filter) || !isQos(qos)) return "bad topic or quality of service";
   if (!dbus_validate_bus_name(busName.c_str(), nullptr)) return "bad bus name";
   if (!subscriptions.add(filter, busName, qos)) return "the subscription can't be stored";
@@ -126,7 +126,7 @@ std::string BridgeServer::subscribe(quillon::DMessage& request) {
 std::string BridgeServer::unsubscribe(quillon::DMessage& request) {
   const std::string filter = request.readString();
   const std::string busName = request.readString();
-  road("task-dispatcher", kMe, "unsubscribe " + filter + " for " + busName);
+  trace("task-dispatcher", kMe, "unsubscribe " + filter + " for " + busName);
   if (!isTopicFilter(filter)) return "bad topic";
   const bool last = subscriptions.remove(filter, busName);
   if (last && connected) mqtt.unsubscribe(filter);
@@ -136,7 +136,7 @@ std::string BridgeServer::unsubscribe(quillon::DMessage& request) {
 void BridgeServer::connectivityChanged(bool now) {
   if (now == connected) return;
   connected = now;
-  road(kMe, "broker", now ? "connected" : "disconnected");
+  trace(kMe, "broker", now ? "connected" : "disconnected");
   if (now) {
     // The broker may be a new one that knows nothing of us.
     for (const std::string& filter : subscriptions.filters()) {
@@ -153,7 +153,7 @@ void BridgeServer::deliver(const std::string& topic, const std::string& payload)
     if (!signal || !signal->setDestination(busName.c_str())) continue;
     signal->writeString(topic).writeString(payload);
     sendSignal(signal);
-    road(kMe, busName, topic + " (" + std::to_string(payload.size()) + " bytes)");
+    trace(kMe, busName, topic + " (" + std::to_string(payload.size()) + " bytes)");
   }
 }
 

@@ -11,7 +11,7 @@
 
 #include "answers.h"
 #include "call_fault.h"
-#include "common/road.h"
+#include "common/trace.h"
 #include "dbus_wrap/LoopTasks.h"
 #include "lib/file_text.h"
 #include "lib/json_helper.h"
@@ -34,7 +34,7 @@ int lastOrder(const std::string& folder) {
   return last;
 }
 
-// The resources of a payload in short, for the road.
+// The resources of a payload in short, for the trace.
 std::string summary(const std::string& payload) {
   Json::Value value;
   if (!jobm::json::parse(payload, value)) return payload;
@@ -58,7 +58,7 @@ ExecutorServer::ExecutorServer(ExecutorSettings givenSettings, ExecutorBehaviour
                 [this](const Received& message) { return handle(message); }) {}
 
 void ExecutorServer::serve() {
-  road(settings.executorName, "bus", "owns " + settings.busName);
+  trace(settings.executorName, "bus", "owns " + settings.busName);
   // With the rules in force, so that a job manager that comes at this very moment is noticed one
   // way or the other.
   registration.announce();
@@ -77,9 +77,9 @@ Answer ExecutorServer::handle(const Received& message) {
 Answer ExecutorServer::called(const Received& call) {
   const std::string method = call.member;
   const std::string payload = call.text();
-  // The file first: who sees the line on the road finds the file.
+  // The file first: who sees the line in the trace finds the file.
   record(method, payload);
-  road(kService, settings.executorName, method + " " + summary(payload));
+  trace(kService, settings.executorName, method + " " + summary(payload));
 
   std::string wrong = addressFault(call);
   if (wrong.empty()) wrong = callFault(method, call.signature, payload);
@@ -116,7 +116,7 @@ Answer ExecutorServer::behave(const std::string& method, const std::string& text
   using Kind = Misbehaviour::Kind;
   const auto found = behaviour.misbehaviours.find(method);
   if (found == behaviour.misbehaviours.end() || found->second.kind == Kind::kCode) return text;
-  road(settings.executorName, kService, method + ": misbehaves on purpose");
+  trace(settings.executorName, kService, method + ": misbehaves on purpose");
   switch (found->second.kind) {
     case Kind::kDie:
       std::raise(SIGKILL);
@@ -145,7 +145,7 @@ void ExecutorServer::reportResources(const std::string& payload) {
 // A trigger from the cloud. What the rule made of it goes back as a log event.
 void ExecutorServer::invoked(const std::string& payload) {
   record(settings.executorName + "_Event_Invoke", payload);
-  road(kService, settings.executorName, "trigger " + payload);
+  trace(kService, settings.executorName, "trigger " + payload);
   Json::Value trigger;
   if (!jobm::json::parse(payload, trigger) || jobm::json::textOf(trigger, "interface").empty()) {
     return fault(kService, settings.executorName, "trigger that is no interface and payload");

@@ -2,7 +2,7 @@
 
 #include <gateway/log_macros.h>
 
-#include "common/road.h"
+#include "common/trace.h"
 #include "lib/json_helper.h"
 
 namespace gateway {
@@ -52,14 +52,14 @@ void Registration::call(const std::string& method, const std::string& payload) {
   const std::string me = settings.executorName;
   const auto answered = [me, method](const std::shared_ptr<quillon::DMessage>& reply, void*) {
     if (!reply || !reply->getErrorName().empty()) {
-      road(me, "task-dispatcher", method + ": no job manager yet");
+      trace(me, "task-dispatcher", method + ": no job manager yet");
       return;
     }
     const std::string text = reply->readString();
     Json::Value answer;
     const bool good = jobm::json::parse(text, answer) && answer.isObject() &&
                       answer["code"].isInt() && answer["code"].asInt() == 0;
-    road("task-dispatcher", me, method + (good ? " succeeded" : " failed: " + text));
+    trace("task-dispatcher", me, method + (good ? " succeeded" : " failed: " + text));
   };
   if (!jobManager.sendMessageWithReply(message, answered, nullptr))
     LOGW("%s not sent", method.c_str());

@@ -6,7 +6,7 @@
 #include <chrono>
 #include <utility>
 
-#include "common/road.h"
+#include "common/trace.h"
 #include "lib/json_helper.h"
 #include "request_check.h"
 
@@ -44,14 +44,14 @@ Scheduler::Scheduler(SchedulerSettings given)
       recording(settings.recordFile, std::ios::app),
       mqtt("gateway-scheduler", true,
            {.connected = [this] { subscribeTopics(); },
-            .disconnected = [] { road(kMe, "broker", "disconnected"); },
+            .disconnected = [] { trace(kMe, "broker", "disconnected"); },
             .message = [this](const std::string& topic,
                               const std::string& payload) { onMessage(topic, payload); }}) {}
 
 void Scheduler::run(const std::string& host, int port) { mqtt.run(host, port); }
 
 void Scheduler::subscribeTopics() {
-  road(kMe, "broker", "connected");
+  trace(kMe, "broker", "connected");
   mqtt.subscribe(prefix + "/scheduler/publish/#", kQos);
   mqtt.subscribe(prefix + kReportSuffix, kQos);
   mqtt.subscribe(prefix + kLogSuffix, kQos);
@@ -61,13 +61,13 @@ void Scheduler::subscribeTopics() {
 
 void Scheduler::onMessage(const std::string& topic, const std::string& payload) {
   if (topic == kTriggerTopic) {
-    road(kMe, kRunner, "trigger " + payload);
+    trace(kMe, kRunner, "trigger " + payload);
     send(kTriggerSuffix, payload);
     return;
   }
   if (topic.starts_with(prefix)) record(topic.substr(prefix.size()), payload);
   if (topic == prefix + kLogSuffix) {
-    road(kRunner, kMe, "log " + payload);
+    trace(kRunner, kMe, "log " + payload);
     mqtt.publish(kLogTopic, payload, kQos);
     return;
   }
@@ -94,8 +94,8 @@ void Scheduler::onSubmit(const Json::Value& order) {
           .request = order.get("request", Json::Value())};
   // Two numbers, because a gateway that confuses the two must be noticed.
   nextId += 2;
-  road("gateway-job", kMe,
-       "order " + std::to_string(job.ackCode) + ", job " + std::to_string(job.jobId));
+  trace("gateway-job", kMe,
+        "order " + std::to_string(job.ackCode) + ", job " + std::to_string(job.jobId));
   jobs.push_back(std::move(job));
   Json::Value event(Json::objectValue);
   event["event"] = "queued";
@@ -111,7 +111,7 @@ void Scheduler::onRequest(const std::string& suffix, const Json::Value& request)
   }
   if (isRedelivery(suffix, request)) return;
   if (suffix.ends_with("/registerRunner")) {
-    road(kRunner, kMe, "registers");
+    trace(kRunner, kMe, "registers");
     return reply(request, kAccepted, Json::Value::Int64{settings.runId}, "success");
   }
   if (suffix.ends_with("/heartbeat")) return answerHeartbeat(request);
@@ -128,7 +128,7 @@ bool Scheduler::isRedelivery(const std::string& suffix, const Json::Value& reque
 }
 
 void Scheduler::answerHeartbeat(const Json::Value& request) {
-  road(kRunner, kMe, "heartbeat");
+  trace(kRunner, kMe, "heartbeat");
   Json::Value list(Json::arrayValue);
   for (Job& job : jobs) {
     if (job.handedOut) continue;
@@ -152,7 +152,7 @@ Json::Value Scheduler::acknowledgement(const Job& job) const {
   ack["gmtCreate"] = Json::Value::Int64{job.ackId};
   ack["gmtModified"] = Json::Value::Int64{millisecondsNow()};
   ack["runnerId"] = Json::Value::Int64{settings.runId};
-  road(kMe, kRunner, "job " + std::to_string(job.jobId) + ", code " + std::to_string(job.ackCode));
+  trace(kMe, kRunner, "job " + std::to_string(job.jobId) + ", code " + std::to_string(job.ackCode));
   return ack;
 }
 
@@ -161,11 +161,11 @@ void Scheduler::takeStatus(const Json::Value& request) {
   reply(request, kAccepted, "\"ACK_REQUEST_OK\"", "");
   const Json::Value& attrs = request["attrs"];
   if (attrs[2].isArray()) {
-    road(kRunner, kMe,
-         "executor's status of " + attrs[1].asString() + ": " + jobm::json::compact(attrs[2]));
+    trace(kRunner, kMe,
+          "executor's status of " + attrs[1].asString() + ": " + jobm::json::compact(attrs[2]));
     return;
   }
-  road(kRunner, kMe, "status " + attrs[1].asString() + " of " + attrs[0].asString());
+  trace(kRunner, kMe, "status " + attrs[1].asString() + " of " + attrs[0].asString());
   const auto job = std::ranges::find(jobs, attrs[0].asInt64(), &Job::ackId);
   if (job == jobs.end() || !job->handedOut)
     return complain("status of an acknowledgement not given");
@@ -192,8 +192,8 @@ void Scheduler::onReport(const Json::Value& message) {
   if (!wrong.empty()) return complain("report: " + wrong + ": " + jobm::json::compact(message));
   const std::string what = "report " + jobm::json::textOf(message, "deployId") + ", " +
                            std::to_string(message["details"].size()) + " details";
-  if (isKnownReport(message)) return road(kRunner, kMe, "repeats " + what);
-  road(kRunner, kMe, what);
+  if (isKnownReport(message)) return trace(kRunner, kMe, "repeats " + what);
+  trace(kRunner, kMe, what);
   auto report = joiner.add(message);
   if (!report) return;
   if (job == nullptr) return complain("report of no job: " + jobm::json::compact(*report));

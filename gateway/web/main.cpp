@@ -6,7 +6,7 @@
 #include <memory>
 
 #include "common/options.h"
-#include "common/road.h"
+#include "common/trace.h"
 
 namespace {
 
@@ -22,7 +22,7 @@ constexpr const char* kHost = "127.0.0.1";
 void logRequest(const httplib::Request& request, const httplib::Response& response) {
   const std::string what =
       request.method + " " + request.path + ": " + std::to_string(response.status);
-  gateway::road("task-dispatcher", "gateway-web", what);
+  gateway::trace("task-dispatcher", "gateway-web", what);
 }
 
 std::unique_ptr<httplib::Server> makeServer(const gateway::Options& options) {
@@ -57,6 +57,6 @@ int main(int argc, char** argv) {
     std::fputs("no port to listen on\n", stderr);
     return 1;
   }
-  gateway::road("gateway-web", "web", "listens on port " + std::to_string(port));
+  gateway::trace("gateway-web", "web", "listens on port " + std::to_string(port));
   return server.listen_after_bind() ? 0 : 1;
 }

@@ -1,4 +1,4 @@
-#include "road.h"
+#include "trace.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -22,16 +22,16 @@ double secondsNow() {
 
 double startSeconds() {
   static const double start = [] {
-    const std::string given = environment("GATEWAY_ROAD_START");
+    const std::string given = environment("GATEWAY_TRACE_START");
     const double value = std::strtod(given.c_str(), nullptr);
     return value > 0 ? value : secondsNow();
   }();
   return start;
 }
 
-int roadDescriptor() {
+int traceDescriptor() {
   static const int descriptor = [] {
-    const std::string path = environment("GATEWAY_ROAD");
+    const std::string path = environment("GATEWAY_TRACE");
     const int opened =
         path.empty() ? -1 : open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
     return opened >= 0 ? opened : STDOUT_FILENO;
@@ -41,7 +41,7 @@ int roadDescriptor() {
 
 }  // namespace
 
-void road(std::string_view from, std::string_view to, std::string_view what) {
+void trace(std::string_view from, std::string_view to, std::string_view what) {
   char head[96];
   const double elapsed = secondsNow() - startSeconds();
   const int length =
@@ -51,13 +51,13 @@ void road(std::string_view from, std::string_view to, std::string_view what) {
   for (const char c : what.substr(0, kLongestText)) line += c == '\n' ? ' ' : c;
   if (what.size() > kLongestText) line += " ...";
   line += '\n';
-  // One write, because lines of several programs meet in one file. A road that is not written (a
+  // One write, because lines of several programs meet in one file. A trace that is not written (a
   // full disk, a closed terminal) stops nobody.
-  if (write(roadDescriptor(), line.data(), line.size()) < 0) return;
+  if (write(traceDescriptor(), line.data(), line.size()) < 0) return;
 }
 
 void fault(std::string_view from, std::string_view to, std::string_view what) {
-  road(from, to, "FAULT " + std::string(what));
+  trace(from, to, "FAULT " + std::string(what));
 }
 
 }  // namespace gateway
