@@ -85,7 +85,12 @@ void Scheduler::onMessage(const std::string& topic, const std::string& payload) 
 // An order for a job: {"token", "ackCode", "ackContent", "executor", "request", and "jobId" when it
 // is about a job that was given before}.
 void Scheduler::onSubmit(const Json::Value& order) {
-  Job job{.token = jobm::json::textOf(order, "token"),
+  const std::string token = jobm::json::textOf(order, "token");
+  // A broker that was killed may deliver it twice.
+  if (std::ranges::find(jobs, token, &Job::token) != jobs.end()) {
+    return trace("gateway-job", kMe, "repeats an order");
+  }
+  Job job{.token = token,
           .jobId = order.get("jobId", Json::Value::Int64{nextId}).asInt64(),
           .ackId = nextId + 1,
           .ackCode = order.get("ackCode", kAddJob).asInt(),

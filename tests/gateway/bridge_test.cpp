@@ -34,7 +34,7 @@ class Broker : public gateway::Child {
 
  private:
   static std::string writeConfig(int port) {
-    const std::string file = std::string(kFolder) + "/mosquitto.conf";
+    std::string file = std::string(kFolder) + "/mosquitto.conf";
     jobm::writeFile(file, "listener " + std::to_string(port) +
                               " 127.0.0.1\nallow_anonymous true\nuser root\npersistence true\n"
                               "persistence_location " +
