@@ -15,6 +15,8 @@ declare -A options_of=()
 service_starts=0
 # Which build of the service is started.
 service_program=task-dispatcher
+# true: the broker notes every change on disk, so that one that was killed still knows who has subscribed.
+broker_remembers=
 # Options that gateway-web gets besides, and what its URLs begin with.
 web_options=() web_scheme=http
 # Set: the scheduler writes every message from and to the service, and every event of a job, into
@@ -141,9 +143,7 @@ await_log() {
   return 1
 }
 
-# start_broker: on a free port of the loopback interface, or on the one it had before. It notes every change on
-# disk and keeps nothing from a client that is there, so that one that is killed has forgotten neither who has
-# subscribed nor what it has acknowledged.
+# start_broker: on a free port of the loopback interface, or on the one it had before.
 start_broker() {
   local tries
   for ((tries = 0; tries < 20; tries++)); do
@@ -151,7 +151,7 @@ start_broker() {
     cat >"$home/mosquitto.conf" <<END
 listener $broker_port 127.0.0.1
 allow_anonymous true
-persistence true
+persistence ${broker_remembers:-false}
 persistence_location $home/
 autosave_on_changes true
 autosave_interval 1
