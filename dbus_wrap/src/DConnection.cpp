@@ -1,8 +1,7 @@
 #include "dbus_wrap/DConnection.h"
 
 #include <gateway/log_macros.h>
-
-#include <cstdio>
+#include <gateway/output.h>
 
 #include "DBusErrorGuard.h"
 
@@ -24,15 +23,14 @@ void ConnectionCloser::operator()(DBusConnection* connection) const {
 ConnectionPtr DConnection::getDbusConnection() {
   DBusErrorGuard error;
   ConnectionPtr connection(dbus_connection_open_private(kBusAddress, error.get()));
-  std::printf("%s %d connection : %p\n", "getDbusConnection", kConnectionLine,
-              static_cast<void*>(connection.get()));
+  gateway::printGuarded("%s %d connection : %p\n", "getDbusConnection", kConnectionLine,
+                        static_cast<void*>(connection.get()));
   if (connection && dbus_bus_register(connection.get(), error.get())) {
     dbus_connection_set_exit_on_disconnect(connection.get(), TRUE);
   } else if (error.isSet()) {
-    std::printf("[%s] getDbusConnection failed: %s \n", "quillon::DConnection", error.message());
+    gateway::printGuarded("[%s] getDbusConnection failed: %s \n", "quillon::DConnection",
+                          error.message());
   }
-  // The process may end by _exit at any time, which writes no buffers.
-  std::fflush(stdout);
   return connection;
 }
 

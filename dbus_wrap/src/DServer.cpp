@@ -8,10 +8,10 @@
 #include "dbus_wrap/DServer.h"
 
 #include <gateway/log_macros.h>
+#include <gateway/output.h>
 #include <unistd.h>
 
 #include <array>
-#include <cstdio>
 #include <exception>
 #include <utility>
 
@@ -237,8 +237,7 @@ void DServer::dispatch(DBusMessage* raw) {
   if (type == DBUS_MESSAGE_TYPE_SIGNAL) {
     onSignalReceived(dbus_message_get_member(raw), message);
   } else if (type != DBUS_MESSAGE_TYPE_METHOD_RETURN) {
-    std::printf("dbus_message_get_type type=%d \n", type);
-    std::fflush(stdout);
+    gateway::printGuarded("dbus_message_get_type type=%d \n", type);
   }
 }
 

@@ -51,7 +51,8 @@ class Program : public gateway::Child {
 };
 
 struct Service : Program {
-  Service() : Program({TASK_DISPATCHER}, "/tmp/var/service.log") {}
+  explicit Service(const std::vector<std::string>& command = {TASK_DISPATCHER})
+      : Program(command, "/tmp/var/service.log") {}
 };
 
 struct Daemon : Program {
@@ -116,6 +117,19 @@ TEST_F(Process, ends_with_status_1_when_the_daemon_goes_and_serves_nobody_withou
   EXPECT_EQ(service.end(0.3), std::nullopt);
   service.signal(SIGTERM);
   EXPECT_EQ(service.end(5), 0);
+}
+
+TEST_F(Process, serves_new_connections_when_nobody_reads_its_standard_output_any_more) {
+  Service service({"bash", "-c", "exec 3> >(:); wait $!; exec '" TASK_DISPATCHER "' >&3"});
+  ASSERT_TRUE(service.awaits(kServing)) << service.output();
+  FakePeer executor("iot.test.x");
+  const auto answer = busCall(kService, kPath, "registerExecutor",
+                              {R"({"executorName":"x","executorAddr":{"name":"iot.test.x",)"
+                               R"("interface":"iot.test.x","path":"/x"},"watchType":["x"]})"});
+  ASSERT_TRUE(answer);
+  EXPECT_EQ(parsed(*answer)["code"], 0);
+  service.signal(SIGPIPE);
+  EXPECT_EQ(service.end(5), 0) << "by a signal that somebody sent";
 }
 
 void configure(const char* key, const char* value) {

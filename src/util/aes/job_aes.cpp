@@ -1,13 +1,13 @@
 #include "util/aes/job_aes.h"
 
 #include <gateway/log_macros.h>
+#include <gateway/output.h>
 #include <mbedtls/aes.h>
 
 #include <algorithm>
 #include <array>
 #include <atomic>
 #include <climits>
-#include <cstdio>
 #include <cstring>
 #include <memory>
 #include <utility>
@@ -99,8 +99,7 @@ int vexa_aes_cbc_decrypt_256(const unsigned char* source, std::size_t length,
   if (length > INT_MAX) return 0;
   const DecryptContextPtr context = makeContext(key, vector);
   if (!context) {
-    std::printf("fail to decrypt");
-    std::fflush(stdout);  // the process may end by _exit at any time, which writes no buffers
+    gateway::printGuarded("fail to decrypt");
     return 0;
   }
   const std::size_t blocks = std::max<std::size_t>(length / kBlock, 1);
