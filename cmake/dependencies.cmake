@@ -7,6 +7,8 @@ pkg_check_modules(CURL REQUIRED IMPORTED_TARGET libcurl)
 pkg_check_modules(CRYPTO REQUIRED IMPORTED_TARGET libcrypto)
 pkg_check_modules(MINIZIP REQUIRED IMPORTED_TARGET minizip)
 pkg_check_modules(SQLITE REQUIRED IMPORTED_TARGET sqlite3)
+# Without it the log goes to standard error only.
+pkg_check_modules(SYSTEMD IMPORTED_TARGET libsystemd)
 
 # mbedtls ships no pkg-config file on Debian 12.
 find_path(MBEDTLS_INCLUDE_DIR mbedtls/aes.h REQUIRED)

@@ -3,32 +3,36 @@
 // with one write(2). vsnprintf of this C library keeps to that for what the program logs (texts,
 // integers, one plain double): it allocates only for positional arguments, wide characters and
 // precisions beyond its own buffers, none of which occur.
+//
+// Only the way into the journal is another library's, and not taken inside a signal handler.
 
 #include <gateway/log.h>
-#include <pthread.h>
-#include <unistd.h>
+#include <gateway/output.h>
+#include <gateway/signal_context.h>
 
 #include <algorithm>
-#include <array>
 #include <atomic>
 #include <cerrno>
-#include <climits>
-#include <csignal>
+#include <chrono>
 #include <cstdarg>
-#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
 #include <string_view>
+
+#include "flood_guard.h"
+#include "journal.h"
+#include "log_line.h"
 
 namespace {
 
-// What a pipe takes in one piece, so that records of several processes do not mix.
-constexpr std::size_t kRecordBytes = PIPE_BUF;
-constexpr std::string_view kCutMark = " [cut]";
+using journal::Origin;
+using log_line::Line;
+
+constexpr int kWarning = 2;
 constexpr int kDefaultLevel = 1;
 constexpr int kUnread = -1;
+constexpr std::size_t kFunctionBytes = 100;
 
 std::atomic<bool> destroyed = false;
 std::atomic<int> threshold = kUnread;
@@ -67,58 +71,12 @@ const char* levelWord(int level) {
   }
 }
 
-struct UtcTime {
-  int year, month, day, hour, minute, second, millisecond;
-};
-
-// The calendar from the days since 1970-01-01, counted in 400-year eras that begin with March, so
-// that the leap day is the last of its year.
-UtcTime utcNow() {
-  timespec now{};
-  clock_gettime(CLOCK_REALTIME, &now);
-  constexpr std::int64_t kDaySeconds = 86400;
-  const std::int64_t seconds = now.tv_sec;
-  const std::int64_t days = seconds / kDaySeconds;
-  const auto ofDay = static_cast<int>(seconds % kDaySeconds);
-  const std::int64_t shifted = days + 719468;
-  const std::int64_t era = shifted / 146097;
-  const std::int64_t ofEra = shifted % 146097;
-  const std::int64_t yearOfEra = (ofEra - ofEra / 1460 + ofEra / 36524 - ofEra / 146096) / 365;
-  const std::int64_t dayOfYear = ofEra - (365 * yearOfEra + yearOfEra / 4 - yearOfEra / 100);
-  const std::int64_t monthFromMarch = (5 * dayOfYear + 2) / 153;
-  const auto day = static_cast<int>(dayOfYear - (153 * monthFromMarch + 2) / 5 + 1);
-  const auto month =
-      static_cast<int>(monthFromMarch < 10 ? monthFromMarch + 3 : monthFromMarch - 9);
-  const auto year = static_cast<int>(yearOfEra + era * 400 + (month <= 2 ? 1 : 0));
-  return {year,
-          month,
-          day,
-          ofDay / 3600,
-          ofDay / 60 % 60,
-          ofDay % 60,
-          static_cast<int>(now.tv_nsec / 1000000)};
-}
-
-// How much of `length` bytes is left without a UTF-8 character that is only begun at the end.
-std::size_t wholeCharacters(const char* text, std::size_t length) {
-  std::size_t lead = length;
-  for (int back = 0; back < 4 && lead > 0; ++back) {
-    const auto byte = static_cast<unsigned char>(text[--lead]);
-    if ((byte & 0xC0U) == 0x80U) continue;
-    const std::size_t bytes = byte < 0xC0U ? 1 : byte < 0xE0U ? 2 : byte < 0xF0U ? 3 : 4;
-    return lead + bytes > length ? lead : length;
-  }
-  return length;
-}
-
-using Record = std::array<char, kRecordBytes>;
-
-constexpr std::size_t kFunctionBytes = 100;
-
 char* putText(char* to, std::string_view text) { return std::copy(text.begin(), text.end(), to); }
 
-// `value` with `digits` digits, and the character that follows it.
-char* putNumber(char* to, int value, int digits, char next) {
+// `value` with `digits` digits, and the character that follows it. By hand: for these few digits
+// the library's formatter took half the time of a whole record.
+template <typename Number>
+char* putNumber(char* to, Number value, int digits, char next) {
   for (int i = digits - 1; i >= 0; --i, value /= 10) {
     to[i] = static_cast<char>('0' + value % 10);
   }
@@ -126,77 +84,94 @@ char* putNumber(char* to, int value, int digits, char next) {
   return to + digits + 1;
 }
 
-// By hand: for these few digits the library's formatter took half the time of a whole record.
-std::size_t writeHead(Record& record, int level, const char* function) {
-  const UtcTime t = utcNow();
-  char* to = record.data();
-  to = putNumber(to, t.year, 4, '-');
-  to = putNumber(to, t.month, 2, '-');
-  to = putNumber(to, t.day, 2, 'T');
-  to = putNumber(to, t.hour, 2, ':');
-  to = putNumber(to, t.minute, 2, ':');
-  to = putNumber(to, t.second, 2, '.');
-  to = putNumber(to, t.millisecond, 3, 'Z');
-  *to++ = ' ';
-  to = putText(to, levelWord(level));
-  *to++ = ' ';
-  if (function == nullptr) function = "(null)";
+char* putTime(char* to) {
+  using std::chrono::floor;
+  const auto now = floor<std::chrono::milliseconds>(std::chrono::system_clock::now());
+  const auto day = floor<std::chrono::days>(now);
+  const std::chrono::year_month_day date(day);
+  const std::chrono::hh_mm_ss time(now - day);
+  to = putNumber(to, int{date.year()}, 4, '-');
+  to = putNumber(to, unsigned{date.month()}, 2, '-');
+  to = putNumber(to, unsigned{date.day()}, 2, 'T');
+  to = putNumber(to, time.hours().count(), 2, ':');
+  to = putNumber(to, time.minutes().count(), 2, ':');
+  to = putNumber(to, time.seconds().count(), 2, '.');
+  return putNumber(to, time.subseconds().count(), 3, 'Z');
+}
+
+// The function, and behind it the message. Returns the length of the line.
+std::size_t putRecord(Line& line, char* to, const Origin& origin, const char* format,
+                      va_list arguments) {
+  const char* function = origin.function != nullptr ? origin.function : "(null)";
   to = putText(to, {function, strnlen(function, kFunctionBytes)});
   to = putText(to, ": ");
-  return static_cast<std::size_t>(to - record.data());
+  const auto head = static_cast<std::size_t>(to - line.data());
+  const std::size_t room = log_line::roomBehind(head);
+  const int wanted = std::vsnprintf(to, room + 1, format, arguments);
+  const auto length = static_cast<std::size_t>(std::max(wanted, 0));
+  return log_line::finish(line, head, head + std::min(length, room), length > room);
 }
 
-// Appends the message to the head and returns the length of both; one byte is left for the line
-// end.
-std::size_t writeMessage(Record& record, std::size_t head, const char* format, va_list arguments) {
-  const std::size_t room = record.size() - head - kCutMark.size() - 1;
-  const int wanted = std::vsnprintf(record.data() + head, room, format, arguments);
-  if (wanted < 0) return head;
-  if (static_cast<std::size_t>(wanted) < room) return head + static_cast<std::size_t>(wanted);
-  const std::size_t length = head + wholeCharacters(record.data() + head, room - 1);
-  std::memcpy(record.data() + length, kCutMark.data(), kCutMark.size());
-  return length + kCutMark.size();
+void toStandardError(const Origin& origin, const char* format, va_list arguments) {
+  Line line;  // only what is written is read
+  char* to = putTime(line.data());
+  *to++ = ' ';
+  to = putText(to, levelWord(origin.level));
+  *to++ = ' ';
+  const std::size_t length = putRecord(line, to, origin, format, arguments);
+  gateway::writeGuarded(STDERR_FILENO, line.data(), length);
 }
 
-// SIGPIPE ends this program, but nobody reading its log any more is no reason to. Held back for
-// this thread and taken away again, which a signal handler may do too; one that the caller itself
-// was holding back stays.
-void writeRecord(const char* record, std::size_t length) {
-  sigset_t pipe;
-  sigset_t before;
-  sigset_t pending;
-  sigemptyset(&pipe);
-  sigaddset(&pipe, SIGPIPE);
-  pthread_sigmask(SIG_BLOCK, &pipe, &before);
-  const bool keep = sigismember(&before, SIGPIPE) == 1 && sigpending(&pending) == 0 &&
-                    sigismember(&pending, SIGPIPE) == 1;
-  ssize_t written = 0;
-  do {
-    written = write(STDERR_FILENO, record, length);
-  } while (written < 0 && errno == EINTR);
-  if (written < 0 && errno == EPIPE && !keep) {
-    const timespec atOnce{};
-    sigtimedwait(&pipe, nullptr, &atOnce);
+bool toJournal(const Origin& origin, const char* format, va_list arguments) {
+  Line line;
+  char* to = putText(line.data(), journal::kMessageField);
+  const std::size_t length = putRecord(line, to, origin, format, arguments);
+  return journal::send(origin, line.data(), length - 1);  // an entry needs no line end
+}
+
+void write(const Origin& origin, const char* format, va_list arguments) {
+  if (gateway::inSignalHandler == 0 && journal::isUsed()) {
+    va_list again;
+    va_copy(again, arguments);
+    const bool sent = toJournal(origin, format, again);
+    va_end(again);
+    if (sent) return;
   }
-  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  toStandardError(origin, format, arguments);
+}
+
+[[gnu::format(printf, 2, 3)]] void writeOwn(int line, const char* format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  write({kWarning, __FILE__, "log_print", line}, format, arguments);
+  va_end(arguments);
+}
+
+void tellLeftOut() {
+  const flood_guard::LeftOut left = flood_guard::toTell();
+  if (left.records == 0) return;
+  writeOwn(__LINE__, "%llu records were left out of this log, the last of them from %s line %d.\n",
+           static_cast<unsigned long long>(left.records),
+           left.path != nullptr ? left.path : "(null)", left.line);
 }
 
 }  // namespace
 
-void log_init(const char* /*name*/, int /*target*/, int /*mode*/, int /*level*/) {}
+void log_init(const char* name, int /*target*/, int /*mode*/, int /*level*/) {
+  journal::open(name);
+}
 
-void log_print(int level, const char* /*color*/, const char* /*tag*/, const char* /*path*/,
-               const char* function, int /*line*/, const char* format, ...) {
+void log_print(int level, const char* /*color*/, const char* /*tag*/, const char* path,
+               const char* function, int line, const char* format, ...) {
   if (destroyed.load(std::memory_order_relaxed) || level < currentThreshold()) return;
   const int savedErrno = errno;
-  Record record;  // only what is written is read
-  const std::size_t head = writeHead(record, level, function);
-  va_list arguments;
-  va_start(arguments, format);
-  std::size_t length = writeMessage(record, head, format, arguments);
-  va_end(arguments);
-  if (record[length - 1] != '\n') record[length++] = '\n';
-  writeRecord(record.data(), length);
+  if (flood_guard::admits(path, line)) {
+    va_list arguments;
+    va_start(arguments, format);
+    write({level, path, function, line}, format, arguments);
+    va_end(arguments);
+  }
+  tellLeftOut();
   errno = savedErrno;
 }
 

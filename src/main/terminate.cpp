@@ -3,6 +3,7 @@
 #include <execinfo.h>
 #include <fcntl.h>
 #include <gateway/log_macros.h>
+#include <gateway/signal_context.h>
 #include <unistd.h>
 
 #include <array>
@@ -98,6 +99,7 @@ void installSignalHandlers() {
 void td_terminate(int signal) {
   static std::atomic_flag handling = ATOMIC_FLAG_INIT;
   if (handling.test_and_set()) _exit(0);
+  const gateway::SignalContext inHandler;
   limitTime(signal);
   LOGI("Recv signal = %d. Terminating...\n", signal);
   if (signal == SIGSEGV) LOGE("Received segmentation fault.\n");

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <gateway/log_macros.h>
 #include <gtest/gtest.h>
+#include <iconv.h>
 #include <pthread.h>
 #include <unistd.h>
 
@@ -12,6 +13,8 @@
 #include <csignal>
 #include <cstdlib>
 #include <ctime>
+#include <regex>
+#include <sstream>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -34,7 +37,7 @@ TEST(Log, writes_the_time_in_utc_level_function_and_message_with_one_line_end) {
   const char* milliseconds = strptime(records.c_str(), "%Y-%m-%dT%H:%M:%S.", &time);
   ASSERT_NE(milliseconds, nullptr) << records;
   EXPECT_NEAR(static_cast<double>(timegm(&time)), static_cast<double>(std::time(nullptr)), 60);
-  EXPECT_TRUE(std::string_view(milliseconds + 3).starts_with("Z ERROR f: two\nlines 7\n2"));
+  EXPECT_TRUE(std::string_view(milliseconds + 3).starts_with("Z ERROR f: two\n  | lines 7\n2"));
   EXPECT_TRUE(records.ends_with("Z REPORT f: no line end\n"));
 }
 
@@ -51,6 +54,73 @@ TEST(Log, cuts_a_long_record_between_two_characters_and_marks_it) {
     const std::size_t kept = end - record.find("xé");
     EXPECT_NE(static_cast<unsigned char>(characters.at(kept)) & 0xC0U, 0x80U) << "split";
   }
+}
+
+TEST(Log, shows_what_it_is_told_without_letting_it_pass_for_another_record) {
+  struct Case {
+    std::string message;
+    std::string shown;
+  };
+  const Case cases[] = {
+      {"plain ~ text ", "plain ~ text "},
+      {"é の 𝄞 \xC2\xA0 \xED\x9F\xBF \xEE\x80\x80 \xF4\x8F\xBF\xBF",
+       "é の 𝄞 \xC2\xA0 \xED\x9F\xBF \xEE\x80\x80 \xF4\x8F\xBF\xBF"},
+      {"x\n2026-01-01T00:00:00.000Z ERROR f: forged",
+       "x\n  | 2026-01-01T00:00:00.000Z ERROR f: forged"},
+      {"{\n   \"a\" : 1\n}\n\n ", "{\n  |    \"a\" : 1\n  | }"},
+      {"\n\n", ""},
+      {"\nx", "\n  | x"},
+      {"a\x1b[2J\rb\tc\x7f", "a\\x1b[2J\\x0db\\x09c\\x7f"},
+      {"a line end as others have it\xC2\x85x", "a line end as others have it\\xc2\\x85x"},
+      {"caf\xE9, \xC0\x8A \xE0\x80\x8A \xED\xA0\x80 \xF4\x90\x80\x80 \xE2\x82",
+       "caf\\xe9, \\xc0\\x8a \\xe0\\x80\\x8a \\xed\\xa0\\x80 \\xf4\\x90\\x80\\x80 \\xe2\\x82"},
+  };
+  for (const Case& c : cases) {
+    const CapturedLog log;
+    LOGI("%s", c.message.c_str());
+    EXPECT_TRUE(log.text().ends_with("Z INFO f: " + c.shown + "\n")) << log.text();
+  }
+}
+
+// The code points of a text that is UTF-8, else none.
+std::u32string decoded(std::string text) {
+  std::u32string points(text.size(), U' ');
+  const iconv_t decoder = iconv_open("UCS-4LE", "UTF-8");
+  char* from = text.data();
+  char* to = reinterpret_cast<char*>(points.data());
+  std::size_t left = text.size();
+  std::size_t room = points.size() * sizeof(char32_t);
+  const bool done = iconv(decoder, &from, &left, &to, &room) != static_cast<std::size_t>(-1);
+  iconv_close(decoder);
+  points.resize(done ? points.size() - room / sizeof(char32_t) : 0);
+  return points;
+}
+
+TEST(Log, sends_no_control_character_and_no_line_of_unknown_kind_whatever_bytes_it_gets) {
+  const std::string edges =
+      "a \n\r\x1b\x7f\x80\x8f\x90\x9f\xa0\xbf\xc0\xc2\xdf\xe0\xed\xef\xf0\xf4\xf5\xff";
+  const CapturedLog log;
+  for (int byte = 1; byte < 256; ++byte) LOGI("%c|", byte);
+  for (const char a : edges) {
+    for (const char b : edges) {
+      for (const char c : edges) LOGI("%c%c%c|", a, b, c);
+    }
+  }
+  const std::string text = log.text();
+  const std::u32string points = decoded(text);
+  ASSERT_FALSE(points.empty()) << "no UTF-8";
+  for (const char32_t point : points) {
+    ASSERT_TRUE(point == U'\n' || (point >= 0x20 && point < 0x7F) || point >= 0xA0) << +point;
+  }
+  const std::regex record("[0-9]{4}(-[0-9]{2}){2}T([0-9]{2}:){2}[0-9]{2}\\.[0-9]{3}Z INFO f: .*");
+  std::size_t records = 0;
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);) {
+    const bool isRecord = std::regex_match(line, record);
+    EXPECT_TRUE(isRecord || line.starts_with("  | ")) << line;
+    records += isRecord ? 1 : 0;
+  }
+  EXPECT_EQ(records, 255 + edges.size() * edges.size() * edges.size());
 }
 
 std::atomic<int> handled{0};

@@ -46,8 +46,19 @@ class CapturedLog {
     return all;
   }
 
-  /// How often `part` has been written so far.
-  std::size_t count(std::string_view part) const { return countOf(text(), part); }
+  /// How often `part` has been written so far; the lines of a message follow each other in it as
+  /// the program gave them, without the marks that the log puts before each further line.
+  std::size_t count(std::string_view part) const {
+    const std::string all = text();
+    constexpr std::string_view kMark = "\n  | ";
+    std::string given;
+    std::size_t from = 0;
+    for (auto at = all.find(kMark); at != all.npos; at = all.find(kMark, from)) {
+      given.append(all, from, at + 1 - from);
+      from = at + kMark.size();
+    }
+    return countOf(given.append(all, from), part);
+  }
   bool has(std::string_view part) const { return count(part) > 0; }
 
  private:
