@@ -119,9 +119,6 @@ void ProxyWorker::loop_thread_worker(void* share) {
 }
 
 void ProxyWorker::readUntilToldToStop() {
-  // A send of another thread may find the daemon gone between a look and a pop, and a pop that
-  // finds it gone would end the process without a word. Here it ends the workers, below.
-  dbus_connection_set_exit_on_disconnect(mConnectionAsync.get(), FALSE);
   while (waitUntilReady()) {
     if (!dbus_connection_read_write(mConnectionAsync.get(), kReadWriteMs)) {
       LOGE("DProxy connection to dbus-daemon disconnected, quit.\n");
@@ -159,7 +156,11 @@ bool ProxyWorker::hasUnread() {
 
 void ProxyWorker::popMessages() {
   std::vector<ReceivedReply> replies;
-  while (DBusMessage* raw = dbus_connection_pop_message(mConnectionAsync.get())) {
+  // Another thread's send may find the daemon gone; the next pop would then end the process without
+  // a word.
+  while (dbus_connection_get_is_connected(mConnectionAsync.get())) {
+    DBusMessage* raw = dbus_connection_pop_message(mConnectionAsync.get());
+    if (raw == nullptr) break;
     auto message = std::make_shared<DMessage>(raw, true, DMessage::kRead);
     const int type = dbus_message_get_type(raw);
     const std::uint32_t serial = dbus_message_get_reply_serial(raw);

@@ -97,7 +97,7 @@ TEST(WaitingDeathTest, a_process_at_rest_is_quiet_and_ends_at_once_when_the_daem
 
 TEST(WaitingDeathTest, answers_and_waiting_calls_may_meet_a_daemon_that_goes) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
-  for (const int answers : {1, 50, 100, 101, 300, 700, 1500}) {
+  for (const int answers : {1, 100, 101, 1500}) {
     EXPECT_EXIT(loseTheDaemonAfter(answers), testing::ExitedWithCode(0), "disconnected, quit.")
         << answers;
   }
@@ -147,6 +147,7 @@ TEST_F(Proxy, and_server_send_the_rest_to_a_peer_that_did_not_read_and_hold_nobo
   constexpr int kParts = 32;
   FakePeer quick("iot.test.quick");
   DProxy other("iot.test.quick", "/", "iot.test.quick");
+  DProxy sender(kService, kPath, kService);
   DeafServer server("iot.test.server", kPath);
   ASSERT_EQ(server.prepare(), 0);
   loop.run([&] { server.start(); });
@@ -154,9 +155,9 @@ TEST_F(Proxy, and_server_send_the_rest_to_a_peer_that_did_not_read_and_hold_nobo
   ASSERT_TRUE(service.await("wait"));
   const std::string part(DMessage::kMaxBytes / kParts, 'x');
   for (int i = 0; i < kParts; ++i) {
-    const Message signal = proxy.makeSignal("ofProxy");
+    const Message signal = sender.makeSignal("ofProxy");
     signal->writeString(std::to_string(i) + part);
-    EXPECT_EQ(proxy.sendSignal(signal), 0);
+    EXPECT_EQ(sender.sendSignal(signal), 0);
     EXPECT_TRUE(loop.run([&] { return server.sendSignal("ofServer", std::to_string(i) + part); }));
   }
   EXPECT_NE(call(other, "hello"), "none");
