@@ -129,6 +129,7 @@ TEST_F(Scene, lets_a_request_wait_until_the_deployment_before_it_is_over) {
 }
 
 TEST_F(Scene, reports_what_was_never_sent_and_waits_for_the_rest_only) {
+  setConfig("made", "for there to be a store");
   const RefusedKey refused("unstorable");
   FakePeer own("iot.test.unstorable");
   addExecutor(registration("unstorable", "iot.test.unstorable", R"(["reserved"])"));
