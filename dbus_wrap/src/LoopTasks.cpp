@@ -26,7 +26,7 @@ struct LoopState {
   std::thread::id loopThread;
 };
 
-// Deliberately never destroyed: workers and timers outlive static destruction.
+// Never destroyed: workers and timers outlive static destruction.
 LoopState& loopState() {
   static auto& state = *std::make_unique<LoopState>().release();
   return state;

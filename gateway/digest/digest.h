@@ -1,5 +1,5 @@
-/// What a package needs of cryptography, for the local gateway and the tests. Deliberately not the
-/// service's own code: a mistake there must not cancel itself out here. Any thread.
+/// What a package needs of cryptography, for the local gateway and the tests. Apart from
+/// the service's own code: a mistake there must not cancel itself out here. Any thread.
 #pragma once
 
 #include <string>

@@ -181,7 +181,7 @@ void fetchFile(const std::string& address, const std::string& path, const std::s
   }
 }
 
-// One attempt, deliberately: a damaged archive stays damaged.
+// One attempt: a damaged archive stays damaged.
 void unpack(const std::string& archive, const std::string& directory) {
   const int unpacked = unzipTask(archive, directory);
   const int removed = std::remove(archive.c_str());

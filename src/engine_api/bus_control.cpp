@@ -49,7 +49,7 @@ int startServiceByName(const std::string& name, std::uint32_t flags) {
 void handleEngineDead(const std::string& name) {
   LOGI("handleEngineDead begin name = %s\n", name.c_str());
   if (nameHasOwner(name)) return;
-  // Deliberately one try: the next loss of the name brings the next one.
+  // One try, see "Restarting the script engine" in docs/architecture.md.
   const int result = startServiceByName(name, kStartFlags);
   LOGI("handleEngineDead res = %d", result);
 }
@@ -62,8 +62,7 @@ int stopServiceByName(const std::string& name) {
 }
 
 int getPidByName(const std::string& name) {
-  // With a small first letter, which the standard daemon refuses; deliberately so, the answer is
-  // then -1.
+  // With a small first letter, see "The method that no daemon has" in docs/architecture.md.
   const int pid = firstNumber(callDaemon("getConnectionUnixProcessID", name, nullptr));
   LOGI("MethodCall getPidByName get reply : %d\n", pid);
   return pid;

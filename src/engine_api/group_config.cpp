@@ -45,7 +45,8 @@ int updateConfig(const std::string& executor, std::int64_t groupId, const Json::
     LOGE("deployConfig Path Empty Error\n");
     return 0;
   }
-  // A file that can't be written is passed over; deliberately still handled.
+  // A file that can't be written still counts as handled, see "Group configurations" in
+  // docs/architecture.md.
   writeFile(directory + "/" + std::to_string(groupId) + ".json", json::styled(config));
   return 1;
 }
@@ -61,7 +62,7 @@ int applyConfig(const std::string& executor, const Json::Value& root) {
   const std::int64_t groupId = config["groupId"].asInt64();
   LOGI("groupId = %lld\n", static_cast<long long>(groupId));
   LOGI("config = %s\n", json::styled(config).c_str());
-  // "DELETE" deliberately leaves the file where it is, as does every other type.
+  // "DELETE" leaves the file where it is, as every other type does: see there.
   return type == "UPDATE" ? updateConfig(executor, groupId, config) : 1;
 }
 

@@ -21,8 +21,8 @@ namespace {
 
 using Message = std::shared_ptr<quillon::DMessage>;
 
-// The executors that take part in a reset on a standard gateway: the three built-in ones.
-// Deliberately fixed.
+// The executors that take part in a reset on a standard gateway: the three built-in ones. Fixed,
+// see "Answers to a reset" in docs/architecture.md.
 constexpr std::int32_t kResetReplies = 3;
 constexpr int kOutcomeFailed = 4;
 
@@ -43,7 +43,8 @@ Json::Value outcome(int code, const std::string& detail) {
 
 void logException(const char* what) { LOGE("publish json error ! e = %s", what); }
 
-// Bus failure texts are deliberately not classified here: the text itself is the message.
+// Failure texts of the bus are not classified as elsewhere, see "Answers to a reset": the text
+// itself is the message.
 ExecutorReply readResetReply(const std::string& text) {
   std::optional<ExecutorReply> reply = readAnswer(text, logException);
   if (!reply) {

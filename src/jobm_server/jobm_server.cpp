@@ -90,7 +90,8 @@ void republishJobLog(const Message& signal) {
   }
 }
 
-// The watchdog ends the process; until then it deliberately lives on without proxies and log.
+// The watchdog ends the process; until then it lives on without proxies and log, see "After
+// Terminate" in docs/architecture.md.
 void releaseEverything() {
   LOGE("receive WatchDog Terminate signal.");
   dropProxies();

@@ -120,7 +120,7 @@ int mkDir(const std::string& path) {
     }
     buffer[i] = '/';
   }
-  // Deliberately not looked at: who needs the directory finds out when it is used.
+  // Not examined: who needs the directory finds out when it is used.
   if (!exists(buffer.data())) static_cast<void>(mkdir(buffer.data(), kDirectoryMode));
   return 0;
 }

@@ -138,7 +138,7 @@ void subscribeTriggers() {
 
 int listen() {
   LOGI("listen begin...\n");
-  // It is made by its first user, and two threads use it from here on.
+  // The loop is made by its first user: now, because two threads use it from here on.
   static_cast<void>(uv_default_loop());
   pthread_t thread{};
   if (pthread_create(&thread, nullptr, listeningRoutine, nullptr) == 0) return 1;

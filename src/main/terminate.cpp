@@ -114,7 +114,8 @@ void td_terminate(int signal) {
 
 void dmp() {
   int count = 0;
-  // Before the count is known; deliberately always 0.
+  // Always 0, before anything is counted: see "Log lines in another's name" in
+  // docs/architecture.md.
   LOGE("backtrace() returned %d addresses\n", count);
   std::array<void*, kMaxFrames> frames{};
   count = backtrace(frames.data(), kMaxFrames);

@@ -121,7 +121,7 @@ void handleHeartbeat() {
 
 void sendHeartbeat(const std::string& /*ignored*/) {
   Json::Value usage;
-  // Deliberately constant: the scheduler balances nothing by them.
+  // Constants: the scheduler balances nothing by them (oddity 18 in docs/cloud-interface.md).
   usage["cpuUsage"] = 1.0;
   usage["memUsage"] = 1.0;
   usage["diskUsage"] = 1.0;

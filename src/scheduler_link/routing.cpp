@@ -101,8 +101,8 @@ int dispatchMasterResponse(const std::string& topic, const std::string& payload)
   const Json::Value& root = parsed;
   const Json::Value& reply = root["attrs"][0U];
   if (reply["code"].asInt() == kJobList && !reply["data"].empty()) {
-    // Deliberately nothing: the id alone decides. The read stays, because it refuses malformed
-    // replies.
+    // The id alone decides where a reply goes. The code is read all the same, see "Members that are
+    // read for their type" in docs/architecture.md.
   }
   if (!root.isMember("id")) return 0;
   const std::int64_t id = root["id"].asInt64();
@@ -123,7 +123,7 @@ int deliveryInfo(const std::string& topic, const std::string& payload) {
 
 bool subscribeInvoke() {
   const std::string topic = gatewayTopic(topic::kTrigger);
-  // Deliberately without limit and pause: without its trigger channel the gateway is of no use.
+  // Without limit and pause, see "Subscribing the trigger topic" in docs/architecture.md.
   while (subscribe(topic, bus::kJobManager.name, 1) != 0) {
   }
   return true;
@@ -131,8 +131,8 @@ bool subscribeInvoke() {
 
 void netChanged(const std::string& status) {
   LOGW("netChanged status= %s\n", status.c_str());
-  // Deliberately no reaction to "connected" or "disconnected": the bridge keeps the subscriptions
-  // over a reconnect, and the scheduler keeps the runner id.
+  // Nothing to do: the bridge keeps the subscriptions over a reconnect, and the scheduler keeps the
+  // runner id.
 }
 
 }  // namespace jobm

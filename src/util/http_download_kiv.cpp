@@ -168,7 +168,8 @@ int downloadJob(const std::string& source, const std::string& storage, const std
   const Stored stored = isUrl ? decryptFile(path) : storeInline(source, path, encrypted);
   if (stored.decryption != 0) LOGE("base64 encrypted decrypt fail");
   if (stored.fileError != 0) {
-    // Deliberately no failure: the caller learns of it from what the file holds.
+    // No failure, see "A package that could not be written or decrypted" in docs/architecture.md:
+    // the caller learns of it from what the file holds.
     LOGI("%s open Exception = %s\n", path.c_str(),
          std::generic_category().message(stored.fileError).c_str());
   }

@@ -21,8 +21,9 @@ using ConnectionPtr = std::unique_ptr<DBusConnection, ConnectionCloser>;
 class DConnection {
  public:
   /// Opens and registers one connection; it ends the process with status 1 when the daemon goes
-  /// away. Null when there is no daemon. Deliberately, a connection that could be opened but not
-  /// registered is returned as well. Blocks for the daemon's answer; any thread.
+  /// away. Null when there is no daemon. A connection that could be opened but not registered is
+  /// returned as well, see "A connection that was not registered" in docs/architecture.md. Blocks
+  /// for the daemon's answer; any thread.
   static ConnectionPtr getDbusConnection();
 
   /// True when there is a message and the bus would take it. Any thread.

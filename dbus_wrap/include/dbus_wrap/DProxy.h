@@ -56,8 +56,8 @@ class DProxy : public DConnection {
   /// Returns 0, or -1 when the signal was not sent.
   int sendSignal(const std::shared_ptr<DMessage>& message);
 
-  /// Ends the workers of every proxy of the process for good, deliberately by one shared flag, and
-  /// waits for this one's.
+  /// Ends the workers of every proxy of the process for good and waits for this one's, see "One
+  /// flag ends all workers" in docs/architecture.md. Nothing calls this yet.
   void stopWorkers();
 
   /// True when this proxy was made for that service and can reach the daemon.

@@ -87,7 +87,8 @@ int aesJobDecrypt(std::string text, std::string& out) {
   }
   const auto key = keyOf(secret);
   const int length = vexa_aes_cbc_decrypt_256(bytes, decodedLength, key.data(), bytes, key.data());
-  // A decryption that failed leaves no text; deliberately still a success.
+  // A cipher that failed leaves an empty text and is a success, see "A package that could not be
+  // written or decrypted" in docs/architecture.md.
   text.resize(length == 0 ? 0 : std::strlen(text.c_str()));
   out = std::move(text);
   return length >= 0 && decodedLength > 0 ? 0 : -1;

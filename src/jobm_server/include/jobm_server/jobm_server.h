@@ -14,8 +14,8 @@ class JobManagerServer : public quillon::DServer {
   using DServer::DServer;
   ~JobManagerServer() override = default;
 
-  /// Answers the service's methods. Any other member deliberately gets no reply. A handler's
-  /// exception is answered with the failure code. Returns true.
+  /// Answers the service's methods. Any other member gets no reply, see "Unknown methods" in
+  /// docs/architecture.md. A handler's exception is answered with code 100000. Returns true.
   bool onMethodCall(const char* member, const std::shared_ptr<quillon::DMessage>& request,
                     const std::shared_ptr<quillon::DMessage>& reply) override;
 
@@ -24,8 +24,7 @@ class JobManagerServer : public quillon::DServer {
   bool onSignalReceived(const char* member,
                         const std::shared_ptr<quillon::DMessage>& signal) override;
 
-  /// Stops serving and ends the process with status 0. For whoever embeds the server; no bus call
-  /// leads here.
+  /// Stops serving and ends the process with status 0. Nothing calls this yet.
   virtual void stop();
 };
 
