@@ -9,7 +9,7 @@ namespace quillon {
 namespace {
 
 constexpr const char* kBusAddress = "unix:path=/tmp/var/run/mbusd/mbusd_socket";
-// Readers of the connection line know it by this number.
+// Whatever the line is now, see "Log lines in another's name" in docs/architecture.md.
 constexpr int kConnectionLine = 18;
 
 }  // namespace

@@ -17,7 +17,7 @@ ExecutorResultCounter G_ExecutorResultCounter;
 
 namespace {
 
-// The parsers that were asked about these resources are silent for good.
+// The parsers that were asked about these resources will not answer any more.
 void failAwaited(Deployment& deployment) {
   for (const auto& [snapshotId, calls] : deployment.awaited) {
     if (calls == 0) continue;
@@ -35,8 +35,8 @@ void endAbandoned(Deployment& deployment) {
   endDeployment(deployment, collectDetails(deployment.summary, wholeDetail));
 }
 
-// The last holder has gone. It may be a reply handler in the middle of its destruction, so nothing
-// leaves here.
+// The last holder has gone. It may be a reply handler in the middle of its destruction, so no
+// exception may leave.
 void release(Deployment* last) noexcept {
   const std::unique_ptr<Deployment> deployment(last);
   try {

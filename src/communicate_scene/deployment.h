@@ -55,7 +55,7 @@ SharedDeployment beginDeployment(Deployment&& deployment);
 /// were called, and has the next request start, from the loop.
 void endDeployment(Deployment& deployment, Json::Value&& details);
 
-/// What a report says of the entry `name` of the summary; nothing when the entry is none.
+/// What a report says of the entry `name` of the summary; nothing when the entry is no object.
 using DetailOf = std::optional<Json::Value> (*)(const std::string& name, const Json::Value& entry);
 
 /// The whole entry, with its name as "snapshotId": what is reported of the parser phase.

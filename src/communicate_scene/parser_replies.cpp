@@ -47,7 +47,7 @@ void finishParsers(const SharedDeployment& deployment) {
 void handleParserReply(const ParserCall& call, int code, const std::string& message) {
   const SharedDeployment& deployment = call.deployment;
   const int before = deployment->received++;
-  // Readers of this line know it by the count before the answer.
+  // The count before this answer, see "Log lines in another's name" in docs/architecture.md.
   LOGI("[%d/%d] Received response from parser.", before, deployment->expected);
   LOGI("Result from parser %s is %d, message is %s. Processed resource: %s",
        call.parserName.c_str(), code, message.c_str(), call.request.c_str());

@@ -167,7 +167,7 @@ void deploy(const DeploymentReport& identity, Json::Value&& resources) {
   notifyParsers(beginDeployment(std::move(deployment)));
 }
 
-// A request of any other type is one for somebody else, and not answered.
+// A request of any other type is not for this service, and not answered.
 std::optional<int> deployTypeOf(const Json::Value& request) {
   const Json::Value& type = request["deployType"];
   if (!type.isInt() || (type.asInt() != kDeploy && type.asInt() != kReset)) return std::nullopt;

@@ -12,7 +12,8 @@ namespace {
 
 using Message = std::shared_ptr<quillon::DMessage>;
 
-constexpr std::uint32_t kStartFlags = 4;  // the daemon ignores flags; its logs show this number
+// Without effect, see "Start flags and file sizes" in docs/architecture.md.
+constexpr std::uint32_t kStartFlags = 4;
 
 // Calls `method` with the name, and the flags where given, and waits. An error reply counts as
 // none: its argument 0 is never of the type that the callers read.

@@ -132,7 +132,7 @@ void logDeployException(const char* what) { LOGE("deployJob json error ! e = %s\
 
 void logDeleteParseFailed(const char* text) { LOGE("deleteJob parse failed res = %s\n", text); }
 void logDeleteError(const char* text) { LOGE("deleteJob error res = %s\n", text); }
-// Says "publish", unlike the deploy call's line; its readers know it so.
+// Says "publish", see "Log lines in another's name" in docs/architecture.md.
 void logDeleteException(const char* what) { LOGE("publish json error ! e = %s", what); }
 
 ExecutorReply readDeployReply(const JobCall& call, const Message& message) {

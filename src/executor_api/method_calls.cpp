@@ -40,7 +40,8 @@ void logError(const std::string& method, const char* text) {
   LOGE("callMethod %s error res = %s\n", method.c_str(), text);
 }
 
-// Names the deploy call for every method; readers of the log know it so.
+// Names the deploy call for every method, see "Log lines in another's name" in
+// docs/architecture.md.
 void logException(const char* what) { LOGE("deployJob json error ! e = %s\n", what); }
 
 ReplyLog logOf(const std::string& method) {

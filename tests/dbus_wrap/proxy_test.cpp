@@ -130,7 +130,7 @@ TEST_F(Proxy, gives_up_on_a_reply_after_half_a_minute_and_drops_it_when_it_still
   EXPECT_EQ(aroundTheTick, 50) << "each has one outcome";
 }
 
-// In a process of its own, for there is no way back. Status 0 when all went well.
+// In a process of its own, because the end of the workers can't be undone. Status 0 for success.
 void endTheWorkers(bool byLoss) {
   test::LoopThread loop;
   const auto threads = entriesOf("/proc/self/task");
@@ -146,7 +146,7 @@ void endTheWorkers(bool byLoss) {
       (call(*ending, "hello") == "none") == byLoss && call(*other, "hello") != "none";
   other.reset();
   ending.reset();
-  // But for the one that all workers wait on.
+  // One more: the event that all workers wait on.
   const bool closed = eventually([&] { return entriesOf("/proc/self/fd") == descriptors + 1; });
   _exit(ended && lives && closed ? 0 : 3);
 }

@@ -26,7 +26,7 @@ struct DeafServer : quillon::DServer {
   bool onSignalReceived(const char*, const Message&) override { return true; }
 };
 
-// Nobody answers a daemon that is lost: all sockets look as if it had hung up.
+// To this process the daemon has hung up on all its sockets.
 void loseTheDaemon() {
   for (int file = 0; file < 256; ++file) shutdown(file, SHUT_RDWR);
 }
@@ -107,7 +107,7 @@ TEST(Waiting, an_answer_that_libdbus_has_read_already_is_not_waited_for) {
   LoopThread loop;
   quillon::ConnectionPtr connection = quillon::DConnection::getDbusConnection();
   DBusConnection* raw = connection.get();
-  // Behind the signal that tells it its name comes nothing.
+  // The signal that tells the connection its name is the last message that comes by itself.
   DBusMessage* nameAcquired = nullptr;
   while ((nameAcquired = dbus_connection_pop_message(raw)) == nullptr) {
     dbus_connection_read_write(raw, -1);

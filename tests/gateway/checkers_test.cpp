@@ -1,5 +1,5 @@
-// What the local gateway's programs notice. Calls and messages as they should be are what a whole
-// gateway works with all the time; these it never meets.
+// Faults that the local gateway's programs must notice. That they accept what is right is shown by
+// every run of the whole gateway, which never meets these.
 #include <gtest/gtest.h>
 
 #include <string>

@@ -138,8 +138,7 @@ TEST(Log, works_in_a_handler_that_interrupts_allocation) {
     }
   });
   while (handled < 500) {
-    // Of a size for which malloc takes its lock. Volatile, for the compiler leaves out what nobody
-    // looks at.
+    // A size for which malloc takes its lock; volatile, or the compiler leaves the allocation out.
     void* volatile block = std::malloc(5000);
     std::free(block);
   }

@@ -204,7 +204,8 @@ TEST(MethodCalls, tell_the_driver_manager_of_a_finished_batch_once_as_executor_o
   addExecutor(registration("driver_manager", "iot.test.manager", R"(["w1","w2"])"));
   onLoop(callOnWatchTypesFinish);
   ASSERT_TRUE(executor.await("onWatchTypesFinish"));
-  // Behind a second call, if there is one, a text comes as JSON where it is JSON.
+  // This call comes behind a second onWatchTypesFinish, if there was one. Its text is JSON and
+  // comes as JSON.
   deployParserJob("k", R"({"a": 1})", *getParser("driver_manager"), {});
   ASSERT_TRUE(parser.await("deployJob"));
   EXPECT_EQ(parser.received("deployJob")[0].text(), "{\"key\":\"k\",\"value\":{\"a\":1}}\n");

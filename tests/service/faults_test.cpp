@@ -89,7 +89,7 @@ class Faults : public Scene {
       EXPECT_TRUE(log.has(c.logged));
       EXPECT_FALSE(fs::exists(kTree.parent_path() / "out") || fs::exists(kTree / "faulty/out"));
     }
-    // In the same store, where that is the whole cause.
+    // First with the store as it was, where its lock or its full disk was the whole cause.
     const bool wasLocked = other != nullptr;
     other.reset();
     std::error_code ignored;
@@ -115,7 +115,7 @@ class Faults : public Scene {
     EXPECT_EQ(resultsOf(deployId).size(), 1U);
   }
 
-  // What is said of the first resource.
+  // What the report says of the first resource.
   static Json::Value outcomeOf(const Json::Value& details) {
     const Json::Value& first = details[0];
     return outcome(first["success"].asBool(), first["code"], first["message"]);

@@ -28,7 +28,7 @@ constexpr const char* kService = "iot.job.manager";
 constexpr const char* kPath = "/iot/job/manager";
 constexpr const char* kServing = "startListen server started...\n";
 
-// A program of which nothing is left that an earlier one wrote.
+// A program whose output file begins empty.
 class Program : public gateway::Child {
  public:
   Program(const std::vector<std::string>& command, const std::string& output)
@@ -78,7 +78,7 @@ class Process : public testing::Test {
 
 TEST_F(Process, ends_with_status_0_on_every_trapped_signal) {
 #ifdef __SANITIZE_THREAD__
-  // The handlers of the others are run at once, be it inside the sanitizer's own locks.
+  // The sanitizer defers these; the handlers of the others run at once, even inside its own locks.
   const int signals[] = {SIGTERM, SIGINT, SIGQUIT, SIGHUP, SIGTSTP};
 #else
   const int signals[] = {SIGTERM, SIGINT, SIGSEGV, SIGPIPE, SIGQUIT,
@@ -194,7 +194,7 @@ TEST_F(Process, registers_over_every_fault_of_the_bridge_and_works_until_the_wat
   }
   EXPECT_FALSE(eventually([&] { return bridge->received().size() > before; }, 0.3));
   const std::string output = service.output();
-  // Connections are still announced, but not in the log.
+  // New connections still print their line, but the log is closed.
   EXPECT_EQ(output.find("Z ", output.find("receive WatchDog Terminate signal.\n")),
             std::string::npos)
       << output;

@@ -12,7 +12,7 @@ namespace fs = std::filesystem;
 namespace jobm {
 namespace {
 
-// What a whole gateway has none of.
+// Cases that no run of the whole gateway has.
 TEST_F(Scene, brings_single_and_unknown_files_to_where_the_old_ones_were) {
   FakePeer executor("iot.test.scene");
   addExecutor(registration("scene", "iot.test.scene", R"(["label","page"])"));

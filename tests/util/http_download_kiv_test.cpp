@@ -12,7 +12,7 @@
 
 namespace {
 
-// How a transfer may end, whole deployments show.
+// How a transfer may end is tested with whole deployments.
 TEST(DownloadJob, stores_a_package_decrypted_when_it_is_marked_and_looks_encrypted) {
   ASSERT_EQ(jobm::curl_init(), 0);
   const std::string file = "/tmp/var/file";

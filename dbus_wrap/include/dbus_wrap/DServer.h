@@ -38,6 +38,7 @@ class DServer : public DConnection {
   virtual bool onSignalReceived(const char* member, const std::shared_ptr<DMessage>& signal) = 0;
 
   /// Tells the gateway watchdog that `name` lives and will say so again within `seconds`.
+  /// Nothing calls this yet.
   virtual void feedWatchDog(const char* name, int seconds);
 
   /// Connects and takes the name. Returns 0, or -1 when there is no daemon or the name is not
@@ -49,6 +50,7 @@ class DServer : public DConnection {
   /// not noticed. After prepare().
   void addMatchRule(const char* rule);
   void addMatchRule(const std::string& rule) { addMatchRule(rule.c_str()); }
+  /// Takes such a rule back. Nothing calls this yet.
   void removeMatchRule(const char* rule);
   void removeMatchRule(const std::string& rule) { removeMatchRule(rule.c_str()); }
 
@@ -71,8 +73,7 @@ class DServer : public DConnection {
   /// Sends a ready signal. Returns false, with a warning, when it could not be sent.
   bool sendSignal(const std::shared_ptr<DMessage>& message);
 
-  /// Prints the number of a signal. For programs that want to see theirs; installed by nothing
-  /// here.
+  /// Prints the number of a signal, as its handler. Nothing installs this yet.
   static void signalHandler(int number);
 
  private:

@@ -1,5 +1,5 @@
-/// One deployment at a time: the counters of parsers' and executors' answers always count for one.
-/// What comes meanwhile waits in order. Listening thread only.
+/// One deployment at a time, so that the counters of answers count for one deployment. Requests
+/// that come meanwhile wait in order. Listening thread only.
 #pragma once
 
 #include <cstddef>
@@ -13,7 +13,8 @@ using Turn = std::function<void()>;
 /// Whether a request would have to wait.
 bool isQueueHeld();
 
-/// Whether a request of `bytes` would not have to wait, or may: at most 256 requests and 64 MiB do.
+/// Whether a request of `bytes` can be taken: it need not wait, or there is still room among the
+/// 256 requests and 64 MiB that may wait.
 bool hasRoomFor(std::size_t bytes);
 
 /// Takes `turn` now, or once everything before it is over. `bytes` is what it holds while it waits.
@@ -22,8 +23,8 @@ void runInTurn(std::size_t bytes, Turn turn);
 /// Has later requests wait from now on: a deployment is with the parsers or executors.
 void holdQueue();
 
-/// Has the next request take its turn, from the loop: whoever calls this is in the middle of a
-/// reply's handling.
+/// Has the next request take its turn, from the loop: the caller is in the middle of handling a
+/// reply.
 void resumeQueue();
 
 }  // namespace jobm

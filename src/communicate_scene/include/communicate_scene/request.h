@@ -11,12 +11,12 @@ namespace jobm {
 
 struct JobRequest {
   std::string payload;
-  Json::Value parsed{};  // null while it was not read, and where it can't be
+  Json::Value parsed{};  // null until the payload is parsed, and if it can't be
   Ticket ticket = kNoTicket;
 };
 
-/// Reads a request and, when it is one that gets a report, writes down that it was accepted. For
-/// before the scheduler is told so.
+/// Reads a request and, when it is one that gets a report, writes down that it was accepted. Call
+/// it before the scheduler is told so.
 JobRequest acceptJob(std::string payload);
 
 /// Carries out a deployment request. One that arrives while another one is with the parsers or

@@ -20,7 +20,7 @@ extern ProxyPointer jobManagerProxy;
 /// The bus daemon itself.
 extern ProxyPointer busDaemonProxy;
 
-/// For queries that nothing makes yet; made so that the bus shows the same clients as ever.
+/// Nothing uses these yet, see "Proxies that nobody uses" in docs/architecture.md.
 extern ProxyPointer devicePropertiesProxy;
 extern ProxyPointer gatewayMonitorProxy;
 

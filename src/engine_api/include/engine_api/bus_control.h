@@ -14,13 +14,15 @@ bool nameHasOwner(const std::string& name);
 /// running already, -1 without an answer.
 int startServiceByName(const std::string& name, std::uint32_t flags);
 
-/// Starts a service that lost its name, unless it is back already. One attempt.
+/// Starts a service that lost its name, unless the name has an owner again. One attempt.
 void handleEngineDead(const std::string& name);
 
-/// Kills the process that owns the name, if it can be told. Returns 1.
+/// Kills the process that owns the name, if getPidByName finds it. Returns 1.
+/// Nothing calls this yet.
 int stopServiceByName(const std::string& name);
 
-/// The process that owns the name, or -1.
+/// The process that owns the name, or -1; always -1 with the standard daemon, see "The method that
+/// no daemon has" in docs/architecture.md. Only stopServiceByName calls this.
 int getPidByName(const std::string& name);
 
 }  // namespace jobm

@@ -1,5 +1,5 @@
-/// Deploying and deleting resources on executors: the calls, and what their replies say. Who counts
-/// the replies and what follows from the last one is the caller's. Listening thread.
+/// Deploying and deleting resources on executors: the calls, and what their replies say. Counting
+/// the replies, and acting on the last one, is the caller's part. Listening thread.
 #pragma once
 
 #include <json/value.h>

@@ -13,6 +13,7 @@ namespace jobm {
 bool reportJobStatus(const std::string& payload);
 
 /// Asks an executor for the status of a job; the answer is only logged. Any thread.
+/// Nothing calls this yet.
 void getJobStatus(std::uint64_t jobId, const std::string& foreignKey, const Executor& executor);
 
 }  // namespace jobm

@@ -35,8 +35,8 @@ struct ExecutorReply {
 /// Writes a log line about one text.
 using TextLog = std::function<void(const char* text)>;
 
-/// The three log lines of whoever reads a reply: that it is no JSON, that its code is an error, and
-/// that its members have wrong types (the exception's text).
+/// The log lines of one kind of call: its reply is not JSON, its code is an error, its members have
+/// wrong types (the exception's text).
 struct ReplyLog {
   TextLog parseFailed;
   TextLog error;
@@ -66,7 +66,7 @@ void sendMessageWithReply(const std::shared_ptr<quillon::DProxy>& proxy,
 void callMethod(const char* method, const Executor& executor, const std::string& payload,
                 const MethodResultCallback& callback);
 
-/// Has an executor initialise itself again; the answer is only logged.
+/// Has an executor initialise itself again; the answer is only logged. Nothing calls this yet.
 void initExecutor(const Executor& executor);
 
 /// Tells the executors with more than one watch type, and "driver_manager", that a batch of watched

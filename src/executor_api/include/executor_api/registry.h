@@ -31,15 +31,16 @@ struct Executor {
   std::vector<std::string> watchType;
 };
 
-/// Takes a registration in. Returns "" or the text that says what is wrong with it. A payload is
-/// stored before its address and types are checked, so one that is refused replaces what was stored
-/// under its name: an executor's comes back unchecked at the next start, a parser's is refused
-/// again and its name gone. Listening thread.
+/// Registers an executor or a parser. Returns "" or the text that says what is wrong with it. A
+/// payload is stored before its address and types are checked, so one that is refused replaces what
+/// was stored under its name: an executor's comes back unchecked at the next start, a parser's is
+/// refused again and its name gone. Listening thread.
 std::string registerExecutor(const std::string& payload);
 std::string registerParser(const std::string& payload);
 
 /// Stores an executor's registration. Returns the store's result, or 1 when the payload is not
-/// JSON. For the registry and its tests: reading and writing the key is not one step.
+/// JSON. For the registry, which holds its lock meanwhile, and its tests: the key is read and then
+/// written.
 int saveExecutor2ConfigManager(const std::string& executorName, const std::string& payload);
 
 /// What saveToConfigManager returns when it could not read what is stored, and left it alone.

@@ -38,6 +38,7 @@ int mkDir(const std::string& path);
 
 /// Deletes `path` and everything below it through the shell, unquoted: only for paths that this
 /// program built itself. Returns the status of the last of at most three attempts.
+/// Nothing calls this yet.
 int removeDir(const std::string& path);
 
 /// Deletes `path` and everything below it; links are deleted, never followed. Returns 0, or -1.

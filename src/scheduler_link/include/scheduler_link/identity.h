@@ -22,7 +22,7 @@ std::string gatewayTopic(const std::string& suffix);
 std::int64_t getRunId();
 void setRunId(std::int64_t id);
 
-/// The id of the last job handled, 0 when there was none.
+/// The id of the last job handled, 0 when there was none. Nothing reads it yet.
 std::int64_t getLastJobId();
 void setLastJobId(std::int64_t id);
 

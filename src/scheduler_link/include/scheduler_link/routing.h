@@ -19,8 +19,8 @@ using ReplyHandler = std::function<bool(Json::Value)>;
 /// finds it. Any thread.
 std::int64_t fileRequest(ReplyHandler handler);
 
-/// How many requests have no reply yet. They never expire: the ids are unique, and a late reply is
-/// still one.
+/// How many requests have no reply yet. They never expire: the ids are unique, and a late reply
+/// still counts. Only tests call this.
 std::size_t outstandingRequests();
 
 /// The text of the scheduler request `attrs` with `id`. Any thread.

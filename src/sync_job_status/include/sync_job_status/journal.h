@@ -5,7 +5,7 @@
 ///
 /// A deployment has a slot of its own, the lowest free number behind the key's prefix. Slots are
 /// never deleted, only emptied, so that those in use at a kill are found by counting up to the
-/// first that was never used. Listening thread, but for what says otherwise.
+/// first that was never used. Listening thread, unless a function says otherwise.
 #pragma once
 
 #include <json/value.h>
@@ -17,7 +17,7 @@ namespace jobm {
 
 /// The number of a deployment's slot.
 using Ticket = int;
-/// Of a deployment that nobody waits for: its report is sent once and not written down.
+/// The ticket of a deployment that is not in the journal: its report is sent once and not kept.
 inline constexpr Ticket kNoTicket = -1;
 
 /// What a report of an interrupted deployment needs.
@@ -28,16 +28,16 @@ struct AcceptedDeployment {
   Json::Value snapshotIds{Json::arrayValue};
 };
 
-/// Writes the deployment down; one durable write. What can't be written is logged and still gets a
-/// ticket: its report may be writable again.
+/// Writes the deployment down; one durable write. If that fails it is logged, and the deployment
+/// still gets a ticket: the write of its report may succeed.
 Ticket acceptDeployment(const AcceptedDeployment& deployment);
 
 /// Publishes the messages of a deployment's report, in order, after writing them down: one durable
 /// write, and another one when the bridge has taken the last of them.
 void publishReport(Ticket ticket, const std::vector<std::string>& payloads);
 
-/// Publishes again what the bridge did not take. For whoever learns that the way to the cloud is
-/// open.
+/// Publishes again what the bridge did not take. Call it when something shows that the cloud can be
+/// reached.
 void publishAgain();
 
 /// What a former process left: one entry a slot.

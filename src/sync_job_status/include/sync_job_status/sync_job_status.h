@@ -1,5 +1,5 @@
-/// Everything that is reported to the cloud about jobs. A status is sent once; its publishing is
-/// not examined. Every function may be called from any thread, but for what says otherwise.
+/// Everything that is reported to the cloud about jobs. A status is sent once, whether the bridge
+/// takes it or not. Every function may be called from any thread, unless it says otherwise.
 #pragma once
 
 #include <json/value.h>
@@ -36,7 +36,7 @@ void syncEngineStringJobStatusToMaster(const JobStatusReport& report, const std:
 /// Answers the acknowledgement. The job id is only logged.
 void syncStatusPassive(const JobStatusReport& report, const std::string& result);
 
-/// Reports on this gateway's own account; nothing is sent before the runner is registered.
+/// Reports without having been asked; nothing is sent before the runner is registered.
 void syncStatusActive(const JobStatusReport& report, const std::string& result);
 
 /// Handle the scheduler's replies to the two. Return whether it accepted; a rejected report isn't
@@ -58,7 +58,7 @@ struct DeploymentReport {
 /// journal.h) and this is for the listening thread.
 void reportDeployment(const DeploymentReport& report, Json::Value& details);
 
-/// The same for a deployment that nobody has accepted.
+/// The same for a deployment that is not in the journal.
 void resourcesReply(const std::string& deployId, const std::string& taskId, Json::Value& details,
                     int deployType);
 

@@ -15,7 +15,8 @@ unsigned char* base64_decode(const char* input, std::size_t input_len, unsigned 
                              std::size_t* output_len);
 
 /// Encodes `input_len` bytes (at least one) into `output`, which holds at least 4 characters for
-/// every 3 bytes begun, and sets *output_len. Nothing is terminated. Returns output.
+/// every 3 bytes begun, and sets *output_len. Nothing is terminated. Returns output. Only tests
+/// call this.
 char* base64_encode(const unsigned char* input, std::size_t input_len, char* output,
                     std::size_t* output_len);
 
