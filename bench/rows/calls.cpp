@@ -79,7 +79,7 @@ void calls(const Options& options) {
   }
   for (int run = 0; run < options.runs; ++run) {
     for (const Method* method : {&describing, &sync}) {
-      for (const std::size_t callers : {1, 8}) {
+      for (const std::size_t callers : {1U, 8U}) {
         const std::size_t total = options.scaled(16000);
         measure("service", kService, *method, callers, total);
         measure("floor", method->floor, *method, callers, total);

@@ -57,7 +57,7 @@ class MqttClient {
 
  private:
   struct Freer {
-    void operator()(mosquitto* client) const { mosquitto_destroy(client); }
+    void operator()(mosquitto* unused) const { mosquitto_destroy(unused); }
   };
   MqttHandlers handlers;
   std::unique_ptr<mosquitto, Freer> client;

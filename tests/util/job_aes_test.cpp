@@ -29,7 +29,7 @@ TEST(Base64, gives_back_what_it_was_given_and_writes_nothing_behind_it) {
 TEST(Base64, is_every_four_characters_of_the_alphabet_and_nothing_else) {
   EXPECT_FALSE(jobm::isBase64("AAAAAA"));
   for (int c = 0; c < 256; ++c) {
-    for (const std::size_t at : {0, 1027}) {
+    for (const std::size_t at : {0U, 1027U}) {
       std::string text(1028, '=');
       text[at] = static_cast<char>(c);
       const bool inAlphabet = std::isalnum(c) != 0 || c == '+' || c == '/' || c == '=';
