@@ -24,8 +24,8 @@ bool isRegistered(const ConnectionPtr& connection) {
   return connection && dbus_bus_get_unique_name(connection.get()) != nullptr;
 }
 
-// Nobody reads this connection between calls; what others address to it must not pile up. A pop on
-// a lost connection would end the process without a word.
+// Nobody reads this connection between calls; what others address to it (the daemon its name, to
+// begin with) must not pile up. A pop on a lost connection would end the process without a word.
 void dropUnasked(DBusConnection* connection) {
   while (dbus_connection_get_is_connected(connection)) {
     DBusMessage* message = dbus_connection_pop_message(connection);
@@ -69,6 +69,7 @@ DProxy::DProxy(const char* serviceName, const char* servicePath, const char* ser
   ConnectionPtr async = getDbusConnection();
   mConnectionBlocking = getDbusConnection();
   if (!isRegistered(async) || !isRegistered(mConnectionBlocking)) return;
+  dropUnasked(mConnectionBlocking.get());
   worker = std::make_shared<ProxyWorker>(std::move(async));
   connected = worker->startWorkers();
   if (connected) LOGI("DProxy workers started. wellknown name: %s", wellknownName.c_str());

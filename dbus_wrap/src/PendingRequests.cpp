@@ -83,7 +83,7 @@ bool PendingRequests::age(std::uint32_t maxTicks, std::vector<Request>& ended) {
 void PendingRequests::clear() {
   // What the callbacks hold may do anything when it goes, so it goes without the lock.
   std::map<std::uint32_t, Request> forgotten;
-  std::deque<Request> forgottenWaiting;
+  std::list<Request> forgottenWaiting;
   const std::lock_guard guard(pendingLock);
   forgotten.swap(pendingRequests);
   forgottenWaiting.swap(waitingRequests);

@@ -6,8 +6,8 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <functional>
+#include <list>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -64,7 +64,7 @@ class PendingRequests {
   std::mutex pendingLock;  // of everything below
   std::uint32_t requestCounter = 0;
   std::map<std::uint32_t, Request> pendingRequests;  // by serial, which is the sending order
-  std::deque<Request> waitingRequests;               // only while kMaxInFlight are pending
+  std::list<Request> waitingRequests;                // only while kMaxInFlight are pending
   bool ageing = true;                                // the timer is started with the worker
 };
 

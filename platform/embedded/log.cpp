@@ -129,7 +129,9 @@ bool toJournal(const Origin& origin, const char* format, va_list arguments) {
   return journal::send(origin, line.data(), length - 1);  // an entry needs no line end
 }
 
-void write(const Origin& origin, const char* format, va_list arguments) {
+// Never inlined, so that a record below the threshold costs its thread no stack: the many threads
+// that mostly wait would keep the pages of the lines for good.
+[[gnu::noinline]] void write(const Origin& origin, const char* format, va_list arguments) {
   if (gateway::inSignalHandler == 0 && journal::isUsed()) {
     va_list again;
     va_copy(again, arguments);
