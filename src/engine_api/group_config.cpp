@@ -70,9 +70,11 @@ int applyConfig(const std::string& executor, const Json::Value& root) {
 
 std::string getVersion() {
   std::array<char, 300> directory{};
-  if (getcwd(directory.data(), directory.size()) == nullptr) directory[0] = '\0';
   std::string text;
-  readFile(std::string(directory.data()) + "/../" + "VERSION", text);
+  // Without a working directory the path would begin at the root, with somebody else's version.
+  if (getcwd(directory.data(), directory.size()) != nullptr) {
+    readFile(std::string(directory.data()) + "/../" + "VERSION", text);
+  }
   std::string version = trimmed(text);
   LOGI("version = %s", version.c_str());
   return version;

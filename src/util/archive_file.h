@@ -9,9 +9,9 @@
 
 namespace jobm {
 
-/// A file that is read through two windows, the one used last and the one before: a ZIP reader goes
-/// to and fro between the directory at the end and the entries, and takes both in small bites.
-/// stdio would throw its buffer away at each of these turns. One thread at a time.
+/// A file read through two buffers, because a ZIP reader alternates between the directory at the
+/// end and the entries, both in small pieces: stdio would discard its one buffer at every turn. One
+/// thread at a time.
 class ArchiveFile {
  public:
   explicit ArchiveFile(const std::string& path);
@@ -19,22 +19,26 @@ class ArchiveFile {
   ArchiveFile(const ArchiveFile&) = delete;
   ArchiveFile& operator=(const ArchiveFile&) = delete;
 
-  /// What unzOpen2_64 wants; the archive must be closed before this object goes.
+  /// The callbacks for unzOpen2_64; the archive must be closed before this object is destroyed.
   zlib_filefunc64_def functions();
 
-  /// Reads up to `length` bytes at the position and moves it. Fewer at the end or after an error.
+  /// Reads up to `length` bytes at the position, advances it and returns how many there were: fewer
+  /// at the end of the file or after an error.
   unsigned long read(void* data, unsigned long length);
 
-  /// Moves the position; `origin` is one of minizip's three. False for a place before the
+  /// Moves the position; `origin` is one of minizip's three. False for a position before the
   /// beginning.
   bool seek(std::int64_t offset, int origin);
 
-  bool isOpen() const { return mFile >= 0; }
-  bool failed() const { return mFailed; }
-  std::uint64_t position() const { return mPosition; }
+  bool isOpen() const { return file >= 0; }
+
+  /// True once a read has failed.
+  bool hasFailed() const { return readFailed; }
+
+  std::uint64_t position() const { return place; }
 
   /// Where the last successful seek led.
-  std::uint64_t lastSeek() const { return mLastSeek; }
+  std::uint64_t lastSeek() const { return sought; }
 
  private:
   struct Window {
@@ -49,13 +53,13 @@ class ArchiveFile {
   std::size_t readAt(std::uint64_t position, void* data, std::size_t length);
   const Window& windowAt(std::uint64_t position);
 
-  int mFile;
-  bool mFailed = false;
-  std::uint64_t mSize = 0;
-  std::uint64_t mPosition = 0;
-  std::uint64_t mLastSeek = 0;
-  std::array<Window, 2> mWindows;
-  std::size_t mLast = 0;  // the window used last
+  int file;
+  bool readFailed = false;
+  std::uint64_t size = 0;
+  std::uint64_t place = 0;
+  std::uint64_t sought = 0;
+  std::array<Window, 2> windows;
+  std::size_t last = 0;  // which of them was used last
 };
 
 }  // namespace jobm

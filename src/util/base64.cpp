@@ -1,4 +1,4 @@
-// The two requirements end the process in every build type: what follows trusts them.
+// The asserts stay in release builds: the code behind them relies on what they check.
 #undef NDEBUG
 #include "util/base64.h"
 
@@ -16,7 +16,7 @@ namespace {
 constexpr std::string_view kAlphabet =
     "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
-/// The six bits of every character; those outside the alphabet, '=' among them, count as 0.
+/// The six bits that each character stands for; 0 for those outside the alphabet, '=' included.
 constexpr std::array<unsigned char, 256> makeReverseTable() {
   std::array<unsigned char, 256> table{};
   for (std::size_t i = 0; i < kAlphabet.size(); ++i) {
@@ -42,8 +42,8 @@ Byte foreign(Byte c) {
   return is;
 }
 
-// Two plain loops of constant length, which the compiler turns into a few wide instructions: a
-// package has millions of characters.
+// Two plain loops of constant length, which the compiler vectorises: a package has millions of
+// characters.
 constexpr std::size_t kChunk = 256;
 bool isForeignIn(const char* chunk) {
   std::array<Byte, kChunk> found;
@@ -84,7 +84,7 @@ unsigned char* base64_decode(const char* input, std::size_t input_len, unsigned 
 
   const char* group = input;
   unsigned char* out = output;
-  // Four bytes at once while there is room for them; the next group writes over the fourth.
+  // Four bytes at once while they fit; the next group overwrites the fourth.
   for (; length >= 4; length -= 3, group += 4, out += 3) {
     const std::uint32_t bytes = htobe32(bitsOf(group) << 8);
     std::memcpy(out, &bytes, sizeof bytes);
@@ -95,7 +95,7 @@ unsigned char* base64_decode(const char* input, std::size_t input_len, unsigned 
     *out++ = static_cast<unsigned char>(bits >> 8);
     *out++ = static_cast<unsigned char>(bits);
   }
-  // Of a padded last group only what belongs to the text: the output may end right behind it.
+  // Of a padded last group only the bytes that it encodes: the output buffer may end there.
   if (length > 0) {
     const std::uint32_t bits = bitsOf(group);
     *out++ = static_cast<unsigned char>(bits >> 16);

@@ -20,6 +20,7 @@
 #include <utility>
 
 #include "archive_file.h"
+#include "free_space.h"
 #include "lib/comm_path.h"
 
 namespace jobm {
@@ -40,9 +41,11 @@ enum Result {
 
 constexpr std::size_t kNameBytes = 512;
 constexpr std::size_t kCopyBytes = 8192;
+/// What a file takes up that has no content, roughly.
+constexpr std::uint64_t kFileCost = 4096;
 constexpr mode_t kUnpackedMode = 0775;
-/// The greatest number of entries that an archive without the 64-bit record can state; some
-/// archivers leave that record out and write this for any number from here on.
+/// The greatest number of entries that an archive without the ZIP64 record can state. Some
+/// archivers omit that record and write this for every larger number, too.
 constexpr uLong kUncounted = 0xFFFF;
 
 struct CloseArchive {
@@ -56,22 +59,23 @@ struct CloseEntry {
 /// The entry that is open for reading in an archive.
 using OpenEntry = std::unique_ptr<std::remove_pointer_t<unzFile>, CloseEntry>;
 
-/// A file being written. close() says whether all of it arrived.
+/// A file being written. close() says whether all of it was.
 class OutputFile {
  public:
   explicit OutputFile(const std::string& path)
-      // The last component is never a link that is followed: what stood there has been deleted.
-      : mFile(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0666)) {}
+      // No link in the last component is followed: what was there has been deleted, and what has
+      // come since is not ours.
+      : file(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0666)) {}
   ~OutputFile() { close(); }
   OutputFile(const OutputFile&) = delete;
   OutputFile& operator=(const OutputFile&) = delete;
 
-  explicit operator bool() const { return mFile >= 0; }
-  int get() const { return mFile; }
+  explicit operator bool() const { return file >= 0; }
+  int get() const { return file; }
 
   bool write(const char* data, std::size_t length) const {
     while (length > 0) {
-      const ssize_t written = ::write(mFile, data, length);
+      const ssize_t written = ::write(file, data, length);
       if (written < 0 && errno == EINTR) continue;
       if (written <= 0) return false;
       data += written;
@@ -81,12 +85,12 @@ class OutputFile {
   }
 
   bool close() {
-    const int file = std::exchange(mFile, -1);
-    return file < 0 || ::close(file) == 0;
+    const int closing = std::exchange(file, -1);
+    return closing < 0 || ::close(closing) == 0;
   }
 
  private:
-  int mFile;
+  int file;
 };
 
 struct Entry {
@@ -96,18 +100,19 @@ struct Entry {
   bool isDirectory() const { return !name.empty() && name.back() == '/'; }
 };
 
-/// Where an archive is unpacked to, and the directories in it that were found to be inside: most
-/// hold many entries.
+/// Where an archive is unpacked to.
 struct Destination {
   std::string path;
   std::filesystem::path real;  // without links
-  std::unordered_set<std::string> known;
+  std::unordered_set<std::string>
+      known{};  // directories found to be inside: most hold many entries
+  Reserve reserve{};
+  bool writeFailed = false;
 };
 
 Destination makeDestination(const std::string& path) {
   std::error_code failed;
-  return {
-      path, std::filesystem::weakly_canonical(std::filesystem::absolute(path, failed), failed), {}};
+  return {path, std::filesystem::weakly_canonical(std::filesystem::absolute(path, failed), failed)};
 }
 
 int notCreated(const std::string& path, int error) {
@@ -116,7 +121,7 @@ int notCreated(const std::string& path, int error) {
   return kNotCreated;
 }
 
-/// True for a name that only leads downwards.
+/// True for a relative name without "..".
 bool staysBelow(std::string_view name) {
   if (!name.empty() && name.front() == '/') return false;
   while (true) {
@@ -127,8 +132,8 @@ bool staysBelow(std::string_view name) {
   }
 }
 
-/// True when `directory`, existing or not, is in the destination with every link on the way
-/// followed.
+/// True when `directory`, which need not exist, is inside the destination after every link on its
+/// way has been resolved.
 bool isInside(const Destination& destination, const std::string& directory) {
   std::error_code failed;
   const auto absolute = std::filesystem::absolute(directory, failed);
@@ -148,7 +153,7 @@ bool isOpenable(const std::string& directory) {
 std::string parentOf(std::string_view path) { return std::string(path.substr(0, path.rfind('/'))); }
 
 bool readEntry(unzFile archive, const Destination& destination, Entry& entry) {
-  // One byte more: a name that fills the buffer comes without its end.
+  // One byte more than the reader is told of: it doesn't terminate a name that fills the buffer.
   std::array<char, kNameBytes + 1> name{};
   if (unzGetCurrentFileInfo(archive, &entry.info, name.data(), kNameBytes, nullptr, 0, nullptr,
                             0) != UNZ_OK) {
@@ -166,7 +171,7 @@ int makeDirectory(Destination& destination, const Entry& entry) {
   if (!destination.known.contains(parent) && !isInside(destination, parent)) {
     return notCreated(entry.path, EPERM);
   }
-  // Mostly because it exists; whatever it is, the files in it will tell.
+  // Fails mostly because it exists; any other reason shows when its files are created.
   static_cast<void>(mkdir(path.c_str(), kUnpackedMode));
   return kDone;
 }
@@ -181,8 +186,8 @@ int makeDirectoryOfFile(Destination& destination, const Entry& entry) {
   return kDone;
 }
 
-/// First pass, one entry. Also the only place where names are judged: nothing of an entry is
-/// created before, and no file of any.
+/// First pass, one entry. The only place where names are checked: no file is created before all of
+/// them have passed.
 int prepareEntry(unzFile archive, Destination& destination) {
   Entry entry;
   if (!readEntry(archive, destination, entry)) return kNoFileInfo;
@@ -197,7 +202,7 @@ int prepareEntry(unzFile archive, Destination& destination) {
 int deleteExisting(const std::string& path) {
   struct stat found {};
   if (lstat(path.c_str(), &found) != 0) {
-    // These mean that nothing is there; creating the file will tell about the rest of them.
+    // Nothing is there; a path that can't be used at all shows when the file is created.
     if (errno == ENOENT || errno == ENOTDIR || errno == ENAMETOOLONG) return kDone;
     const int error = errno;
     LOGI("lstat file %s fail , errno = %d : %s\n", path.c_str(), error,
@@ -213,8 +218,19 @@ int damaged(int code) {
   return kDamaged;
 }
 
+int notWritten(Destination& destination) {
+  destination.writeFailed = true;
+  return damaged(UNZ_ERRNO);
+}
+
+bool write(Destination& destination, const OutputFile& file, const char* data, int length) {
+  const auto bytes = static_cast<std::size_t>(length);
+  return file.write(data, bytes) && destination.reserve.isKept(file.get(), bytes);
+}
+
 /// Copies the open entry's data, and all of it, to `file`.
-int copyData(unzFile archive, const Entry& entry, const OutputFile& file) {
+int copyData(unzFile archive, const Entry& entry, Destination& destination,
+             const OutputFile& file) {
   std::array<char, kCopyBytes> buffer;
   std::uint64_t total = 0;
   while (true) {
@@ -222,29 +238,33 @@ int copyData(unzFile archive, const Entry& entry, const OutputFile& file) {
         unzReadCurrentFile(archive, buffer.data(), static_cast<unsigned>(buffer.size()));
     if (got < 0) return damaged(got);
     if (got == 0) break;
-    if (!file.write(buffer.data(), static_cast<std::size_t>(got))) return damaged(UNZ_ERRNO);
+    if (!write(destination, file, buffer.data(), got)) return notWritten(destination);
     total += static_cast<std::uint64_t>(got);
   }
-  // The reader takes data that ends early for the end of the entry.
+  // The reader takes truncated data for the end of the entry.
   return static_cast<uLong>(total) == entry.info.uncompressed_size ? kDone
                                                                    : damaged(UNZ_BADZIPFILE);
 }
 
-/// A regular file of a Unix archiver has the top bit of its type in the sign bit.
+/// Archivers on Unix store the mode in the upper half: the sign bit is the top bit of a regular
+/// file's type.
 bool isUnixFile(const Entry& entry) {
   const auto attributes = static_cast<std::uint32_t>(entry.info.external_fa);
   return (attributes & 0x80000000U) != 0 && (attributes & 0x4000U) == 0;
 }
 
-int writeFileOf(unzFile archive, const Entry& entry) {
+int writeFileOf(unzFile archive, const Entry& entry, Destination& destination) {
   if (const int result = deleteExisting(entry.path); result != kDone) return result;
   OutputFile file(entry.path);
   if (!file) return notCreated(entry.path, errno);
-  if (const int result = copyData(archive, entry, file); result != kDone) return result;
+  if (!destination.reserve.isKept(file.get(), kFileCost)) return notWritten(destination);
+  if (const int result = copyData(archive, entry, destination, file); result != kDone) {
+    return result;
+  }
   if (isUnixFile(entry) && fchmod(file.get(), kUnpackedMode) != 0) {
     LOGW("%s have no excute rights and set rights of excute failed.\r\n", entry.path.c_str());
   }
-  return file.close() ? kDone : damaged(UNZ_ERRNO);
+  return file.close() ? kDone : notWritten(destination);
 }
 
 /// Second pass, one entry.
@@ -257,14 +277,14 @@ int extractEntry(unzFile archive, Destination& destination) {
     return kEntryNotOpened;
   }
   OpenEntry opened(archive);
-  if (const int result = writeFileOf(archive, entry); result != kDone) return result;
+  if (const int result = writeFileOf(archive, entry, destination); result != kDone) return result;
   // The checksum is compared here.
   const int closed = unzCloseCurrentFile(opened.release());
   return closed == UNZ_OK ? kDone : damaged(closed);
 }
 
-/// True when the reader looked for a next entry in vain because the directory is over: it stands
-/// before one of the records that follow.
+/// True when there was no next entry because the directory is over: in its place begins one of the
+/// records that follow a directory.
 bool isPastDirectory(ArchiveFile& file) {
   std::array<char, 4> mark{};
   const bool isRead = file.seek(static_cast<std::int64_t>(file.lastSeek()), SEEK_SET) &&
@@ -273,8 +293,8 @@ bool isPastDirectory(ArchiveFile& file) {
   return isRead && (text == "PK\x05\x06" || text == "PK\x06\x06");
 }
 
-/// Calls `visit` with every entry, from the one that the archive stands on. Where the archive
-/// doesn't know how many it has, the end of its directory counts.
+/// Calls `visit` for every entry, from the current one on. If the archive doesn't know how many it
+/// has, they end where its directory does.
 template <typename Visit>
 int forEachEntry(unzFile archive, ArchiveFile& file, uLong entries, Destination& destination,
                  const Visit& visit) {
@@ -289,11 +309,29 @@ int forEachEntry(unzFile archive, ArchiveFile& file, uLong entries, Destination&
   }
 }
 
+/// Both passes.
+int extractAll(unzFile archive, ArchiveFile& file, Destination& destination) {
+  unz_global_info global{};
+  if (unzGetGlobalInfo(archive, &global) != UNZ_OK) {
+    LOGI("could not read file global info\n");
+    return kNoGlobalInfo;
+  }
+  const uLong entries = global.number_entry;
+  const int prepared = forEachEntry(archive, file, entries, destination, prepareEntry);
+  if (prepared != kDone) return prepared;
+  if (unzGoToFirstFile(archive) != UNZ_OK) {
+    LOGI("unzGoToFirstFile error\n");
+    return kNoFirst;
+  }
+  return forEachEntry(archive, file, entries, destination, extractEntry);
+}
+
 }  // namespace
 
-int unzipTask(const std::string& archivePath, const std::string& destinationPath) {
+int unzipTask(const std::string& archivePath, const std::string& destinationPath,
+              bool* writeFailed) {
   LOGI("unzipTask src = %s des =%s\n", archivePath.c_str(), destinationPath.c_str());
-  // On the heap because of its windows; closed after the archive.
+  // On the heap because of its buffers. Must outlive the archive.
   const auto file = std::make_unique<ArchiveFile>(archivePath);
   zlib_filefunc64_def functions = file->functions();
   const ArchivePtr archive(unzOpen2_64(archivePath.c_str(), &functions));
@@ -301,20 +339,10 @@ int unzipTask(const std::string& archivePath, const std::string& destinationPath
     LOGI("%s unzOpen value NULL \n", archivePath.c_str());
     return kNoArchive;
   }
-  unz_global_info global{};
-  if (unzGetGlobalInfo(archive.get(), &global) != UNZ_OK) {
-    LOGI("could not read file global info\n");
-    return kNoGlobalInfo;
-  }
   Destination destination = makeDestination(destinationPath);
-  const uLong entries = global.number_entry;
-  const int prepared = forEachEntry(archive.get(), *file, entries, destination, prepareEntry);
-  if (prepared != kDone) return prepared;
-  if (unzGoToFirstFile(archive.get()) != UNZ_OK) {
-    LOGI("unzGoToFirstFile error\n");
-    return kNoFirst;
-  }
-  return forEachEntry(archive.get(), *file, entries, destination, extractEntry);
+  const int result = extractAll(archive.get(), *file, destination);
+  if (writeFailed != nullptr) *writeFailed = destination.writeFailed;
+  return result;
 }
 
 }  // namespace jobm

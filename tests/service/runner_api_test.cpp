@@ -1,4 +1,7 @@
+#include <unistd.h>
+
 #include <filesystem>
+#include <future>
 
 #include "lib/comm_path.h"
 #include "neighbourhood.h"
@@ -6,6 +9,7 @@
 #include "runner_api/runner.h"
 #include "scheduler_link/routing.h"
 #include "support/WebServer.h"
+#include "util/http_download_kiv.h"
 
 using namespace test;
 
@@ -101,6 +105,8 @@ TEST(Jobs, are_carried_out_by_their_code) {
       {"refused name", "../up", "{}", kUnreadable, 10220, false},
       {"no download", "ConfigManager", R"({"content":"m:","type":"kiv"})", kNotFetched, 10201,
        false},
+      {"a local file", "ConfigManager", R"({"content":"file:///etc/passwd","type":"kiv"})",
+       kNotFetched, 10201, false},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
@@ -111,15 +117,25 @@ TEST(Jobs, are_carried_out_by_their_code) {
   }
 }
 
-// The one test that waits for a transfer to be given up.
-TEST(Jobs, fail_a_minute_after_their_package_has_stopped_to_come) {
+// The one test that waits for transfers to be given up, all of them at the same time.
+TEST(Jobs, fail_when_their_package_brings_too_little_in_a_minute) {
+  ASSERT_EQ(curl_init(), 0);
   WebServer web;
+  const auto fetch = [&](const Page& page) {
+    return std::async(std::launch::async, [url = web.serve(page)] {
+      return http_download(url, "/tmp/var/" + std::to_string(gettid()));
+    });
+  };
+  auto trickling = fetch({.body = "bytes", .fault = Fault::trickle});
+  auto slow = fetch({.body = std::string(1400, 'x'), .fault = Fault::slow});
   const std::string url = web.serve({.body = "half and half", .fault = Fault::stall});
   const std::string content = R"({"content":")" + url + R"(","type":"kiv"})";
   const CapturedLog log;
   onLoop([&] { handleJob(9, 10201, 41, "ConfigManager", content); });
   EXPECT_EQ(reports(), kNotFetched);
   EXPECT_TRUE(log.has("curl_easy_perform ret = 28 cost = 6"));
+  EXPECT_EQ(trickling.get(), 28);
+  EXPECT_EQ(slow.get(), 0) << "takes longer, but brings enough";
 }
 
 TEST(Jobs, of_a_reply_are_reported_stored_deployed_and_cleared_away_in_order_up_to_a_faulty_one) {

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <httplib.h>
 
+#include <chrono>
 #include <cstddef>
 #include <future>
 #include <mutex>
@@ -18,6 +19,8 @@ enum class Fault {
   none,
   cutShort,  // the connection ends in the middle of the body
   stall,     // half the body comes, and nothing more until the server goes
+  trickle,   // a byte comes every 20 s
+  slow,      // 100 bytes come every 5 s
 };
 
 struct Page {
@@ -63,13 +66,26 @@ class WebServer {
     response.status = page.status;
     if (!page.location.empty()) response.set_header("Location", page.location);
     if (page.fault == Fault::none) return response.set_content(page.body, "text/plain");
+    if (page.fault == Fault::trickle) return give(page.body, 1, std::chrono::seconds(20), response);
+    if (page.fault == Fault::slow) return give(page.body, 100, std::chrono::seconds(5), response);
     const std::size_t half = page.body.size() / 2;
-    const auto give = [this, page, half](std::size_t offset, auto, httplib::DataSink& sink) {
+    const auto giveHalf = [this, page, half](std::size_t offset, auto, httplib::DataSink& sink) {
       if (offset < half) return sink.write(page.body.data() + offset, half - offset);
       if (page.fault == Fault::stall) ended.wait();
       return false;  // ends the connection
     };
-    response.set_content_provider(page.body.size(), "text/plain", give);
+    response.set_content_provider(page.body.size(), "text/plain", giveHalf);
+  }
+
+  // A little at a time, with a pause behind it.
+  void give(const std::string& body, std::size_t bytes, std::chrono::seconds pause,
+            httplib::Response& response) const {
+    const auto next = [=, this](std::size_t offset, auto, httplib::DataSink& sink) {
+      const std::string part = body.substr(offset, bytes);
+      return sink.write(part.data(), part.size()) &&
+             ended.wait_for(pause) == std::future_status::timeout;
+    };
+    response.set_content_provider(body.size(), "text/plain", next);
   }
 
   std::mutex lock;  // of the pages

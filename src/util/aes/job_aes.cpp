@@ -44,14 +44,15 @@ DecryptContextPtr makeContext(const unsigned char* key, const unsigned char* vec
   return context;
 }
 
-/// Decrypts whole blocks; the context's vector chains this call to the next one.
+/// Decrypts whole blocks; the next call continues where this one ended.
 bool decrypt(DecryptContext& context, const unsigned char* source, std::size_t length,
              unsigned char* destination) {
   return mbedtls_aes_crypt_cbc(&context.aes, MBEDTLS_AES_DECRYPT, length, context.vector.data(),
                                source, destination) == 0;
 }
 
-/// The 32 bytes of the key; what a short secret lacks is zero, in the vector as well.
+/// The 32 bytes of the key, of which the first 16 are the vector as well; zeros fill up a short
+/// secret.
 std::array<unsigned char, kKeyBytes> keyOf(const std::string& secret) {
   std::array<unsigned char, kKeyBytes> key{};
   std::copy_n(secret.begin(), std::min(secret.size(), key.size()), key.begin());
@@ -67,10 +68,10 @@ int aesJobDecrypt(std::string text, std::string& out) {
   std::string (*const reader)() = secretReader.load();
   const std::string secret = reader != nullptr ? reader() : std::string();
   if (secret.empty()) return -1;
-  // Not base64, so it decodes to nothing; the decoder would end the process.
+  // Not base64; the decoder would abort the process.
   if (text.size() % 4 != 0) return -1;
 
-  // A package may be large, so it is decoded and decrypted where it is; the last byte stays zero
+  // Decoded and decrypted in place, because a package may be large. The byte behind it stays zero
   // and ends the text.
   const std::size_t size = text.size();
   std::size_t decodedLength = 0;
@@ -81,7 +82,7 @@ int aesJobDecrypt(std::string text, std::string& out) {
   text.resize(std::max(decodedLength, kBlock) + 1);
   auto* const bytes = reinterpret_cast<unsigned char*>(text.data());
 
-  // What is more than whole blocks is no text, whichever byte the padding points at.
+  // Bytes behind the last whole block are no text, even where the padding says so.
   if (decodedLength > kBlock) {
     std::fill(bytes + decodedLength / kBlock * kBlock, bytes + decodedLength, 0);
   }
@@ -107,13 +108,13 @@ int vexa_aes_cbc_decrypt_256(const unsigned char* source, std::size_t length,
   const std::size_t last = (blocks - 1) * kBlock;
   if (last > 0 && !decrypt(*context, source, last, destination)) return 0;
 
-  // A source of less than a block counts as one that zeros fill up.
+  // Zeros fill up a source that is shorter than a block.
   std::array<unsigned char, kBlock> block{};
   std::copy_n(source + last, std::min(length, kBlock), block.begin());
   destination[last] = 0;
   if (!decrypt(*context, block.data(), kBlock, destination + last)) return 0;
 
-  // A wrong key gives any byte here, perhaps one larger than the text.
+  // With a wrong key the last byte is any, and may exceed the length.
   const int unpadded = static_cast<int>(length) - destination[last + kBlock - 1];
   if (unpadded >= 0) destination[unpadded] = 0;
   return unpadded;

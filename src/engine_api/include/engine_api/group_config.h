@@ -6,7 +6,8 @@
 namespace jobm {
 
 /// The content of the file "VERSION" in the parent of the working directory, without white space at
-/// its ends; "" when there is none. Any thread.
+/// its ends; "" when there is none or the working directory is gone or too long (299 bytes). Any
+/// thread.
 std::string getVersion();
 
 /// Writes the group configuration in `payload` (base64) for `executor`. Returns 1 when it was

@@ -10,7 +10,8 @@ namespace jobm {
 bool isBase64(std::string_view text);
 
 /// Decodes `input_len` characters (a multiple of 4, else the process aborts) into `output`, which
-/// holds at least three quarters of that, and sets *output_len. The two may be one. Returns output.
+/// holds at least three quarters of that, and sets *output_len. Both may be the same buffer.
+/// Returns output.
 unsigned char* base64_decode(const char* input, std::size_t input_len, unsigned char* output,
                              std::size_t* output_len);
 

@@ -9,13 +9,22 @@ namespace jobm {
 /// success.
 int curl_init();
 
-/// Fetches `url` into the file `path`. Returns 0 on success, the HTTP status when the transfer
-/// completed with another one than 200 (the body stays in the file), libcurl's code when it failed
-/// or the file could not be completed, -1 when the file can't be created. Blocks; a transfer that
-/// brings no byte for 60 s is given up.
+/// What a download returns, as libcurl does, when its file can't take more or the file system would
+/// not keep its reserve of free space (32 MiB, or 2 % of it if that is less).
+inline constexpr int kNoRoom = 23;
+
+/// Fetches `url`, http or https, into the file `path`. Returns 0 on success, the HTTP status when
+/// the transfer completed with another one than 200 (the body stays in the file), libcurl's code
+/// when it failed (kNoRoom leaves the file empty), -1 when the file can't be created. Blocks; given
+/// up with libcurl's code 28 when fewer than 1,000 bytes, of headers and body, come in 60 s.
+/// Connections, names and TLS sessions are kept for later downloads of the same thread.
 int http_download(const std::string& url, const std::string& path);
 
-/// Brings a package to the file `path`. With the storage word "kiv" `source` is its URL, with any
+/// Closes what the calling thread's downloads have kept. Wanted before curl_global_cleanup; a later
+/// download starts anew.
+void releaseConnections();
+
+/// Stores a package in the file `path`. With the storage word "kiv" `source` is its URL, with any
 /// other word it is the package itself. A package marked `encrypted` that is base64 text is
 /// decrypted. Returns 0, or the code of the step that failed. Blocks for the transfer.
 int downloadJob(const std::string& source, const std::string& storage, const std::string& path,
