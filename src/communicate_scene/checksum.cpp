@@ -1,10 +1,12 @@
 #include <gateway/log_macros.h>
 #include <openssl/evp.h>
+#include <openssl/provider.h>
 #include <strings.h>
 
 #include <array>
 #include <cstdio>
 #include <fstream>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -16,11 +18,34 @@ namespace {
 // Larger files pass unchecked, to bound memory.
 constexpr std::streamoff kMaxChecked = std::streamoff{20} * 1024 * 1024;
 
+struct FreeLibrary {
+  void operator()(OSSL_LIB_CTX* library) const { OSSL_LIB_CTX_free(library); }
+};
+struct UnloadProvider {
+  void operator()(OSSL_PROVIDER* provider) const { OSSL_PROVIDER_unload(provider); }
+};
+struct FreeDigest {
+  void operator()(EVP_MD* digest) const { EVP_MD_free(digest); }
+};
+
+// MD5 in a library context of our own, which no configuration file reaches: on a machine configured
+// for FIPS the default context has no MD5, and every file would count as damaged. Nothing secret
+// depends on this sum, which only tells a damaged file from a good one.
+struct Md5 {
+  std::unique_ptr<OSSL_LIB_CTX, FreeLibrary> library{OSSL_LIB_CTX_new()};
+  std::unique_ptr<OSSL_PROVIDER, UnloadProvider> provider{
+      OSSL_PROVIDER_load(library.get(), "default")};
+  std::unique_ptr<EVP_MD, FreeDigest> digest{
+      EVP_MD_fetch(library.get(), "MD5", "provider=default")};
+};
+
 // Empty when the digest can't be had.
 std::string md5Of(const std::vector<char>& bytes) {
+  static const Md5 md5;
   std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
   unsigned int length = 0;
-  if (EVP_Digest(bytes.data(), bytes.size(), digest.data(), &length, EVP_md5(), nullptr) != 1) {
+  if (!md5.digest || EVP_Digest(bytes.data(), bytes.size(), digest.data(), &length,
+                                md5.digest.get(), nullptr) != 1) {
     return {};
   }
   std::string text;

@@ -1,11 +1,12 @@
 #include "communicate_scene/download.h"
 
 #include <gateway/log_macros.h>
-#include <sys/stat.h>
 
 #include <cstdio>
 #include <exception>
+#include <filesystem>
 #include <stdexcept>
+#include <system_error>
 #include <utility>
 
 #include "deployment.h"
@@ -51,9 +52,11 @@ bool hasIdentity(const Json::Value& resource) {
          resource["snapshotId"].isString();
 }
 
-bool isDirectory(const std::string& path) {
-  struct stat info {};
-  return stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+// A resource that doesn't fit leaves the room to others. All there is of it lies in `directory`:
+// its configuration comes first and into a directory of its own, its content into the one above.
+void makeRoom(const std::string& directory) {
+  LOGE("no room for what is fetched into %s, which is removed\n", directory.c_str());
+  rmDir(directory);
 }
 
 // Fetches one of the resource's files. False when its item now says what went wrong.
@@ -95,8 +98,8 @@ bool fetchContent(const Json::Value& resource, const std::string& directory, Jso
   return true;
 }
 
-// A driver's configuration is also read as a function's, under that one's names.
-void completeDriver(const std::string& path) {
+// What reads functions reads drivers, too, but looks for a function's names of these members.
+void completeDriver(const std::string& path, const std::string& directory) {
   std::string text;
   Json::Value config;
   if (!readFile(path, text) || !json::parse(text, config) || !config.isObject()) return;
@@ -109,13 +112,15 @@ void completeDriver(const std::string& path) {
   config["functionId"] = read["driverId"];
   config["cvRuntime"] = read["runtime"];
   if (!writeFile(path, json::compact(config))) {
+    makeRoom(directory);
     throw std::runtime_error("driver configuration " + path + " can't be written");
   }
 }
 
 void moveFileList(const std::string& resourceDirectory, const std::string& configDirectory) {
   const std::string list = configDirectory + "/fileList";
-  if (!isDirectory(list)) return;
+  std::error_code failed;
+  if (!std::filesystem::is_directory(list, failed)) return;
   LOGI("prepare move %s ", list.c_str());
   LOGI("begin move %s ", list.c_str());
   jobm_move_dir(resourceDirectory, list);
@@ -132,7 +137,7 @@ void addResource(const Json::Value& resource, Json::Value& item) {
   }
   if (!fetchConfig(resource, configDirectory, item)) return;
   if (resource["resourceType"].asString() == "driver") {
-    completeDriver(json::textOf(std::as_const(item)["data"], "config"));
+    completeDriver(json::textOf(std::as_const(item)["data"], "config"), configDirectory);
   }
   moveFileList(directory, configDirectory);
   if (!fetchContent(resource, directory, item)) return;
@@ -167,25 +172,39 @@ void processResource(const Json::Value& resource, Json::Value& item) {
   addResource(resource, item);
 }
 
-void fetchFile(const std::string& address, const std::string& path, const std::string& md5,
-               Json::Value& result) {
-  const int fetched = downloadJob(address, "kiv", path, false);
+// Fetches into `directory` under `name`. -1, as for every path that can't be made, when the name
+// would lead elsewhere.
+int fetchInto(const std::string& directory, const std::string& name, const std::string& address) {
+  if (!isPathComponent(name)) {
+    LOGE("no name for a file: %s\n", name.c_str());
+    return -1;
+  }
+  const int fetched = downloadJob(address, "kiv", directory + "/" + name, false);
+  if (fetched == kNoRoom) makeRoom(directory);
+  return fetched;
+}
+
+void fetchFile(const std::string& address, const std::string& directory, const std::string& name,
+               const std::string& md5, Json::Value& result) {
+  const int fetched = fetchInto(directory, name, address);
   if (fetched != 0) {
     result["code"] = static_cast<int>(kDownloadFail);
     result["message"] = "ERROR_DOWNLOADFail_" + std::to_string(fetched);
     return;
   }
-  if (checkFileMd5sum(path, md5) == 0) {
+  if (checkFileMd5sum(directory + "/" + name, md5) == 0) {
     result["code"] = static_cast<int>(kChecksumFail);
     result["message"] = "ERROR_CheckMd5sumFail";
   }
 }
 
-// One attempt: a damaged archive stays damaged.
+// One attempt: what is wrong with an archive is still wrong at the second.
 void unpack(const std::string& archive, const std::string& directory) {
-  const int unpacked = unzipTask(archive, directory);
+  bool writeFailed = false;
+  const int unpacked = unzipTask(archive, directory, &writeFailed);
   const int removed = std::remove(archive.c_str());
   LOGI("unzip ret = %d filePath =%s remove ret = %d \n", unpacked, archive.c_str(), removed);
+  if (writeFailed) makeRoom(directory);
   if (unpacked != 0) {
     throw std::runtime_error("ERROR_DOWNLOADFail, unzip res =" + std::to_string(unpacked));
   }
@@ -198,14 +217,13 @@ Json::Value downloadResources(const Json::Value& resources) {
   LOGI("downloadResources begin, config size = %d", static_cast<int>(resources.size()));
   if (!resources.isArray()) return {};
   Json::Value items(Json::arrayValue);
-  try {
-    for (const Json::Value& resource : resources) {
-      processResource(resource, items.append(Json::Value(Json::objectValue)));
-    }
-  } catch (const std::exception& e) {
-    LOGE("downloadResources catched error: %s\n", e.what());
-    if (!items.empty()) {
-      fail(items[items.size() - 1], static_cast<int>(kChecksumFail), e.what());
+  for (const Json::Value& resource : resources) {
+    Json::Value& item = items.append(Json::Value(Json::objectValue));
+    try {
+      processResource(resource, item);
+    } catch (const std::exception& e) {
+      LOGE("downloadResources catched error: %s\n", e.what());
+      fail(item, static_cast<int>(kChecksumFail), e.what());
     }
   }
   return items;
@@ -218,14 +236,15 @@ void downloadResource(const std::string& prefix, const Json::Value& resource,
   if (!keys.areMembers(resource)) {
     throw std::runtime_error("Resource didn't contain Key: " + keys.joined());
   }
-  // The format becomes part of a path, so it may not lead elsewhere.
-  if (!keys.areTexts(resource) || !isPathComponent(resource[keys.format].asString())) {
+  if (!keys.areTexts(resource)) {
     throw std::runtime_error("Type of one of Keys is illegal: " + keys.joined());
   }
   const std::string format = resource[keys.format].asString();
-  const std::string path = directory + "/_downloaded." + format;
-  fetchFile(resource[keys.address].asString(), path, resource[keys.md5].asString(), result);
+  const std::string name = "_downloaded." + format;
+  fetchFile(resource[keys.address].asString(), directory, name, resource[keys.md5].asString(),
+            result);
   if (result.isMember("code")) return;
+  const std::string path = directory + "/" + name;
   if (format == "text") {
     result["file"] = path;
     const std::string finalName = directory + "/config.json";

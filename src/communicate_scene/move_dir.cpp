@@ -1,7 +1,7 @@
 #include <dirent.h>
 #include <gateway/log_macros.h>
 
-#include <array>
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <string>
@@ -12,24 +12,27 @@
 namespace jobm {
 namespace {
 
-using PathBuffer = std::array<char, 512>;
+constexpr std::size_t kMaxPath = 511;
 
 bool isDots(const std::string& name) { return name == "." || name == ".."; }
 
 std::string errorText(int number) { return std::generic_category().message(number); }
 
 void moveEntry(const std::string& destination, const std::string& source, const char* name) {
-  PathBuffer to{};
-  PathBuffer from{};
-  std::snprintf(to.data(), to.size(), "%s/%s", destination.c_str(), name);
-  std::snprintf(from.data(), from.size(), "%s/%s", source.c_str(), name);
-  if (std::remove(to.data()) != 0) {
-    const int number = errno;
-    LOGW("remove %s fail[%d], errstr => %s", to.data(), number, errorText(number).c_str());
+  const std::string to = destination + "/" + name;
+  const std::string from = source + "/" + name;
+  // Cut, they would be other paths.
+  if (std::max(to.size(), from.size()) > kMaxPath) {
+    LOGW("path too long, not moved: %s => %s", from.c_str(), to.c_str());
+    return;
   }
-  if (std::rename(from.data(), to.data()) != 0) {
+  if (std::remove(to.c_str()) != 0) {
     const int number = errno;
-    LOGW("rename %s => %s  fail[%d], errstr => %s", from.data(), to.data(), number,
+    LOGW("remove %s fail[%d], errstr => %s", to.c_str(), number, errorText(number).c_str());
+  }
+  if (std::rename(from.c_str(), to.c_str()) != 0) {
+    const int number = errno;
+    LOGW("rename %s => %s  fail[%d], errstr => %s", from.c_str(), to.c_str(), number,
          errorText(number).c_str());
   }
 }

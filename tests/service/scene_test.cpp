@@ -1,9 +1,12 @@
 
 #include "scene.h"
 
+#include <openssl/evp.h>
+
 #include <latch>
 #include <string>
 
+#include "communicate_scene/download.h"
 #include "executor_api/registry.h"
 
 using namespace test;
@@ -35,6 +38,33 @@ TEST_F(Scene, brings_single_and_unknown_files_to_where_the_old_ones_were) {
     EXPECT_EQ(text, content);
   }
   EXPECT_FALSE(fs::exists(kTree / "l/left over"));
+}
+
+TEST_F(Scene, checks_sums_where_openssl_is_told_to_offer_only_what_fips_permits) {
+  ASSERT_TRUE(writeFile("/tmp/var/summed", "the label"));
+  const std::string sum = gateway::md5Of("the label");
+  ASSERT_EQ(EVP_default_properties_enable_fips(nullptr, 1), 1);
+  EXPECT_EQ(gateway::md5Of("the label"), "") << "the fault isn't there";
+  EXPECT_EQ(checkFileMd5sum("/tmp/var/summed", sum), 1);
+  EXPECT_EQ(checkFileMd5sum("/tmp/var/summed", std::string(32, '0')), 0);
+  EVP_default_properties_enable_fips(nullptr, 0);
+}
+
+TEST(MoveDir, leaves_what_would_have_a_longer_path_than_it_takes) {
+  const CapturedLog log;
+  const std::string part(200, 'p');
+  const fs::path source = fs::path("/tmp/var") / part / part / "source";
+  const fs::path destination = fs::path("/tmp/var") / part / part / "longer destination";
+  const std::string shorter(80, 's');
+  const std::string longer(90, 'l');
+  fs::create_directories(destination);
+  fs::create_directories(source / longer / "inside");
+  fs::create_directories(source / shorter);
+  EXPECT_EQ(jobm_move_dir(destination, source), 0);
+  EXPECT_TRUE(fs::exists(source / longer / "inside"));
+  EXPECT_TRUE(fs::exists(destination / shorter));
+  EXPECT_EQ(std::distance(fs::directory_iterator(destination), {}), 1);
+  EXPECT_EQ(log.count("path too long, not moved: " + source.string()), 1U);
 }
 
 TEST_F(Scene, removes_what_is_deleted_and_reports_it_by_the_answers_of_executors_alone) {
