@@ -1,6 +1,5 @@
 #include "lib/comm_path.h"
 
-#include <dirent.h>
 #include <gateway/log_macros.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -11,26 +10,20 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
+#include <filesystem>
+#include <system_error>
 
 #include "lib/try_three_times.h"
 
 namespace jobm {
 namespace {
 
+namespace fs = std::filesystem;
+
 constexpr std::size_t kMaxPath = 512;
 constexpr mode_t kDirectoryMode = 0755;
 
-struct DirectoryCloser {
-  void operator()(DIR* directory) const { closedir(directory); }
-};
-using DirectoryPtr = std::unique_ptr<DIR, DirectoryCloser>;
-
 bool exists(const char* path) { return access(path, F_OK) == 0; }
-
-bool isDots(const char* name) {
-  return std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0;
-}
 
 std::string lowerCase(std::string_view word) {
   std::string lower(word);
@@ -41,26 +34,25 @@ std::string lowerCase(std::string_view word) {
 
 void logRemoveError(const std::string& path) { LOGE("Remove error path = %s\n", path.c_str()); }
 
-// Looks at the path itself, not at what a link leads to.
-bool isDirectory(const std::string& path) {
-  struct stat info {};
-  return lstat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
-}
-
+// A link is one, wherever it leads.
 bool isLink(const std::string& path) {
-  struct stat info {};
-  return lstat(path.c_str(), &info) == 0 && S_ISLNK(info.st_mode);
+  std::error_code failed;
+  return fs::is_symlink(fs::symlink_status(path, failed));
 }
 
-// Deletes one entry of a directory that is being removed. What can't be removed shows when the
-// directory itself can't.
-void removeEntry(const std::string& path) {
-  static_cast<void>(isDirectory(path) ? rmDir(path) : unlink(path.c_str()));
+// Deletes one entry of a directory that is being removed. If that fails, the directory can't be
+// removed either, which is reported.
+void removeEntry(const fs::directory_entry& entry) {
+  std::error_code failed;
+  const std::string& path = entry.path().native();
+  const bool isDirectory = fs::is_directory(entry.symlink_status(failed));
+  static_cast<void>(isDirectory ? rmDir(path) : unlink(path.c_str()));
 }
 
+// The last component only.
 bool makeLast(const char* path) { return mkdir(path, kDirectoryMode) == 0 || errno == EEXIST; }
 
-// `path` is changed meanwhile.
+// The last two, if only these are missing. `path` is cut meanwhile.
 bool makeLastTwo(char* path) {
   char* slash = std::strrchr(path, '/');
   if (errno != ENOENT || slash == nullptr || slash == path) return false;
@@ -109,7 +101,7 @@ int mkDir(const std::string& path) {
   const std::size_t length = std::min(path.size(), buffer.size() - 1);
   std::memcpy(buffer.data(), path.data(), length);
   LOGI("Dir str = %s len =%d \n", buffer.data(), static_cast<int>(length));
-  // Mostly only the last directories are missing, or none: no need to look at every parent.
+  // Most often one or two directories are missing, or none: no need to look at every parent.
   if (makeLast(buffer.data()) || makeLastTwo(buffer.data())) return 0;
   for (std::size_t i = 1; i < length; ++i) {
     if (buffer[i] != '/') continue;
@@ -120,7 +112,7 @@ int mkDir(const std::string& path) {
     }
     buffer[i] = '/';
   }
-  // Not examined: who needs the directory finds out when it is used.
+  // Its failure shows when somebody uses the directory.
   if (!exists(buffer.data())) static_cast<void>(mkdir(buffer.data(), kDirectoryMode));
   return 0;
 }
@@ -136,17 +128,15 @@ int rmDirRetrying(const std::string& path, const std::string& shown) {
 }
 
 int rmDir(const std::string& path) {
-  // A link in the place of a directory would empty whatever it points to.
+  // Opened like a directory, a link would have the contents of its target deleted.
   if (isLink(path)) return removed(unlink(path.c_str()), path);
-  DirectoryPtr directory(opendir(path.c_str()));
-  if (!directory) {
+  std::error_code failed;
+  fs::directory_iterator entries(path, failed);
+  if (failed) {
     LOGI("cannot open directory, destDir = %s\n", path.c_str());
     return -1;
   }
-  while (const dirent* entry = readdir(directory.get())) {
-    if (!isDots(entry->d_name)) removeEntry(path + "/" + entry->d_name);
-  }
-  directory.reset();
+  for (; entries != fs::directory_iterator(); entries.increment(failed)) removeEntry(*entries);
   return removed(rmdir(path.c_str()), path);
 }
 

@@ -14,8 +14,8 @@ struct FileCloser {
 };
 using FilePtr = std::unique_ptr<FILE, FileCloser>;
 
-// By how much, at least, a text grows for a file that is longer than it said.
-constexpr std::size_t kFirstRead = std::size_t{64} * 1024;
+// By how much, at least, the text grows when a file is longer than its size said.
+constexpr std::size_t kGrowth = std::size_t{64} * 1024;
 
 std::size_t sizeOf(FILE* file) {
   struct stat info {};
@@ -35,7 +35,7 @@ bool readFile(const std::string& path, std::string& text) {
   while (const std::size_t got =
              std::fread(text.data() + length, 1, text.size() - length, file.get())) {
     length += got;
-    if (length == text.size()) text.resize(length + std::max(length, kFirstRead));
+    if (length == text.size()) text.resize(length + std::max(length, kGrowth));
   }
   text.resize(length);
   if (std::ferror(file.get()) == 0) return true;
@@ -47,7 +47,7 @@ bool writeFile(const std::string& path, const std::string& text) {
   FilePtr file(std::fopen(path.c_str(), "wbe"));
   if (!file) return false;
   const bool written = std::fwrite(text.data(), 1, text.size(), file.get()) == text.size();
-  // A full disk may show no earlier than here.
+  // A full disk may show only when the file is closed.
   return std::fclose(file.release()) == 0 && written;
 }
 

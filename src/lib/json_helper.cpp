@@ -1,8 +1,8 @@
 #include "lib/json_helper.h"
 
-// The library's older reader and writers: comments are allowed, and the styled text has the three
-// spaces of indentation that its readers know, which the newer writer's has not. They are
-// deprecated, so the warning is silenced, here and nowhere else.
+// The library's older reader and writers, because they accept comments and indent by three spaces,
+// as neighbours and the cloud have always got their texts; the newer ones indent by tabs. They are
+// deprecated, a warning that is silenced here and nowhere else.
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
 
 #include <json/reader.h>

@@ -1,4 +1,4 @@
-/// The working tree of downloaded jobs: building its paths, making and clearing its directories.
+/// The working tree of downloaded jobs: how its paths are built, its directories made and removed.
 /// Every function may be called from any thread.
 #pragma once
 
@@ -14,21 +14,23 @@ inline constexpr const char* kDownloadRoot = "/tarnvale/run/downloaded-job";
 inline constexpr const char* kConfigManager = "ConfigManager";
 
 /// True when `name` may become one component of a path: no slash, no NUL, neither "." nor "..". The
-/// empty text passes (a path with a doubled slash is harmless); who needs a name checks for that.
+/// empty text passes, since a path with a doubled slash is harmless; callers that need a name check
+/// for it.
 bool isPathComponent(std::string_view name);
 
 /// The directory of `name` under the kind `word` (lower-cased): root/word/name. Creates nothing.
 /// Empty when word or name may not become a path component, or name is empty.
 std::string jobPath(std::string_view word, std::string_view name);
 
-/// The directory of everything of the kind `word` (lower-cased): root/word. Empty when refused.
+/// The directory of everything of the kind `word` (lower-cased): root/word. Empty when the word may
+/// not become a path component.
 std::string kindPath(std::string_view word);
 
 /// Creates jobPath(word, name) with all missing parents, in at most three attempts. Returns the
-/// path, or the empty text when it is refused or could not be created.
+/// path, or the empty text when jobPath has none or it could not be created.
 std::string generateDir(std::string_view word, std::string_view name);
 
-/// Creates `path`, made by this program, with all missing parents in at most three attempts.
+/// Creates `path`, which this program built, with all missing parents in at most three attempts.
 /// Returns the path, or the empty text when it could not be created.
 std::string generatePath(const std::string& path);
 
