@@ -8,8 +8,8 @@
 namespace jobm {
 
 /// Fetches, checks and unpacks every resource of the array. Returns one result item for each, in
-/// their order; null when `resources` is no array. A failure of whatever kind stays in its own item.
-/// Blocks for the transfers.
+/// their order; null when `resources` is no array. A failure of whatever kind stays in its own
+/// item. Blocks for the transfers.
 Json::Value downloadResources(const Json::Value& resources);
 
 /// Fetches one file of a resource, "config" or "content" by `prefix`, into `directory` and sets
