@@ -129,9 +129,10 @@ Handed MqttClient::publish(const std::string& topic, const std::string& payload,
   const int result =
       mosquitto_publish(client.get(), packet, topic.c_str(), static_cast<int>(payload.size()),
                         payload.data(), qos, false);
+  // Without a connection it keeps what must arrive for the next one.
+  if (result == MOSQ_ERR_NO_CONN && qos > 0) return Handed::kTaken;
   if (succeeded(result, "publish on", topic)) return Handed::kTaken;
-  const bool isTransient = result == MOSQ_ERR_NO_CONN || result == MOSQ_ERR_CONN_LOST ||
-                           result == MOSQ_ERR_NOMEM || result == MOSQ_ERR_ERRNO;
+  const bool isTransient = result == MOSQ_ERR_NO_CONN || result == MOSQ_ERR_NOMEM;
   return isTransient ? Handed::kLater : Handed::kNever;
 }
 

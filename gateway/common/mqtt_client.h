@@ -23,8 +23,8 @@ struct MqttHandlers {
   std::function<void(int packet)> published = {};
 };
 
-/// What the library does with a message: it has taken it, may take it when it is tried again on the
-/// next connection, or won't ever.
+/// What the library did with a message: it has taken it, may take it on the next connection, or
+/// never will.
 enum class Handed { kTaken, kLater, kNever };
 
 class MqttClient {
@@ -44,10 +44,10 @@ class MqttClient {
   /// Serves the connection for up to `milliseconds`. Returns false when it is lost.
   bool pump(int milliseconds);
 
-  /// Hand a packet to the library. Any thread while another one is in run(). What was published
-  /// with quality 1 or 2 but not acknowledged yet is sent again after a reconnect, in order, behind
-  /// what is published before MqttHandlers::connected has returned. Sets *packet, where given, to
-  /// the number it got.
+  /// Hand a packet to the library. Any thread while another one is in run(). A message of quality 1
+  /// or 2 that it has taken is sent, and sent again after a reconnect, until it is acknowledged: in
+  /// order, but behind what is published before MqttHandlers::connected has returned. Sets *packet,
+  /// where given, to the number it got.
   Handed publish(const std::string& topic, const std::string& payload, int qos,
                  int* packet = nullptr);
 

@@ -45,7 +45,7 @@ void BusWait::sleep(int milliseconds) const {
                           {wakeUp, POLLIN, 0}};
   poll(descriptors, 2, milliseconds);
   eventfd_t count = 0;
-  eventfd_read(wakeUp, &count);
+  if (descriptors[1].revents != 0) eventfd_read(wakeUp, &count);
 }
 
 }  // namespace gateway

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <chrono>
 #include <filesystem>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -114,7 +115,7 @@ class Bridge : public testing::Test {
     return expected.empty() || std::ranges::find(arrived, expected.back()) != arrived.end();
   }
 
-  const int port = 20000 + getpid() % 10000;
+  const int port = 20000 + static_cast<int>(std::random_device()() % 10000);
   const gateway::Connection bus = gateway::connectBus();
   int published = 0;
   std::vector<std::string> expected;
