@@ -15,8 +15,6 @@ namespace {
 
 constexpr const char* kMe = "gateway-scheduler";
 constexpr const char* kRunner = "task-dispatcher";
-constexpr const char* kSubmitTopic = "local/scheduler/submit";
-constexpr const char* kTriggerTopic = "local/scheduler/trigger";
 constexpr const char* kResultTopic = "local/scheduler/result/";
 constexpr const char* kFaultTopic = "local/scheduler/fault";
 constexpr const char* kLogTopic = "local/scheduler/log";
@@ -24,7 +22,6 @@ constexpr const char* kReportSuffix = "/edge/deploy/post";
 constexpr const char* kLogSuffix = "/edge/rule/post_log";
 constexpr const char* kTriggerSuffix = "/edge/rule/trigger";
 constexpr const char* kReplySuffix = "/scheduler/sysReply";
-constexpr int kQos = 1;
 constexpr int kAccepted = 200;
 constexpr int kJobList = 10200;
 constexpr int kRefused = 400;
@@ -37,54 +34,50 @@ std::int64_t millisecondsNow() {
 
 }  // namespace
 
-Scheduler::Scheduler(SchedulerSettings given)
+std::string topicPrefix(const SchedulerSettings& settings) {
+  return "/sys/" + settings.productKey + "/" + settings.deviceName;
+}
+
+Scheduler::Scheduler(SchedulerSettings given, Publish toBroker)
     : settings(std::move(given)),
-      prefix("/sys/" + settings.productKey + "/" + settings.deviceName),
+      prefix(topicPrefix(settings)),
       nextId(millisecondsNow()),
       recording(settings.recordFile, std::ios::app),
-      mqtt("gateway-scheduler", true,
-           {.connected = [this] { subscribeTopics(); },
-            .disconnected = [] { trace(kMe, "broker", "disconnected"); },
-            .message = [this](const std::string& topic,
-                              const std::string& payload) { onMessage(topic, payload); }}) {}
+      publish(std::move(toBroker)) {}
 
-void Scheduler::run(const std::string& host, int port) { mqtt.run(host, port); }
-
-void Scheduler::subscribeTopics() {
-  trace(kMe, "broker", "connected");
-  mqtt.subscribe(prefix + "/scheduler/publish/#", kQos);
-  mqtt.subscribe(prefix + kReportSuffix, kQos);
-  mqtt.subscribe(prefix + kLogSuffix, kQos);
-  mqtt.subscribe(kSubmitTopic, kQos);
-  mqtt.subscribe(kTriggerTopic, kQos);
+void Scheduler::onTrigger(const std::string& payload) {
+  trace(kMe, kRunner, "trigger " + payload);
+  send(kTriggerSuffix, payload);
 }
 
 void Scheduler::onMessage(const std::string& topic, const std::string& payload) {
-  if (topic == kTriggerTopic) {
-    trace(kMe, kRunner, "trigger " + payload);
-    send(kTriggerSuffix, payload);
-    return;
-  }
-  if (topic.starts_with(prefix)) record(topic.substr(prefix.size()), payload);
-  if (topic == prefix + kLogSuffix) {
+  const std::string suffix = topic.substr(prefix.size());
+  record(suffix, payload);
+  if (suffix == kLogSuffix) {
     trace(kRunner, kMe, "log " + payload);
-    mqtt.publish(kLogTopic, payload, kQos);
+    publish(kLogTopic, payload);
     return;
   }
   Json::Value message;
   if (!jobm::json::parse(payload, message)) return complain(topic + ": not JSON: " + payload);
   try {
-    if (topic == kSubmitTopic) return onSubmit(message);
-    const std::string suffix = topic.substr(prefix.size());
     suffix == kReportSuffix ? onReport(message) : onRequest(suffix, message);
   } catch (const Json::Exception& e) {
     complain(topic + ": " + e.what() + ": " + payload);
   }
 }
 
-// An order for a job: {"token", "ackCode", "ackContent", "executor", "request", and "jobId" when it
-// is about a job that was given before}.
-void Scheduler::onSubmit(const Json::Value& order) {
+void Scheduler::onSubmit(const std::string& payload) {
+  Json::Value order;
+  if (!jobm::json::parse(payload, order)) return complain("an order is not JSON: " + payload);
+  try {
+    queue(order);
+  } catch (const Json::Exception& e) {
+    complain(std::string("an order: ") + e.what() + ": " + payload);
+  }
+}
+
+void Scheduler::queue(const Json::Value& order) {
   const std::string token = jobm::json::textOf(order, "token");
   // A broker that was killed may deliver it twice.
   if (std::ranges::find(jobs, token, &Job::token) != jobs.end()) {
@@ -246,13 +239,13 @@ void Scheduler::tell(const Job& job, Json::Value event) {
   const std::string topic = kResultTopic + job.token;
   const std::string payload = jobm::json::compact(event);
   record(topic, payload);
-  mqtt.publish(topic, payload, kQos);
+  publish(topic, payload);
 }
 
 // Sends to the gateway; everything that it hears from here comes through this.
 void Scheduler::send(const std::string& suffix, const std::string& payload) {
   record(suffix, payload);
-  mqtt.publish(prefix + suffix, payload, kQos);
+  publish(prefix + suffix, payload);
 }
 
 // One line of JSON. The time is in milliseconds since 1970; a topic of the gateway's is without its
@@ -268,7 +261,7 @@ void Scheduler::record(const std::string& topic, const std::string& payload) {
 
 void Scheduler::complain(const std::string& what) {
   fault(kRunner, kMe, what);
-  mqtt.publish(kFaultTopic, what, kQos);
+  publish(kFaultTopic, what);
 }
 
 }  // namespace gateway

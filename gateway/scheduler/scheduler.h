@@ -1,17 +1,16 @@
-/// The cloud of the local gateway: one runner's scheduler. Everything runs on the thread that
-/// serves its MQTT connection.
+/// One runner's scheduler. Everything runs on the thread that serves the MQTT connection.
 #pragma once
 
 #include <json/value.h>
 
 #include <cstdint>
 #include <fstream>
+#include <functional>
 #include <list>
 #include <map>
 #include <set>
 #include <string>
 
-#include "common/mqtt_client.h"
 #include "reports.h"
 
 namespace gateway {
@@ -23,12 +22,25 @@ struct SchedulerSettings {
   std::string recordFile;  // where to append what passes, one line a message; empty for nowhere
 };
 
+/// What all topics of a runner begin with.
+std::string topicPrefix(const SchedulerSettings& settings);
+
 class Scheduler {
  public:
-  explicit Scheduler(SchedulerSettings settings);
+  using Publish = std::function<void(const std::string& topic, const std::string& payload)>;
 
-  /// Serves the broker at `host`:`port`; never returns.
-  [[noreturn]] void run(const std::string& host, int port);
+  /// `publish` sends a message to the broker.
+  Scheduler(SchedulerSettings settings, Publish publish);
+
+  /// Takes what came on one of the runner's topics, which begin with topicPrefix() of its settings.
+  void onMessage(const std::string& topic, const std::string& payload);
+
+  /// Takes an order for a job: {"token", "ackCode", "ackContent", "executor", "request", and
+  /// "jobId" when it is about a job that was given before}.
+  void onSubmit(const std::string& payload);
+
+  /// Triggers the runner's rule engine.
+  void onTrigger(const std::string& payload);
 
  private:
   // A job from its submission to its last word.
@@ -44,9 +56,7 @@ class Scheduler {
     bool heardOf = false;  // a status or a report came back
   };
 
-  void subscribeTopics();
-  void onMessage(const std::string& topic, const std::string& payload);
-  void onSubmit(const Json::Value& order);
+  void queue(const Json::Value& order);
   void onRequest(const std::string& suffix, const Json::Value& request);
   void onReport(const Json::Value& message);
   void answerHeartbeat(const Json::Value& request);
@@ -70,7 +80,7 @@ class Scheduler {
   std::set<std::size_t> reports;                  // hashes of those that came
   ReportJoiner joiner;
   std::ofstream recording;
-  MqttClient mqtt;
+  const Publish publish;
 };
 
 }  // namespace gateway
