@@ -13,12 +13,22 @@ namespace {
 using Row = void (*)(const bench::Options&);
 
 const std::vector<std::pair<std::string, Row>> kRows{
-    {"calls", bench::calls},           {"signals", bench::signals},
-    {"latency", bench::latency},       {"deployment", bench::deployment},
-    {"deletes", bench::deletes},       {"download", bench::download},
-    {"checksum", bench::checksum},     {"unzip", bench::unzip},
-    {"decryption", bench::decryption}, {"idle", bench::idle},
-    {"start", bench::start},           {"registrations", bench::registrations},
+    {"calls", bench::calls},
+    {"signals", bench::signals},
+    {"latency", bench::latency},
+    {"deployment", bench::deployment},
+    {"deletes", bench::deletes},
+    {"download", bench::download},
+    {"checksum", bench::checksum},
+    {"unzip", bench::unzip},
+    {"decryption", bench::decryption},
+    {"start", bench::start},
+    {"registrations", bench::registrations},
+    {"remote", bench::remote},
+    {"unconfigured", bench::unconfigured},
+    {"idle-3", bench::idle3},
+    {"idle-20", bench::idle20},
+    {"idle-100", bench::idle100},
 };
 
 Row rowOf(const std::string& name) {

@@ -4,14 +4,15 @@
 #include <cstring>
 #include <utility>
 
+#include "events.h"
+#include "polling.h"
+
 namespace bench {
-namespace {
 
-constexpr int kWaitMs = 10;
-constexpr std::uint64_t kDrainMs = 10;
-constexpr std::uint64_t kAgeMs = 2000;
-
-}  // namespace
+Shape shapeOf(const std::string& word) {
+  require(word == "polling" || word == "events", "no such shape");
+  return word == "polling" ? Shape::kPolling : Shape::kEvents;
+}
 
 BareServer::BareServer(const std::string& name, std::size_t answerBytes)
     : connection(connectBus()), bridge(name + ".bridge"), text(answerBytes, 'x') {
@@ -19,13 +20,10 @@ BareServer::BareServer(const std::string& name, std::size_t answerBytes)
   const std::string rule = "type='signal',interface='" + bridge + "'";
   dbus_bus_add_match(connection.get(), rule.c_str(), nullptr);
   dbus_connection_flush(connection.get());
-  uv_idle_init(uv_default_loop(), &idle);
-  idle.data = this;
-  uv_idle_start(&idle, [](uv_idle_t* handle) { static_cast<BareServer*>(handle->data)->turn(); });
 }
 
-void BareServer::turn() {
-  if (!dbus_connection_read_write(connection.get(), kWaitMs)) std::_Exit(0);
+void BareServer::turn(int milliseconds) {
+  if (!dbus_connection_read_write(connection.get(), milliseconds)) std::_Exit(0);
   while (DBusMessage* raw = dbus_connection_pop_message(connection.get())) {
     const Message message(raw);
     const int type = dbus_message_get_type(raw);
@@ -45,46 +43,32 @@ void BareServer::answer(DBusMessage* call) {
   dbus_connection_send(connection.get(), reply.get(), nullptr);
 }
 
-BareProxy::BareProxy() : blocking(connectBus()), async(connectBus()) {
-  uv_timer_init(uv_default_loop(), &ageTimer);
-  ageTimer.data = this;
-  uv_timer_start(
-      &ageTimer,
-      [](uv_timer_t* timer) {
-        const std::lock_guard guard(static_cast<BareProxy*>(timer->data)->pendingLock);
-      },
-      0, kAgeMs);
-  uv_timer_init(uv_default_loop(), &replyTimer);
-  replyTimer.data = this;
-  uv_timer_start(
-      &replyTimer, [](uv_timer_t* timer) { static_cast<BareProxy*>(timer->data)->drain(); }, 0,
-      kDrainMs);
-  worker = std::thread([this] { read(); });
-}
+BareProxy::BareProxy() : blocking(connectBus()), async(connectBus()) {}
 
-BareProxy::~BareProxy() {
-  stopping = true;
-  worker.join();
+void BareProxy::send(DBusMessage* signal) {
+  dbus_connection_send(async.get(), signal, nullptr);
+  sent();
 }
-
-void BareProxy::send(DBusMessage* signal) { dbus_connection_send(async.get(), signal, nullptr); }
 
 void BareProxy::send(DBusMessage* call, Callback callback) {
   const std::lock_guard guard(pendingLock);
   std::uint32_t serial = 0;
   dbus_connection_send(async.get(), call, &serial);
+  sent();
   pending.emplace(serial, std::move(callback));
+  filed();
 }
 
-void BareProxy::read() {
-  while (!stopping && dbus_connection_read_write(async.get(), kWaitMs)) {
-    while (DBusMessage* raw = dbus_connection_pop_message(async.get())) {
-      Message message(raw);
-      if (dbus_message_get_type(raw) != DBUS_MESSAGE_TYPE_METHOD_RETURN) continue;
-      const std::lock_guard guard(replyLock);
-      replies.push_back(std::move(message));
-    }
+bool BareProxy::queueReplies() {
+  bool wasEmpty = false;
+  while (DBusMessage* raw = dbus_connection_pop_message(async.get())) {
+    Message message(raw);
+    if (dbus_message_get_type(raw) != DBUS_MESSAGE_TYPE_METHOD_RETURN) continue;
+    const std::lock_guard guard(replyLock);
+    wasEmpty = wasEmpty || replies.empty();
+    replies.push_back(std::move(message));
   }
+  return wasEmpty;
 }
 
 void BareProxy::drain() {
@@ -103,6 +87,17 @@ void BareProxy::drain() {
     }
     callback(reply.get());
   }
+}
+
+std::unique_ptr<BareServer> makeServer(Shape shape, const std::string& name,
+                                       std::size_t answerBytes) {
+  if (shape == Shape::kPolling) return std::make_unique<PollingServer>(name, answerBytes);
+  return std::make_unique<EventServer>(name, answerBytes);
+}
+
+std::unique_ptr<BareProxy> makeProxy(Shape shape) {
+  if (shape == Shape::kPolling) return std::make_unique<PollingProxy>();
+  return std::make_unique<EventProxy>();
 }
 
 }  // namespace bench

@@ -1,5 +1,7 @@
-// bench-floor server NAME ANSWER_BYTES PROXIES: serves for ever.
-// bench-floor relay NAME ANSWER_BYTES BYTES: the same, and publishes a text of so many bytes for
+// bench-floor server SHAPE NAME ANSWER_BYTES PROXIES: serves for ever, waiting by the clock (SHAPE
+//   polling) or by events (events).
+// bench-floor relay SHAPE NAME ANSWER_BYTES BYTES: the same, and publishes a text of so many bytes
+// for
 //   every call (for a call of "burst" as many as its argument says), and sends a signal with one
 //   for every signal that it gets.
 // bench-floor deploy COUNT PORT: prints the seconds that COUNT resources took.
@@ -31,31 +33,37 @@ void relay(bench::BareProxy& proxy, DBusMessage* message, const std::string& tex
   }
 }
 
+int runServer(const std::vector<std::string>& words) {
+  const bench::Shape shape = bench::shapeOf(words[1]);
+  const auto server = bench::makeServer(shape, words[2], std::stoul(words[3]));
+  std::vector<std::unique_ptr<bench::BareProxy>> proxies(std::stoul(words[4]));
+  for (auto& proxy : proxies) proxy = bench::makeProxy(shape);
+  return uv_run(uv_default_loop(), UV_RUN_DEFAULT);
+}
+
+int runRelay(const std::vector<std::string>& words) {
+  const bench::Shape shape = bench::shapeOf(words[1]);
+  const auto server = bench::makeServer(shape, words[2], std::stoul(words[3]));
+  const auto proxy = bench::makeProxy(shape);
+  const std::string text(std::stoul(words[4]), 'x');
+  // A send that finds the polling worker reading waits no longer than it must.
+  if (shape == bench::Shape::kPolling) prctl(PR_SET_TIMERSLACK, 1UL, 0UL, 0UL, 0UL);
+  server->onMessage = [&](DBusMessage* message) { relay(*proxy, message, text); };
+  return uv_run(uv_default_loop(), UV_RUN_DEFAULT);
+}
+
 }  // namespace
 
 int main(int count, char** arguments) {
   const std::vector<std::string> words(arguments + 1, arguments + count);
-  if (words.size() == 4 && words[0] == "server") {
-    const bench::BareServer server(words[1], std::stoul(words[2]));
-    std::vector<std::unique_ptr<bench::BareProxy>> proxies(std::stoul(words[3]));
-    for (auto& proxy : proxies) proxy = std::make_unique<bench::BareProxy>();
-    return uv_run(uv_default_loop(), UV_RUN_DEFAULT);
-  }
-  if (words.size() == 4 && words[0] == "relay") {
-    bench::BareServer server(words[1], std::stoul(words[2]));
-    bench::BareProxy proxy;
-    const std::string text(std::stoul(words[3]), 'x');
-    // As the service's: a send that finds the worker reading waits no longer than it must.
-    prctl(PR_SET_TIMERSLACK, 1UL, 0UL, 0UL, 0UL);
-    server.onMessage = [&](DBusMessage* message) { relay(proxy, message, text); };
-    return uv_run(uv_default_loop(), UV_RUN_DEFAULT);
-  }
+  if (words.size() == 5 && words[0] == "server") return runServer(words);
+  if (words.size() == 5 && words[0] == "relay") return runRelay(words);
   if (words.size() == 3 && words[0] == "deploy") {
     std::printf("%.9f\n", bench::deployLoop(std::stoul(words[1]), std::stoi(words[2])));
     return EXIT_SUCCESS;
   }
   std::fprintf(stderr,
-               "usage: bench-floor server NAME ANSWER_BYTES PROXIES | "
-               "relay NAME ANSWER_BYTES BYTES | deploy COUNT PORT\n");
+               "usage: bench-floor server SHAPE NAME ANSWER_BYTES PROXIES | "
+               "relay SHAPE NAME ANSWER_BYTES BYTES | deploy COUNT PORT\n");
   return EXIT_FAILURE;
 }

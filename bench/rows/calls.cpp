@@ -1,4 +1,5 @@
 // Method calls: one caller and eight, each with its own connection, each waiting for its answer.
+#include <list>
 #include <string>
 #include <thread>
 #include <vector>
@@ -10,12 +11,10 @@
 namespace bench {
 namespace {
 
-constexpr const char* kRelay = "bench.floor.relay";
-
 struct Method {
   std::string name;
   std::vector<std::string> arguments;
-  std::string floor;  // who answers a text of the same size
+  bool isPassedOn;  // to the bridge
 };
 
 std::vector<double> callOneByOne(const std::string& service, const Method& method,
@@ -31,7 +30,7 @@ std::vector<double> callOneByOne(const std::string& service, const Method& metho
   return latencies;
 }
 
-void measure(const char* side, const std::string& service, const Method& method,
+void measure(const std::string& side, const std::string& service, const Method& method,
              std::size_t callers, std::size_t total) {
   std::vector<std::vector<double>> parts(callers);
   std::vector<std::thread> threads;
@@ -55,6 +54,25 @@ std::size_t answerSize(const Service& service, const Method& method) {
   return textsOf(reply.get()).at(0).size();
 }
 
+// Who answers a text of the same size and, if need be, passes one on that is as long as a report.
+class Floor {
+ public:
+  Floor(const char* shape, const Service& service, const Method& method, std::size_t reportSize)
+      : side(method.isPassedOn ? std::string(shape) + ", passing on" : shape),
+        name("bench.floor." + method.name + "." + shape),
+        child({beside("bench-floor"), method.isPassedOn ? "relay" : "server", shape, name,
+               std::to_string(answerSize(service, method)),
+               std::to_string(method.isPassedOn ? reportSize : 0)}) {
+    awaitName(service.bus(), name);
+  }
+
+  const std::string side;
+  const std::string name;
+
+ private:
+  const Child child;
+};
+
 }  // namespace
 
 void calls(const Options& options) {
@@ -62,28 +80,20 @@ void calls(const Options& options) {
   const Service service(gateway);
   const std::string status =
       R"({"jobId":4711,"jobStatus":3,"executor":"label","result":"deployed","foreignKey":"key"})";
-  const Method describing{"getSelfDescribing", {}, "bench.floor.describing"};
-  const Method sync{"syncJobStatus", {status}, "bench.floor.sync"};
-  const auto floorOf = [&](const Method& method) {
-    const std::string size = std::to_string(answerSize(service, method));
-    return Child({beside("bench-floor"), "server", method.floor, size, "0"});
-  };
-  const Child floors[] = {floorOf(describing), floorOf(sync)};
-  // Beside the floor of the call alone, one that passes as much on to the bridge.
-  await("no status report", [&] { return gateway.statusCount() > 0; });
-  const Child relay({beside("bench-floor"), "relay", kRelay,
-                     std::to_string(answerSize(service, sync)),
-                     std::to_string(gateway.published().statuses.at(0).size())});
-  for (const std::string& name : {describing.floor, sync.floor, std::string(kRelay)}) {
-    awaitName(service.bus(), name);
-  }
-  for (int run = 0; run < options.runs; ++run) {
-    for (const Method* method : {&describing, &sync}) {
-      for (const std::size_t callers : {1U, 8U}) {
+  const Method methods[] = {{"getSelfDescribing", {}, false}, {"syncJobStatus", {status}, true}};
+  answerSize(service, methods[1]);
+  gateway.await("no status report", [](const auto& seen) { return !seen.statuses.empty(); });
+  const std::size_t reportSize = gateway.published().statuses.at(0).size();
+  for (const Method& method : methods) {
+    std::list<Floor> floors;
+    for (const char* shape : kShapes) floors.emplace_back(shape, service, method, reportSize);
+    for (int run = 0; run < options.runs; ++run) {
+      for (const std::size_t callers : {1, 8}) {
         const std::size_t total = options.scaled(16000);
-        measure("service", kService, *method, callers, total);
-        measure("floor", method->floor, *method, callers, total);
-        if (method == &sync) measure("passing on", kRelay, *method, callers, total);
+        measure("service", kService, method, callers, total);
+        for (const Floor& floor : floors) {
+          measure(floor.side, floor.name, method, callers, total);
+        }
         gateway.forget();
       }
     }

@@ -4,24 +4,11 @@
 
 #include "lib/json_helper.h"
 #include "rows.h"
-#include "support/gateway.h"
+#include "support/deploy.h"
 #include "support/process.h"
 
 namespace bench {
 namespace {
-
-constexpr const char* kRelay = "bench.floor.relay";
-
-std::string ordersOf(std::size_t count) {
-  std::string orders = "[";
-  for (std::size_t i = 0; i < count; ++i) {
-    if (i > 0) orders += ',';
-    const std::string id = std::to_string(i + 1);
-    orders.append(R"({"id":)").append(id).append(R"(,"ackCode":10204,"jobId":)").append(id);
-    orders += R"(,"executor":"ConfigManager","ackContent":"{}"})";
-  }
-  return orders + "]";
-}
 
 std::size_t differentIds(const std::vector<std::string>& reports) {
   std::set<std::int64_t> ids;
@@ -45,16 +32,17 @@ double publishMany(Gateway& gateway, std::size_t count, const std::string& paylo
     dbus_connection_send(connection.get(), call.get(), nullptr);
   }
   dbus_connection_flush(connection.get());
-  await("not published", [&] { return gateway.otherCount() >= count; });
+  gateway.await("not published", [&](const auto& seen) { return seen.others >= count; });
   return gateway.published().lastMessage - begin;
 }
 
 // The same from a proxy of the service's shape, whose worker reads meanwhile.
-double publishManyByProxy(Gateway& gateway, DBusConnection* connection, std::size_t count) {
+double publishManyByProxy(Gateway& gateway, DBusConnection* connection, const std::string& relay,
+                          std::size_t count) {
   gateway.forget();
   const double begin = now();
-  callBlocking(connection, makeCall(kRelay, "burst", {std::to_string(count)}).get());
-  await("not published", [&] { return gateway.otherCount() >= count; });
+  callBlocking(connection, makeCall(relay, "burst", {std::to_string(count)}).get());
+  gateway.await("not published", [&](const auto& seen) { return seen.others >= count; });
   return gateway.published().lastMessage - begin;
 }
 
@@ -64,22 +52,27 @@ void deletes(const Options& options) {
   Gateway gateway;
   const Service service(gateway);
   const std::size_t count = options.scaled(1000);
-  const std::string orders = ordersOf(count);
+  const std::string orders = deleteOrders(count);
   for (int run = 0; run < options.runs; ++run) {
     const std::string reply = heartbeatReply(gateway.takeHeartbeat(), orders);
     gateway.forget();
     const double begin = now();
     service.send(replyTopic(), reply);
-    await("status reports are missing", [&] { return gateway.statusCount() >= count; });
+    gateway.await("status reports are missing",
+                  [&](const auto& seen) { return seen.statuses.size() >= count; });
     const auto published = gateway.published();
     sample("deletes", "s", "service", published.lastMessage - begin);
     sample("deletes", "different ids", "service",
            static_cast<double>(differentIds(published.statuses)));
     sample("deletes", "s", "floor", publishMany(gateway, count, published.statuses[0]));
     const std::string bytes = std::to_string(published.statuses[0].size());
-    const Child relay({beside("bench-floor"), "relay", kRelay, "0", bytes});
-    awaitName(service.bus(), kRelay);
-    sample("deletes", "s", "passing on", publishManyByProxy(gateway, service.bus(), count));
+    for (const char* shape : kShapes) {
+      const std::string name = std::string("bench.floor.") + shape;
+      const Child relay({beside("bench-floor"), "relay", shape, name, "0", bytes});
+      awaitName(service.bus(), name);
+      sample("deletes", "s", std::string(shape) + ", passing on",
+             publishManyByProxy(gateway, service.bus(), name, count));
+    }
   }
 }
 

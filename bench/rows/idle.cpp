@@ -1,10 +1,10 @@
-// What waiting costs, with the built-in executors alone and with more. The floor is a bare server
-// with as many bare proxies.
-#include <signal.h>
-
+// What waiting costs, with the built-in executors alone and with more. The floors are bare servers
+// with as many bare proxies. All are measured in the same window: they don't disturb each other.
 #include <chrono>
+#include <list>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include "rows.h"
 #include "support/gateway.h"
@@ -13,55 +13,65 @@
 namespace bench {
 namespace {
 
-constexpr const char* kFloor = "bench.floor.idle";
+constexpr std::size_t kBuiltIn = 3;
 constexpr std::size_t kOwnProxies = 5;  // those that the service has for itself
 
-// The proxies show in the number of threads: each has one, the main and the server's aside.
-void measure(const char* side, std::size_t executors, const Child& child, double seconds) {
-  const Usage before = usageOf(child.id());
-  const double begin = now();
-  std::this_thread::sleep_for(std::chrono::duration<double>(seconds));  // the window itself
-  const Usage after = usageOf(child.id());
-  const double elapsed = now() - begin;
+using Sides = std::list<std::pair<std::string, pid_t>>;
+
+void report(const std::string& side, std::size_t executors, const Usage& before, const Usage& after,
+            double seconds) {
   const std::string prefix = std::to_string(executors) + " executors: ";
-  sample("idle", prefix + "CPU %", side, (after.cpu - before.cpu) / elapsed * 100);
-  sample("idle", prefix + "switches/s", side, (after.switches - before.switches) / elapsed);
+  sample("idle", prefix + "CPU %", side, (after.cpu - before.cpu) / seconds * 100);
+  sample("idle", prefix + "switches/s", side, (after.switches - before.switches) / seconds);
   sample("idle", prefix + "resident MiB", side, after.resident / 1024);
   sample("idle", prefix + "anonymous MiB", side, after.anonymous / 1024);
 }
 
-void measureFloor(DBusConnection* connection, std::size_t executors, double seconds) {
-  const Child floor(
-      {beside("bench-floor"), "server", kFloor, "0", std::to_string(kOwnProxies + executors)});
-  awaitName(connection, kFloor);
-  await("no proxies", [&] {
-    return usageOf(floor.id()).threads >= static_cast<double>(kOwnProxies + executors);
-  });
-  measure("floor", executors, floor, seconds);
+void measure(const Sides& sides, std::size_t executors, double seconds) {
+  std::list<Usage> before;
+  const double begin = now();
+  for (const auto& side : sides) before.push_back(usageOf(side.second));
+  std::this_thread::sleep_for(std::chrono::duration<double>(seconds));  // the window itself
+  const double elapsed = now() - begin;
+  auto earlier = before.begin();
+  for (const auto& [side, process] : sides) {
+    report(side, executors, *earlier++, usageOf(process), elapsed);
+  }
+}
+
+// The proxies show in the number of threads: each has one.
+void awaitProxies(const Child& floor, std::size_t proxies) {
+  await("no proxies", [&] { return usageOf(floor.id()).threads >= static_cast<double>(proxies); });
+}
+
+void idle(std::size_t executors, const Options& options) {
+  Gateway gateway;
+  Service service(gateway, "/dev/null", Service::kBuiltInsOnly);
+  gateway.answerHeartbeats();
+  for (std::size_t i = kBuiltIn; i < executors; ++i) {
+    const std::string name = "idle" + std::to_string(i);
+    service.call("registerExecutor", registration(name, {name}));
+  }
+  Sides sides{{"service", service.child().id()}};
+  std::list<Child> floors;
+  for (const std::string shape : kShapes) {
+    const std::string name = "bench.floor." + shape;
+    floors.emplace_back(std::vector<std::string>{beside("bench-floor"), "server", shape, name, "0",
+                                                 std::to_string(kOwnProxies + executors)});
+    awaitName(service.bus(), name);
+    awaitProxies(floors.back(), kOwnProxies + executors);
+    sides.emplace_back(shape, floors.back().id());
+  }
+  service.awaitHandled();
+  for (int run = 0; run < options.runs; ++run) {
+    measure(sides, executors, options.isShort ? 1 : 60);
+  }
 }
 
 }  // namespace
 
-void idle(const Options& options) {
-  constexpr std::size_t kBuiltIn = 3;
-  const double seconds = options.isShort ? 1 : 30;
-  Gateway gateway;
-  Service service(gateway, "/dev/null", Service::kBuiltInsOnly);
-  std::size_t executors = kBuiltIn;
-  for (const std::size_t wanted : {kBuiltIn, std::size_t{20}, std::size_t{100}}) {
-    for (; executors < wanted; ++executors) {
-      const std::string name = "idle" + std::to_string(executors);
-      service.call("registerExecutor", registration(name, {name}));
-    }
-    for (int run = 0; run < options.runs; ++run) {
-      measure("service", wanted, service.child(), seconds);
-      // The two don't disturb each other.
-      service.child().signal(SIGSTOP);
-      measureFloor(service.bus(), wanted, seconds);
-      service.child().signal(SIGCONT);
-      service.awaitHandled();
-    }
-  }
-}
+void idle3(const Options& options) { idle(kBuiltIn, options); }
+void idle20(const Options& options) { idle(20, options); }
+void idle100(const Options& options) { idle(100, options); }
 
 }  // namespace bench

@@ -11,8 +11,9 @@ namespace {
 
 constexpr const char* kEcho = "bench.echo";
 
-void measure(const char* side, std::size_t calls) {
-  Child program({beside("bench-latency"), side, std::to_string(calls)}, "/dev/null", true);
+void measure(const char* side, std::size_t calls, std::size_t executors) {
+  Child program({beside("bench-latency"), side, std::to_string(calls), std::to_string(executors)},
+                "/dev/null", true);
   double median = 0;
   double p99 = 0;
   // Lines of the bus layer may come before.
@@ -20,18 +21,23 @@ void measure(const char* side, std::size_t calls) {
   const std::size_t last = output.rfind('\n', output.size() - 2);
   const char* line = output.c_str() + (last == std::string::npos ? 0 : last + 1);
   require(std::sscanf(line, "%lf %lf", &median, &p99) == 2, "no figures");
-  sample("latency", "median ms", side, median * 1e3);
-  sample("latency", "p99 ms", side, p99 * 1e3);
+  const std::string prefix = std::to_string(executors) + " executors: ";
+  sample("latency", prefix + "median ms", side, median * 1e3);
+  sample("latency", prefix + "p99 ms", side, p99 * 1e3);
 }
 
 }  // namespace
 
 void latency(const Options& options) {
-  Child echo({beside("bench-floor"), "server", kEcho, "64", "0"});
+  // By events: what it adds is the same for all.
+  Child echo({beside("bench-floor"), "server", "events", kEcho, "64", "0"});
   const Connection connection = connectBus();
   awaitName(connection.get(), kEcho);
   for (int run = 0; run < options.runs; ++run) {
-    for (const char* side : {"service", "floor"}) measure(side, options.scaled(500));
+    for (const std::size_t executors : {3, 20, 100}) {
+      measure("service", options.scaled(500), executors);
+      for (const char* shape : kShapes) measure(shape, options.scaled(500), executors);
+    }
   }
 }
 

@@ -1,10 +1,14 @@
 /// The rows of the table. Each prints the figures of its runs; in every run the service and its
-/// floor take turns.
+/// floors take turns.
 #pragma once
 
 #include <cstddef>
 
 namespace bench {
+
+/// What floors wait by, as bench-floor and bench-latency call it; their sides in the samples begin
+/// with it.
+inline constexpr const char* kShapes[] = {"polling", "events"};
 
 struct Options {
   int runs = 5;
@@ -24,7 +28,11 @@ void download(const Options& options);
 void checksum(const Options& options);
 void unzip(const Options& options);
 void decryption(const Options& options);
-void idle(const Options& options);
+void idle3(const Options& options);
+void idle20(const Options& options);
+void idle100(const Options& options);
+void unconfigured(const Options& options);
+void remote(const Options& options);
 void start(const Options& options);
 void registrations(const Options& options);
 

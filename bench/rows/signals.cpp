@@ -2,8 +2,11 @@
 #include <atomic>
 #include <filesystem>
 #include <fstream>
+#include <list>
+#include <memory>
 #include <string>
-#include <thread>
+#include <utility>
+#include <vector>
 
 #include "rows.h"
 #include "support/gateway.h"
@@ -12,44 +15,28 @@
 namespace bench {
 namespace {
 
-constexpr const char* kFloor = "bench.floor.signals";
-constexpr const char* kRelay = "bench.floor.relay";
 constexpr const char* kLog = "/tarnvale/service.log";
 
 // The rule engine's side of a trigger: counts what the service passes on.
 class Engine {
  public:
-  Engine() : connection(connectBus()) {
+  Engine() {
+    Connection connection = connectBus();
     for (const char* rule : {"type='signal',member='IFTTTEngine_Event_Invoke'",
                              "type='signal',interface='bench.relay'"}) {
       dbus_bus_add_match(connection.get(), rule, nullptr);
     }
     dbus_connection_flush(connection.get());
-    thread = std::thread([this] { run(); });
+    reader = std::make_unique<Reader>(std::move(connection), [this](DBusMessage* message) {
+      if (dbus_message_is_signal(message, kService, "IFTTTEngine_Event_Invoke")) ++received;
+    });
   }
-  ~Engine() {
-    stopping = true;
-    thread.join();
-  }
-  Engine(const Engine&) = delete;
-  Engine& operator=(const Engine&) = delete;
 
   std::size_t count() const { return received; }
 
  private:
-  void run() {
-    while (!stopping && dbus_connection_read_write(connection.get(), 100)) {
-      while (DBusMessage* raw = dbus_connection_pop_message(connection.get())) {
-        const Message message(raw);
-        if (dbus_message_is_signal(raw, kService, "IFTTTEngine_Event_Invoke")) ++received;
-      }
-    }
-  }
-
-  Connection connection;
   std::atomic<std::size_t> received = 0;
-  std::atomic<bool> stopping = false;
-  std::thread thread;
+  std::unique_ptr<Reader> reader;
 };
 
 struct Kind {
@@ -61,7 +48,7 @@ struct Kind {
 // Signals a second, until everything was handled: the daemon keeps the order, so a call that was
 // sent behind them is answered behind them.
 double rate(DBusConnection* connection, const char* from, const Kind& kind, std::size_t count,
-            const char* to, const char* member) {
+            const std::string& to, const char* member) {
   const Message signal = makeSignal(from, "subscribe_event", {kind.topic, kind.payload});
   const double begin = now();
   for (std::size_t i = 0; i < count; ++i) {
@@ -72,15 +59,15 @@ double rate(DBusConnection* connection, const char* from, const Kind& kind, std:
   return static_cast<double>(count) / (now() - begin);
 }
 
-std::size_t countOf(DBusConnection* connection, const char* floor) {
+std::size_t countOf(DBusConnection* connection, const std::string& floor) {
   const Message counted = callBlocking(connection, makeCall(floor, "count", {}).get());
   return std::stoul(textsOf(counted.get()).at(0));
 }
 
 void measureFloor(DBusConnection* connection, const Kind& kind, std::size_t count,
-                  const char* floor, const char* side) {
+                  const std::string& floor, const std::string& side) {
   const std::size_t before = countOf(connection, floor);
-  const std::string bridge = std::string(floor) + ".bridge";
+  const std::string bridge = floor + ".bridge";
   const double result = rate(connection, bridge.c_str(), kind, count, floor, "count");
   sample("signals", std::string(kind.name) + ": signals/s", side, result);
   require(countOf(connection, floor) - before == count, "the floor lost signals");
@@ -115,14 +102,26 @@ void measureService(Service& service, const Kind& kind, std::size_t count, const
          usageOf(service.child().id()).resident - before);
 }
 
+std::string nameOf(const std::string& what, const std::string& shape) {
+  return "bench.floor." + what + "." + shape;
+}
+
+std::vector<std::string> floorCommand(const std::string& what, const std::string& shape,
+                                      const std::string& number) {
+  return {beside("bench-floor"), what, shape, nameOf(what, shape), "0", number};
+}
+
 }  // namespace
 
 void signals(const Options& options) {
   Gateway gateway;
   const Engine engine;
-  const Child floor({beside("bench-floor"), "server", kFloor, "0", "0"});
-  // Passes on as much as the service does for a trigger.
-  const Child relay({beside("bench-floor"), "relay", kRelay, "0", "1100"});
+  std::list<Child> floors;
+  for (const char* shape : kShapes) {
+    floors.emplace_back(floorCommand("server", shape, "0"));
+    // Passes on as much as the service does for a trigger.
+    floors.emplace_back(floorCommand("relay", shape, "1100"));
+  }
   const std::string padding(960, 'x');
   const Kind kinds[] = {
       {"unknown ids", replyTopic(),
@@ -132,11 +131,17 @@ void signals(const Options& options) {
   for (int run = 0; run < options.runs; ++run) {
     // A new one for each run: its log leaves out what one place writes beyond 200,000 records.
     Service service(gateway, kLog);
-    for (const char* name : {kFloor, kRelay}) awaitName(service.bus(), name);
+    for (const char* shape : kShapes) {
+      awaitName(service.bus(), nameOf("server", shape));
+      awaitName(service.bus(), nameOf("relay", shape));
+    }
     for (const Kind& kind : kinds) {
       measureService(service, kind, count, engine);
-      measureFloor(service.bus(), kind, count, kFloor, "floor");
-      if (&kind == &kinds[1]) measureFloor(service.bus(), kind, count, kRelay, "passing on");
+      for (const std::string shape : kShapes) {
+        measureFloor(service.bus(), kind, count, nameOf("server", shape), shape);
+        if (&kind == &kinds[0]) continue;
+        measureFloor(service.bus(), kind, count, nameOf("relay", shape), shape + ", passing on");
+      }
     }
   }
 }

@@ -11,6 +11,8 @@
 namespace bench {
 namespace {
 
+constexpr const char* kFloor = "bench.floor.start";
+
 // When the bus says that `name` has an owner.
 double ownedAt(DBusConnection* connection, const std::string& name) {
   while (dbus_connection_read_write(connection, 1000)) {
@@ -46,8 +48,10 @@ void start(const Options& options) {
     // Short enough for several in every run.
     for (int i = 0; i < 4; ++i) {
       measure("service", connection.get(), kService, {beside("task-dispatcher")});
-      measure("floor", connection.get(), "bench.floor.start",
-              {beside("bench-floor"), "server", "bench.floor.start", "0", "5"});
+      for (const char* shape : kShapes) {
+        measure(shape, connection.get(), kFloor,
+                {beside("bench-floor"), "server", shape, kFloor, "0", "5"});
+      }
     }
   }
 }

@@ -2,7 +2,9 @@
 
 #include <gateway/config.h>
 
+#include <chrono>
 #include <cstring>
+#include <utility>
 
 #include "lib/json_helper.h"
 
@@ -13,20 +15,28 @@ constexpr int kConfigMs = 10000;
 constexpr const char* kTopicRoot = "/sys/bench/gateway";
 constexpr const char* kSuccess = R"({"code":0,"message":"","data":null})";
 
-bool endsWith(const std::string& text, const char* end) { return text.ends_with(end); }
-
 std::int64_t idOf(const std::string& payload) {
   Json::Value request;
   require(jobm::json::parse(payload, request), "a request is no JSON");
   return request["id"].asInt64();
 }
 
+std::size_t countOf(const std::string& text, const std::string& word) {
+  std::size_t count = 0;
+  for (std::size_t at = text.find(word); at != std::string::npos; at = text.find(word, at + 1)) {
+    ++count;
+  }
+  return count;
+}
+
+// The command that starts the service on a new store.
 std::vector<std::string> makeStore(std::vector<std::string> command) {
   require(set_config(nullptr, "gw_system_productkey", "bench", kConfigMs) == 0, "no store");
   set_config(nullptr, "gw_system_devicename", "gateway", kConfigMs);
   set_config(nullptr, "gw_jobm_executors", "{}", kConfigMs);
   set_config(nullptr, "gw_jobm_parsers", "{}", kConfigMs);
   for (const std::string& type : kTypes) set_config(nullptr, type.c_str(), "[]", kConfigMs);
+  command.push_back(beside("task-dispatcher"));
   return command;
 }
 
@@ -51,9 +61,13 @@ std::string registration(const std::string& name, const std::vector<std::string>
   return jobm::json::compact(payload);
 }
 
+std::string replyTo(std::int64_t id, int code, const std::string& data) {
+  return R"({"id":)" + std::to_string(id) + R"(,"reply":true,"attrs":[{"code":)" +
+         std::to_string(code) + R"(,"data":)" + data + R"(,"message":""}]})";
+}
+
 std::string heartbeatReply(std::int64_t id, const std::string& jobs) {
-  return R"({"id":)" + std::to_string(id) + R"(,"reply":true,"attrs":[{"code":10200,"data":)" +
-         jobs + R"(,"message":""}]})";
+  return replyTo(id, 10200, jobs);
 }
 
 std::string replyTopic() { return std::string(kTopicRoot) + "/scheduler/sysReply"; }
@@ -63,72 +77,74 @@ void awaitName(DBusConnection* connection, const std::string& name) {
         [&] { return dbus_bus_name_has_owner(connection, name.c_str(), nullptr) != FALSE; });
 }
 
-Gateway::Gateway() : connection(connectBus()) {
+Gateway::Gateway() {
+  Connection connection = connectBus();
   requestName(connection.get(), kBridge);
   requestName(connection.get(), std::string("bench.") + kParser);
   for (const std::string& type : kTypes) requestName(connection.get(), "bench." + type);
-  thread = std::thread([this] { run(); });
-}
-
-Gateway::~Gateway() {
-  stopping = true;
-  thread.join();
-}
-
-void Gateway::run() {
-  while (!stopping && dbus_connection_read_write(connection.get(), 100)) {
-    while (DBusMessage* raw = dbus_connection_pop_message(connection.get())) {
-      const Message message(raw);
-      if (dbus_message_get_type(raw) == DBUS_MESSAGE_TYPE_METHOD_CALL) handle(raw);
-    }
-  }
+  bus = connection.get();
+  reader = std::make_unique<Reader>(std::move(connection), [this](DBusMessage* message) {
+    if (dbus_message_get_type(message) == DBUS_MESSAGE_TYPE_METHOD_CALL) handle(message);
+  });
 }
 
 void Gateway::handle(DBusMessage* message) {
   const Message reply = makeReply(message, kSuccess);
-  dbus_connection_send(connection.get(), reply.get(), nullptr);
+  dbus_connection_send(bus, reply.get(), nullptr);
   if (std::strcmp(dbus_message_get_member(message), "publish") == 0) publish(message);
 }
 
 void Gateway::publish(DBusMessage* message) {
   std::vector<std::string> texts = textsOf(message);
   const std::string& topic = texts.at(0);
+  const std::string& payload = texts.at(1);
   const double time = now();
   const std::lock_guard guard(lock);
   seen.lastMessage = time;
-  if (endsWith(topic, "/registerRunner")) {
-    grant(texts.at(1));
-  } else if (endsWith(topic, "/heartbeat")) {
-    heartbeats.push_back(idOf(texts.at(1)));
-  } else if (endsWith(topic, "/syncStatusPassive") || endsWith(topic, "/syncStatusActive")) {
+  if (topic.ends_with("/registerRunner")) {
+    answer(replyTo(idOf(payload), 200, "77"));
+  } else if (topic.ends_with("/heartbeat")) {
+    beat(idOf(payload));
+  } else if (topic.ends_with("/syncStatusPassive") || topic.ends_with("/syncStatusActive")) {
     seen.statuses.push_back(std::move(texts.at(1)));
-  } else if (endsWith(topic, "/edge/deploy/post")) {
+  } else if (topic.ends_with("/edge/deploy/post")) {
+    seen.successes += countOf(payload, "\"success\" : true");
+    if (payload.find("\"isLastReply\" : true") != std::string::npos) seen.lastReport = time;
     seen.report = std::move(texts.at(1));
-    if (seen.report.find("\"isLastReply\" : true") != std::string::npos) seen.lastReport = time;
   } else {
     ++seen.others;
   }
+  if (wanted != nullptr && (*wanted)()) fulfilled.notify_one();
 }
 
-void Gateway::grant(const std::string& payload) {
-  const std::string reply = R"({"id":)" + std::to_string(idOf(payload)) +
-                            R"(,"reply":true,"attrs":[{"code":200,"data":77,"message":""}]})";
-  const Message signal = makeSignal(kBridge, "subscribe_event", {replyTopic(), reply});
-  dbus_connection_send(connection.get(), signal.get(), nullptr);
+void Gateway::beat(std::int64_t id) {
+  if (answersHeartbeats) {
+    answer(replyTo(id, 200, "[]"));
+  } else {
+    heartbeats.push_back(id);
+  }
+}
+
+void Gateway::answer(const std::string& payload) {
+  const Message signal = makeSignal(kBridge, "subscribe_event", {replyTopic(), payload});
+  dbus_connection_send(bus, signal.get(), nullptr);
+}
+
+bool Gateway::awaitLocked(std::unique_lock<std::mutex>& guard,
+                          const std::function<bool()>& condition, double seconds) {
+  wanted = &condition;
+  const bool isTrue = fulfilled.wait_for(guard, std::chrono::duration<double>(seconds), condition);
+  wanted = nullptr;
+  return isTrue;
 }
 
 std::int64_t Gateway::takeHeartbeat() {
-  std::int64_t id = 0;
-  await(
-      "no heartbeat came",
-      [&] {
-        const std::lock_guard guard(lock);
-        if (heartbeats.empty()) return false;
-        id = heartbeats.front();
-        heartbeats.pop_front();
-        return true;
-      },
-      60);
+  std::unique_lock guard(lock);
+  require(awaitLocked(
+              guard, [this] { return !heartbeats.empty(); }, 60),
+          "no heartbeat came");
+  const std::int64_t id = heartbeats.front();
+  heartbeats.pop_front();
   return id;
 }
 
@@ -137,14 +153,16 @@ void Gateway::dropHeartbeats() {
   heartbeats.clear();
 }
 
-void Gateway::awaitRegistered() const {
-  await(
-      "the service was not registered",
-      [&] {
-        const std::lock_guard guard(lock);
-        return !heartbeats.empty();
-      },
-      60);
+void Gateway::answerHeartbeats() {
+  const std::lock_guard guard(lock);
+  answersHeartbeats = true;
+}
+
+void Gateway::awaitRegistered() {
+  std::unique_lock guard(lock);
+  require(awaitLocked(
+              guard, [this] { return !heartbeats.empty(); }, 60),
+          "the service was not registered");
 }
 
 Gateway::Published Gateway::published() const {
@@ -152,19 +170,10 @@ Gateway::Published Gateway::published() const {
   return seen;
 }
 
-double Gateway::reportTime() const {
-  const std::lock_guard guard(lock);
-  return seen.lastReport;
-}
-
-std::size_t Gateway::statusCount() const {
-  const std::lock_guard guard(lock);
-  return seen.statuses.size();
-}
-
-std::size_t Gateway::otherCount() const {
-  const std::lock_guard guard(lock);
-  return seen.others;
+bool Gateway::hasPublished(const Condition& condition, double seconds) {
+  std::unique_lock guard(lock);
+  return awaitLocked(
+      guard, [&] { return condition(seen); }, seconds);
 }
 
 void Gateway::forget() {
@@ -172,8 +181,9 @@ void Gateway::forget() {
   seen = {};
 }
 
-Service::Service(const Gateway& gateway, const std::string& log, Registered registered)
-    : connection(connectBus()), process(makeStore({beside("task-dispatcher")}), log) {
+Service::Service(Gateway& gateway, const std::string& log, Registered registered,
+                 const std::vector<std::string>& before)
+    : connection(connectBus()), process(makeStore(before), log) {
   awaitName(bus(), kService);
   if (registered == kBenchExecutors) {
     for (const std::string& type : kTypes) call("registerExecutor", registration(type, {type}));

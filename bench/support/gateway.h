@@ -2,17 +2,18 @@
 /// parser. They answer at once and always with success.
 #pragma once
 
-#include <atomic>
+#include <condition_variable>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "bus.h"
 #include "process.h"
+#include "reader.h"
 
 namespace bench {
 
@@ -26,9 +27,6 @@ inline constexpr const char* kParser = "bench.parser";
 class Gateway {
  public:
   Gateway();
-  ~Gateway();
-  Gateway(const Gateway&) = delete;
-  Gateway& operator=(const Gateway&) = delete;
 
   /// Waits for a heartbeat that was not answered yet and returns its id. A heartbeat stays open
   /// until it is answered, so those that came meanwhile are all of use.
@@ -37,43 +35,60 @@ class Gateway {
   /// Forgets those of a service that has ended.
   void dropHeartbeats();
 
+  /// From now on heartbeats are answered at once: there is nothing to do.
+  void answerHeartbeats();
+
   /// Waits until the service has a runner id and beats.
-  void awaitRegistered() const;
+  void awaitRegistered();
 
   /// What was published since the last call of forget().
   struct Published {
     std::size_t others = 0;             // with a topic that is none of the service's
     double lastReport = 0;              // when the last deployment result came, 0 for not yet
     double lastMessage = 0;             // when anything came
+    std::size_t successes = 0;          // resources that the deployment results call deployed
     std::string report;                 // the last deployment result
     std::vector<std::string> statuses;  // the status reports
   };
   Published published() const;
-  double reportTime() const;
-  std::size_t statusCount() const;
-  std::size_t otherCount() const;
   void forget();
 
+  /// Waits until what was published fulfils `condition`, which runs on the gateway's thread, too.
+  /// Returns false after `seconds` without.
+  using Condition = std::function<bool(const Published&)>;
+  bool hasPublished(const Condition& condition, double seconds);
+
+  /// The same, and ends the program when it never does.
+  void await(const char* what, const Condition& condition) {
+    require(hasPublished(condition, 120), what);
+  }
+
  private:
-  void run();
   void handle(DBusMessage* message);
   void publish(DBusMessage* message);
-  void grant(const std::string& payload);
+  void beat(std::int64_t id);
+  void answer(const std::string& payload);
+  bool awaitLocked(std::unique_lock<std::mutex>& guard, const std::function<bool()>& condition,
+                   double seconds);
 
-  Connection connection;
-  mutable std::mutex lock;  // of the two
+  mutable std::mutex lock;  // of all but the reader
   std::deque<std::int64_t> heartbeats;
+  bool answersHeartbeats = false;
   Published seen;
-  std::atomic<bool> stopping = false;
-  std::thread thread;
+  const std::function<bool()>* wanted = nullptr;  // what a thread waits for
+  std::condition_variable fulfilled;
+  DBusConnection* bus = nullptr;   // of the reader, and of its thread alone
+  std::unique_ptr<Reader> reader;  // the last member: its thread uses the others
 };
 
 /// The service, known to the scheduler, with its executors and the parser registered.
 class Service {
  public:
   enum Registered { kBuiltInsOnly, kBenchExecutors };
-  explicit Service(const Gateway& gateway, const std::string& log = "/dev/null",
-                   Registered registered = kBenchExecutors);
+  /// `before` is a command that runs the one behind it in the same process.
+  explicit Service(Gateway& gateway, const std::string& log = "/dev/null",
+                   Registered registered = kBenchExecutors,
+                   const std::vector<std::string>& before = {});
 
   Child& child() { return process; }
   DBusConnection* bus() const { return connection.get(); }
@@ -99,7 +114,10 @@ void awaitName(DBusConnection* connection, const std::string& name);
 std::string registration(const std::string& name, const std::vector<std::string>& types,
                          const std::string& path = "/bench");
 
-/// The scheduler's answer to the heartbeat `id`, carrying `jobs` (a JSON array).
+/// The scheduler's answer to the request `id`; `data` is JSON.
+std::string replyTo(std::int64_t id, int code, const std::string& data);
+
+/// The same to a heartbeat, carrying `jobs` (a JSON array).
 std::string heartbeatReply(std::int64_t id, const std::string& jobs);
 
 /// Text as a JSON string, quotation marks included.

@@ -92,8 +92,9 @@ std::string beside(const std::string& program) {
   return folder / program;
 }
 
-void sample(const std::string& row, const std::string& metric, const char* side, double value) {
-  std::printf("%s\t%s\t%s\t%.9g\n", row.c_str(), metric.c_str(), side, value);
+void sample(const std::string& row, const std::string& metric, const std::string& side,
+            double value) {
+  std::printf("%s\t%s\t%s\t%.9g\n", row.c_str(), metric.c_str(), side.c_str(), value);
   std::fflush(stdout);
 }
 

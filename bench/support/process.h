@@ -45,7 +45,8 @@ double timeCommand(const std::vector<std::string>& command);
 std::string beside(const std::string& program);
 
 /// Prints one figure for the report.
-void sample(const std::string& row, const std::string& metric, const char* side, double value);
+void sample(const std::string& row, const std::string& metric, const std::string& side,
+            double value);
 
 /// The `percent`-th percentile; sorts.
 double percentile(std::vector<double>& values, double percent);

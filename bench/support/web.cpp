@@ -84,9 +84,10 @@ Web::~Web() {
   close(listener);
 }
 
+std::string Web::root() const { return "http://127.0.0.1:" + std::to_string(portNumber); }
+
 std::string Web::url(std::size_t size, std::size_t seed) const {
-  return "http://127.0.0.1:" + std::to_string(portNumber) + "/" + std::to_string(size) + "/" +
-         std::to_string(seed);
+  return root() + "/" + std::to_string(size) + "/" + std::to_string(seed);
 }
 
 void Web::serve() {

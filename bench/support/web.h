@@ -20,6 +20,8 @@ class Web {
   Web(const Web&) = delete;
   Web& operator=(const Web&) = delete;
 
+  /// Where the numbered texts are: http://127.0.0.1:PORT.
+  std::string root() const;
   std::string url(std::size_t size, std::size_t seed) const;
   int port() const { return portNumber; }
 
