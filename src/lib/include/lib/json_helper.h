@@ -18,8 +18,8 @@ std::string styled(const Json::Value& value);
 /// `value` as one line of text.
 std::string compact(const Json::Value& value);
 
-/// The member `key` of `object` when `object` is an object and the member a string, else "". For log
-/// lines and comparisons; a reader that must notice a wrong type uses asString, which throws.
+/// The member `key` of `object` when `object` is an object and the member a string, else "". For
+/// log lines and comparisons; a reader that must notice a wrong type uses asString, which throws.
 std::string textOf(const Json::Value& object, const char* key);
 
 }  // namespace jobm::json
