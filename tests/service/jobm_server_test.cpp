@@ -1,6 +1,7 @@
+#include "jobm_server/jobm_server.h"
+
 #include <memory>
 
-#include "jobm_server/jobm_server.h"
 #include "neighbourhood.h"
 
 using namespace test;
