@@ -49,7 +49,7 @@ using SharedDeployment = std::shared_ptr<Deployment>;
 ///   - when the last parser has answered and one of them, or another resource, has failed;
 ///   - when its last holder has gone without either: a parser never answered. Its resources then
 ///     fail, and no executor is called.
-SharedDeployment beginDeployment(Deployment&& deployment);
+[[nodiscard]] SharedDeployment beginDeployment(Deployment&& deployment);
 
 /// Ends a deployment: reports `details`, tells the executors that the batch is finished if they
 /// were called, and has the next request start, from the loop.

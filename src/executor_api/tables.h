@@ -41,7 +41,7 @@ Executor readRecord(const Json::Value& registration, const Executor* previous);
 
 /// Gives the record a proxy of its own, unless it has one. Returns "", or why it can't be had: the
 /// process is short of descriptors, or the daemon refuses the connections.
-std::string connectRecord(Executor& record);
+[[nodiscard]] std::string connectRecord(Executor& record);
 
 /// Puts a record in the place of whatever `name` had, and its name into the set of each of its
 /// watch types where a watch table is given. The one way into the tables, for live, restored and

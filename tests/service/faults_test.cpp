@@ -437,10 +437,11 @@ TEST_F(Faults, of_who_is_silent_or_late_are_over_after_half_a_minute) {
     onLoop([&] {
       resetEJobs();
       Json::Value added = parsed(R"([{"snapshotId":"s1"}])");
-      deployEJob("late", "", added, "silent", onReply);
-      deleteEJob("late", "", parsed(R"([{"snapshotId":"s2"}])"), "silent", onReply);
+      EXPECT_EQ(deployEJob("late", "", added, "silent", onReply)["code"], 0);
+      const Json::Value deleted = parsed(R"([{"snapshotId":"s2"}])");
+      EXPECT_EQ(deleteEJob("late", "", deleted, "silent", onReply)["code"], 0);
       added[0]["snapshotId"] = "s3";
-      deployEJob("late", "", added, "late", onReply);
+      EXPECT_EQ(deployEJob("late", "", added, "late", onReply)["code"], 0);
       handle1Job(R"({"deployId":"abandoned","deployType":0,"resources":[
           {"operate":0,"snapshotId":"s","resourceId":"silent","resourceType":"silently parsed"},
           {"operate":0,"snapshotId":"u","resourceId":"unasked","resourceType":"late"}]})");

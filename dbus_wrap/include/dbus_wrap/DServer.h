@@ -44,7 +44,7 @@ class DServer : public DConnection {
   /// Connects and takes the name. Returns 0, or -1 when there is no daemon or the name is not
   /// granted; the connection is then closed, because a name request that waits in the daemon's
   /// queue would be granted when the present owner goes.
-  int prepare();
+  [[nodiscard]] int prepare();
 
   /// Asks the daemon for the messages that match `rule`; a null rule does nothing. Its refusal is
   /// not noticed. After prepare().

@@ -17,7 +17,7 @@ struct JobRequest {
 
 /// Reads a request and, when it is one that gets a report, writes down that it was accepted. Call
 /// it before the scheduler is told so.
-JobRequest acceptJob(std::string payload);
+[[nodiscard]] JobRequest acceptJob(std::string payload);
 
 /// Carries out a deployment request. One that arrives while another one is with the parsers or
 /// executors waits for its turn; the order stays. Every outcome is reported to the deploy channel;

@@ -58,7 +58,7 @@ struct ConfigRead {
 
 /// Reads `key` from the configuration store. Waits up to 10 s for a locked one. A key that could
 /// not be read may have a value, and must not be written over.
-ConfigRead readConfig(const std::string& key);
+[[nodiscard]] ConfigRead readConfig(const std::string& key);
 
 /// The value of `key`, "" when it is absent or can't be read; for readers that treat both alike.
 std::string getConfig(const std::string& key);
@@ -71,7 +71,7 @@ int setConfig(const std::string& key, const std::string& value);
 bool isReservedKey(std::string_view key);
 
 /// setConfig for a key that came from outside: fails with -1 for a reserved one.
-int setForeignConfig(const std::string& key, const std::string& value);
+[[nodiscard]] int setForeignConfig(const std::string& key, const std::string& value);
 
 /// Tells the watchdog that `name` lives and will feed it again within `seconds`.
 void feedDog(const std::string& name, int seconds);

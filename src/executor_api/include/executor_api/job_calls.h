@@ -22,15 +22,15 @@ using JobReplyHandler = std::function<void(const RecordReply& record)>;
 /// Sends `resources` (which lose their "data") to an executor after adding them to its job list.
 /// Returns {"code", "message"}: 0 when the call was sent; otherwise it was not, and no reply will
 /// come.
-Json::Value deployEJob(const std::string& deployId, const std::string& taskId,
-                       Json::Value& resources, const std::string& executorName,
-                       const JobReplyHandler& onReply);
+[[nodiscard]] Json::Value deployEJob(const std::string& deployId, const std::string& taskId,
+                                     Json::Value& resources, const std::string& executorName,
+                                     const JobReplyHandler& onReply);
 
 /// The same for a deletion, except that "data" stays and that 101203, a job list that couldn't be
 /// stored, doesn't keep the call from being sent.
-Json::Value deleteEJob(const std::string& deployId, const std::string& taskId,
-                       const Json::Value& resources, const std::string& executorName,
-                       const JobReplyHandler& onReply);
+[[nodiscard]] Json::Value deleteEJob(const std::string& deployId, const std::string& taskId,
+                                     const Json::Value& resources, const std::string& executorName,
+                                     const JobReplyHandler& onReply);
 
 /// Sends one key and value to a parser; `callback` gets its answer. Nothing calls this yet.
 void deployParserJob(const std::string& key, const std::string& value, const Executor& parser,

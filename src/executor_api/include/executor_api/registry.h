@@ -35,13 +35,14 @@ struct Executor {
 /// payload is stored before its address and types are checked, so one that is refused replaces what
 /// was stored under its name: an executor's comes back unchecked at the next start, a parser's is
 /// refused again and its name gone. Listening thread.
-std::string registerExecutor(const std::string& payload);
-std::string registerParser(const std::string& payload);
+[[nodiscard]] std::string registerExecutor(const std::string& payload);
+[[nodiscard]] std::string registerParser(const std::string& payload);
 
 /// Stores an executor's registration. Returns the store's result, or 1 when the payload is not
 /// JSON. For the registry, which holds its lock meanwhile, and its tests: the key is read and then
 /// written.
-int saveExecutor2ConfigManager(const std::string& executorName, const std::string& payload);
+[[nodiscard]] int saveExecutor2ConfigManager(const std::string& executorName,
+                                             const std::string& payload);
 
 /// What saveToConfigManager returns when it could not read what is stored, and left it alone.
 inline constexpr int kStoreUnreadable = -2;
@@ -49,7 +50,8 @@ inline constexpr int kStoreUnreadable = -2;
 /// Sets member `name` of the JSON object under `key` to `value`; what is there and is not an object
 /// counts as empty. Returns the store's result, kStoreUnreadable, or 1 when `value` is nested too
 /// deep to be read back. As above.
-int saveToConfigManager(const std::string& key, const std::string& name, const Json::Value& value);
+[[nodiscard]] int saveToConfigManager(const std::string& key, const std::string& name,
+                                      const Json::Value& value);
 
 /// Restores what is stored, then installs the built-in executors and the watch types that are
 /// always served. A service that registered by itself in the meantime keeps its newer record.

@@ -12,6 +12,7 @@ namespace jobm {
 /// the same "resourceId"), deletes or empties; any other code leaves it as it is. Returns 0, the
 /// store's error, or kStoreUnreadable when the list could not be read and is left as it is. Any
 /// thread.
-int updateStoredJobs(const std::string& executorName, const Json::Value& items, int ackCode);
+[[nodiscard]] int updateStoredJobs(const std::string& executorName, const Json::Value& items,
+                                   int ackCode);
 
 }  // namespace jobm

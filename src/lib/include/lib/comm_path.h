@@ -32,7 +32,7 @@ std::string generateDir(std::string_view word, std::string_view name);
 
 /// Creates `path`, which this program built, with all missing parents in at most three attempts.
 /// Returns the path, or the empty text when it could not be created.
-std::string generatePath(const std::string& path);
+[[nodiscard]] std::string generatePath(const std::string& path);
 
 /// Creates `path` and every missing parent with mode 0755. Paths are cut to 511 bytes. Returns 0,
 /// or -1 when a parent could not be created.

@@ -30,7 +30,7 @@ struct AcceptedDeployment {
 
 /// Writes the deployment down; one durable write. If that fails it is logged, and the deployment
 /// still gets a ticket: the write of its report may succeed.
-Ticket acceptDeployment(const AcceptedDeployment& deployment);
+[[nodiscard]] Ticket acceptDeployment(const AcceptedDeployment& deployment);
 
 /// Publishes the messages of a deployment's report, in order, after writing them down: one durable
 /// write, and another one when the bridge has taken the last of them.
@@ -45,7 +45,7 @@ using Slots = std::vector<Json::Value>;
 
 /// Reads what a former process left. Tries once a second until the store can be read. Main thread,
 /// at start-up.
-Slots readJournal();
+[[nodiscard]] Slots readJournal();
 
 /// Takes over what readJournal read, and reports all of it in the order of arrival. Once, before
 /// anything is accepted.

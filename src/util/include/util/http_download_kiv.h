@@ -18,7 +18,7 @@ inline constexpr int kNoRoom = 23;
 /// when it failed (kNoRoom leaves the file empty), -1 when the file can't be created. Blocks; given
 /// up with libcurl's code 28 when fewer than 1,000 bytes, of headers and body, come in 60 s.
 /// Connections, names and TLS sessions are kept for later downloads of the same thread.
-int http_download(const std::string& url, const std::string& path);
+[[nodiscard]] int http_download(const std::string& url, const std::string& path);
 
 /// Closes what the calling thread's downloads have kept. Wanted before curl_global_cleanup; a later
 /// download starts anew.
@@ -27,7 +27,7 @@ void releaseConnections();
 /// Stores a package in the file `path`. With the storage word "kiv" `source` is its URL, with any
 /// other word it is the package itself. A package marked `encrypted` that is base64 text is
 /// decrypted. Returns 0, or the code of the step that failed. Blocks for the transfer.
-int downloadJob(const std::string& source, const std::string& storage, const std::string& path,
-                bool encrypted);
+[[nodiscard]] int downloadJob(const std::string& source, const std::string& storage,
+                              const std::string& path, bool encrypted);
 
 }  // namespace jobm

@@ -12,7 +12,7 @@ namespace jobm {
 /// entry can't be reached again. Writing fails, too, when the file system would not keep its
 /// reserve of free space (32 MiB, or 2 % of it if that is less). `writeFailed`, if given, tells
 /// such a failure from damage. What was unpacked before a failure stays. Any thread.
-int unzipTask(const std::string& archive, const std::string& destination,
-              bool* writeFailed = nullptr);
+[[nodiscard]] int unzipTask(const std::string& archive, const std::string& destination,
+                            bool* writeFailed = nullptr);
 
 }  // namespace jobm
