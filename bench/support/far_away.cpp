@@ -8,7 +8,10 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
+#include <cstdint>
+#include <utility>
 #include <vector>
 
 #include "bus.h"
@@ -128,9 +131,12 @@ void FarAway::run() {
       for (Lane* lane : {&road.there, &road.back}) {
         if (!lane->hasEnded) take(*lane);
       }
-      const bool isOver = deliver(road.there) & deliver(road.back);
-      if (isOver) close(road.there.from), close(road.back.from);
-      return isOver;
+      const bool thereIsOver = deliver(road.there);
+      const bool backIsOver = deliver(road.back);
+      if (!thereIsOver || !backIsOver) return false;
+      close(road.there.from);
+      close(road.back.from);
+      return true;
     });
   }
 }
