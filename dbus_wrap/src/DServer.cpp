@@ -119,6 +119,9 @@ void DServer::startIdle() {
 }
 
 void DServer::watchDescriptor() {
+  // A send that finds the daemon gone may close the descriptor, and libuv ends the process over one
+  // that is closed. The next turn comes without it, and says what has happened.
+  if (!dbus_connection_get_is_connected(connection.get())) return;
   const bool unsent = dbus_connection_has_messages_to_send(connection.get());
   const int events = UV_READABLE | UV_DISCONNECT | (unsent ? UV_WRITABLE : 0);
   if (events == watchedEvents) return;

@@ -3,6 +3,7 @@
 #include <gateway/log_macros.h>
 
 #include <deque>
+#include <exception>
 #include <utility>
 
 #include "dbus_wrap/LoopTasks.h"
@@ -26,13 +27,22 @@ struct Queue {
 };
 Queue queue;
 
+// Whatever a turn throws must not keep those behind it waiting.
+void takeTurn(const Turn& turn) {
+  try {
+    turn();
+  } catch (const std::exception& e) {
+    LOGE("takeTurn Exception e = %s\n", e.what());
+  }
+}
+
 void takeTurns() {
   queue.held = false;
   while (!queue.held && !queue.waiting.empty()) {
     const Waiting next = std::move(queue.waiting.front());
     queue.waiting.pop_front();
     queue.bytes -= next.bytes;
-    next.turn();
+    takeTurn(next.turn);
   }
 }
 

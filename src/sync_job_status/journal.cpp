@@ -119,6 +119,16 @@ Json::Value interruptedDetails(const Json::Value& entry) {
   return details;
 }
 
+bool isText(const Json::Value& value) { return value.isString(); }
+
+// What somebody else has changed is worth no report, and must not cost the others theirs.
+bool isEntry(const Json::Value& entry) {
+  if (!entry.isObject() || !entry["order"].isInt64()) return false;
+  const Json::Value& messages = entry["messages"];
+  if (messages.isArray()) return std::all_of(messages.begin(), messages.end(), isText);
+  return messages.isNull() && entry["deployType"].isInt();
+}
+
 void reportEntry(Ticket ticket, const Json::Value& entry) {
   Report& report = journal.reports[ticket];
   report.order = entry["order"].asInt64();
@@ -187,8 +197,7 @@ Slots readJournal() {
       continue;
     }
     Json::Value entry;
-    const bool isEntry = json::parse(read.value, entry) && entry.isObject();
-    slots.push_back(isEntry ? entry : Json::Value());
+    slots.push_back(json::parse(read.value, entry) && isEntry(entry) ? entry : Json::Value());
   }
 }
 
