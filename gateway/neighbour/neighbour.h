@@ -76,7 +76,7 @@ class Neighbour {
   std::size_t count(const std::string& member) const;
 
   /// Waits up to `seconds` for the `n`-th message of `member`; empty when it doesn't come.
-  std::optional<Received> await(const std::string& member, std::size_t n = 1, double seconds = 10);
+  std::optional<Received> await(const std::string& member, std::size_t n = 1, double seconds = 60);
 
   /// Sends a signal with text arguments, to `destination` unless that is empty.
   void emit(const std::string& path, const std::string& interface, const std::string& member,
@@ -108,10 +108,10 @@ class Neighbour {
 /// same.
 std::optional<std::string> busCall(const std::string& service, const std::string& path,
                                    const std::string& member, const std::vector<std::string>& texts,
-                                   double seconds = 10);
+                                   double seconds = 60);
 
 /// Waits up to `seconds` until `condition` holds; returns whether it does. Asks every 2 ms: for
 /// tests, of what nobody announces.
-bool eventually(const std::function<bool()>& condition, double seconds = 10);
+bool eventually(const std::function<bool()>& condition, double seconds = 60);
 
 }  // namespace gateway

@@ -52,7 +52,7 @@ inline std::vector<Json::Value> resultsOf(const std::string& deployId) {
   std::erase_if(results, [&](const auto& result) { return result["deployId"] != deployId; });
   return results;
 }
-inline Json::Value detailsOf(const std::string& deployId, std::size_t n = 1, double seconds = 10) {
+inline Json::Value detailsOf(const std::string& deployId, std::size_t n = 1, double seconds = 60) {
   const bool came = eventually([&] { return resultsOf(deployId).size() >= n; }, seconds);
   return came ? resultsOf(deployId)[n - 1]["details"] : Json::Value();
 }
