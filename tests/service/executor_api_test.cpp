@@ -156,9 +156,14 @@ TEST(Registry, lets_registrations_that_come_in_during_the_restoring_win) {
     EXPECT_EQ(stored(kExecutors, name)["executorAddr"]["name"], "iot.test.live");
   }
   // However late the old ones are read.
-  setConfig(kExecutors, old.toStyledString());
+  names.push_back("IFTTTEngine");
+  addExecutor(registration("IFTTTEngine", "iot.test.live", R"(["race"])"));
+  addParser(registration("race0", "iot.test.live", R"(["race"])"));
+  old["race0"]["watchType"].append("race");
+  for (const char* key : {kExecutors, kParsers}) setConfig(key, old.toStyledString());
   EXPECT_TRUE(initAllExecutors());
   for (const std::string& name : names) EXPECT_EQ(getExecutor(name)->name, "iot.test.live");
+  EXPECT_EQ(getParser("race0")->name, "iot.test.live");
 }
 
 // "a1 b2" is the job "a", which is numbered 1, and then "b", numbered 2.
@@ -184,6 +189,7 @@ TEST(StoredJobs, are_replaced_appended_and_removed_by_their_ids_with_repeated_on
       {"a1 b1", 10201, "a2 a3", "b1 a3"},
       {"a1 b1 a2 c1", 10204, "a3", "b1 c1"},
       {"a1 A1", 10211, "A2", "a1"},
+      {"a1 b1 c1 d1", 10204, "a2 d2 a3 d3", "c1"},
       {"a1 b1", 10219, "b1", ""},
       {"a1", 10202, "b1 a1", "a1"},
   };

@@ -16,6 +16,7 @@
 #include "executor_api/reset.h"
 #include "executor_api/stored_jobs.h"
 #include "scene.h"
+#include "sync_job_status/journal.h"
 #include "sync_job_status/sync_job_status.h"
 #include "wire/codes.h"
 
@@ -394,6 +395,14 @@ TEST_F(Faults, of_a_text_are_mended_on_the_bus_and_kept_in_the_store) {
             outcome(false, "101206", "JOBM_ERROR_ExecutorReplyFormatError"));
   EXPECT_EQ(parser.count("deployConfig"), 1U);
   EXPECT_EQ(getConfig("texts").size(), 33U << 20);
+
+  // Nor an executor.
+  addExecutor(registration("long", "iot.test.texts", R"(["long"])"));
+  Json::Value tooLong = text("long", "long");
+  tooLong["more"] = std::string(33 << 20, 'x');
+  deploy("long", {tooLong});
+  EXPECT_EQ(outcomeOf(detailsOf("long")), outcome(false, {}, {}));
+  EXPECT_EQ(parser.count("deployJob"), 0U);
   ordinaryJob();
 }
 
@@ -435,6 +444,7 @@ TEST_F(Faults, of_who_is_silent_or_late_are_over_after_half_a_minute) {
     Json::Value summary;
     const auto onReply = [&](const RecordReply& record) { record(summary); };
     onLoop([&] {
+      handle1Job(acceptJob(R"({"deployId":"untaken","deployType":0,"resources":[]})"));
       resetEJobs();
       Json::Value added = parsed(R"([{"snapshotId":"s1"}])");
       EXPECT_EQ(deployEJob("late", "", added, "silent", onReply)["code"], 0);
@@ -451,6 +461,7 @@ TEST_F(Faults, of_who_is_silent_or_late_are_over_after_half_a_minute) {
     EXPECT_TRUE(eventually(
         [&] { return log.count("deployId late taskId  sendMessageWithReply reply NULL\n") == 3; },
         45));
+    EXPECT_TRUE(eventually([&] { return log.has("the bridge did not take the report"); }));
     EXPECT_EQ(subscribed.get(), -1);
     EXPECT_EQ(late.count("deployJob"), 1U);
     gate.count_down();
@@ -460,6 +471,10 @@ TEST_F(Faults, of_who_is_silent_or_late_are_over_after_half_a_minute) {
           "s2":{"snapshotId":"s2","success":false,"resourceName":null},
           "s3":{"snapshotId":"s3","success":false,"resourceName":null}})"));
     });
+    // The bridge has it after all, but nobody knows.
+    EXPECT_EQ(resultsOf("untaken").size(), 1U);
+    onLoop(publishAgain);
+    EXPECT_TRUE(eventually([] { return resultsOf("untaken").size() == 2; }));
     // A deployment whose parser is silent is reported by its end, calls no executor, and the next
     // one has its turn.
     EXPECT_EQ(detailsOf("after it")[0]["code"], 101201);

@@ -4,7 +4,9 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
+#include <algorithm>
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
 #include <memory>
 #include <optional>
@@ -140,9 +142,9 @@ void fromCloud(FakePeer& bridge, const std::string& topic, const std::string& pa
   bridge.emit("/iot/bridge/mqtt", "iot.bridge.mqtt", "subscribe_event", {topic, payload}, kService);
 }
 
-// Sends what the cloud says to the first publication.
-void reply(FakePeer& bridge, const std::string& attrs) {
-  Json::Value reply = parsed(bridge.received("publish").at(0).text(1));
+// Sends what the cloud says to a publication.
+void reply(FakePeer& bridge, const Received& publication, const std::string& attrs) {
+  Json::Value reply = parsed(publication.text(1));
   reply["attrs"] = parsed(attrs);
   fromCloud(bridge, "/sys/key/device/scheduler/sysReply", jobm::json::compact(reply));
 }
@@ -167,7 +169,8 @@ TEST_F(Process, registers_over_every_fault_of_the_bridge_and_works_until_the_wat
   });
   ASSERT_TRUE(bridge->await("publish"));
   EXPECT_EQ(bridge->count("subscribe"), 3U);
-  reply(*bridge, R"([{"code":200,"data":55}])");
+  const Received registering = bridge->received("publish").at(0);
+  reply(*bridge, registering, R"([{"code":200,"data":55}])");
   const auto triggers = bridge->await("subscribe", 5);
   ASSERT_TRUE(triggers);
   EXPECT_EQ(triggers->arguments,
@@ -182,7 +185,7 @@ TEST_F(Process, registers_over_every_fault_of_the_bridge_and_works_until_the_wat
   ASSERT_TRUE(service.awaits("receive WatchDog Terminate signal.\n"));
   std::make_unique<FakePeer>("iot.runtime.js").reset();
   fromCloud(*bridge, "/sys/key/device/edge/rule/trigger", "{}");
-  reply(*bridge, "[]");
+  reply(*bridge, registering, "[]");
   for (const char* event : {"jobstatus_event", "cloudConnectivityEvent", "Terminate"}) {
     bridge->emit("/iot/bridge/mqtt", "iot.bridge.mqtt", event, {R"({"result":"r"})"});
   }
@@ -200,6 +203,124 @@ TEST_F(Process, registers_over_every_fault_of_the_bridge_and_works_until_the_wat
       << output;
   service.signal(SIGTERM);
   EXPECT_EQ(service.end(5), 0);
+}
+
+bool isStored(const std::string& key) {
+  char* raw = nullptr;
+  get_config(nullptr, key.c_str(), &raw, 10000);
+  const std::unique_ptr<char, decltype(&std::free)> value(raw, std::free);
+  return value && !parsed(value.get()).isNull();
+}
+
+// Kills and starts; with short periods, if there is such a program.
+class Restarts : public Process {
+ protected:
+  Restarts() {
+    configure("gw_system_productkey", "key");
+    configure("gw_system_devicename", "device");
+    configure("gw_jobm_parsers", R"({"silent":{"executorName":"silent","watchType":["silent"],
+        "executorAddr":{"name":"iot.test.silent","interface":"iot.test.silent",
+                        "path":"/iot/test/silent"}}})");
+    parser.answer("deployConfig", std::monostate());
+  }
+
+  // Returns when it is registered and has sent what it has to.
+  void restart() {
+    const std::size_t subscribed = bridge.count("subscribe");
+    service.reset();
+    service = std::make_unique<Service>(std::vector<std::string>{SHORT_PERIODS});
+    reply(bridge, next("registerRunner"), R"([{"code":200,"data":55}])");
+    ASSERT_TRUE(bridge.await("subscribe", subscribed + 2));  // the second is for the triggers
+    ASSERT_TRUE(busCall(kService, kPath, "getSelfDescribing", {}));
+    ASSERT_TRUE(busCall("iot.bridge.mqtt", "/iot/bridge/mqtt", "any", {}));
+  }
+
+  // Has jobs accepted that bring these requests.
+  void give(std::initializer_list<const char*> requests) {
+    Json::Value answer = parsed(R"([{"code":10200,"data":[]}])");
+    for (const char* request : requests) {
+      Json::Value job = parsed(R"({"id":1,"ackCode":10201,"jobId":1,"executor":"ConfigManager"})");
+      Json::Value content = parsed(R"({"type":"inline"})");
+      content["content"] = request;
+      job["ackContent"] = jobm::json::compact(content);
+      answer[0]["data"].append(job);
+    }
+    const std::size_t accepted = published("syncStatusPassive").size() + requests.size();
+    reply(bridge, next("heartbeat"), jobm::json::compact(answer));
+    ASSERT_TRUE(eventually([&] { return published("syncStatusPassive").size() == accepted; }));
+  }
+
+  // What the bridge has got under topics that end so, and what it gets next.
+  std::vector<Received> published(const char* topic) const {
+    std::vector<Received> calls = bridge.received("publish");
+    std::erase_if(calls, [&](const Received& call) { return !call.text().ends_with(topic); });
+    return calls;
+  }
+  Received next(const char* topic) const {
+    const std::size_t before = published(topic).size();
+    EXPECT_TRUE(eventually([&] { return published(topic).size() > before; }, 20)) << topic;
+    return published(topic).back();
+  }
+
+  // All reports, of which there have to be so many.
+  std::vector<std::string> reports(std::size_t count) const {
+    eventually([&] { return published(kReports).size() >= count; });
+    std::vector<std::string> texts;
+    for (const Received& report : published(kReports)) texts.push_back(report.text(1));
+    EXPECT_EQ(texts.size(), count);
+    texts.resize(count);
+    return texts;
+  }
+
+  static constexpr const char* kReports = "/edge/deploy/post";
+  FakePeer bridge{"iot.bridge.mqtt"};
+  FakePeer parser{"iot.test.silent"};
+  std::unique_ptr<Service> service;
+};
+
+TEST_F(Restarts, lose_and_repeat_no_report_of_what_was_accepted) {
+  bridge.on("publish", [](const Received& call) -> Answer {
+    const bool isReport = call.text().ends_with(kReports);
+    if (isReport && call.text(1).find("done") == std::string::npos) return std::monostate();
+    return "{}";
+  });
+  restart();
+  give({R"({"deployId":"done","deployType":0,"resources":[]})",
+        R"({"deployId":"reported","deployType":0,"resources":[
+            {"operate":1,"snapshotId":"s","resourceId":"r","resourceType":"none"}]})"});
+  ASSERT_TRUE(eventually([] { return !isStored("gw_jobm_deployment_0"); }));
+  // The first of these is in the first slot, and later than what is in the second.
+  give({R"({"deployId":"parsed","taskId":"task","deployType":0,"resources":[
+            {"operate":0,"snapshotId":"s1","resourceId":"r1","resourceType":"silent"},
+            {"operate":0,"snapshotId":"s2","resourceId":"r2","resourceType":"none"}]})",
+        R"({"deployId":"waiting","deployType":0,"resources":[{"snapshotId":"s3"}]})",
+        R"({"deployId":"reset","deployType":1})"});
+  ASSERT_TRUE(parser.await("deployConfig"));
+  ASSERT_TRUE(isStored("gw_jobm_deployment_0"));
+  restart();
+  const std::vector<std::string> first = reports(6);
+  const char* expected[] = {
+      R"({"deployId":"done","deployType":0,"isLastReply":true,"details":[]})",
+      R"({"deployId":"reported","deployType":0,"isLastReply":true,"details":[]})",
+      R"({"deployId":"reported","deployType":0,"isLastReply":true,"details":[]})",
+      R"({"deployId":"parsed","taskId":"task","deployType":0,"isLastReply":true,"details":[
+        {"snapshotId":"s1","code":101209,"success":false,"message":"interrupted by a restart"},
+        {"snapshotId":"s2","code":101209,"success":false,"message":"interrupted by a restart"}]})",
+      R"({"deployId":"waiting","deployType":0,"isLastReply":true,"details":[
+        {"snapshotId":"s3","code":101209,"success":false,"message":"interrupted by a restart"}]})",
+      R"({"deployId":"reset","deployType":1,"isLastReply":true,"details":[
+        {"code":101209,"success":false,"detail":"interrupted by a restart"}]})"};
+  for (std::size_t i = 0; i < 6; ++i) EXPECT_EQ(parsed(first[i]), parsed(expected[i]));
+  EXPECT_EQ(first[1], first[2]);
+  bridge.on("publish", {});
+  restart();
+  const std::vector<std::string> second = reports(10);
+  EXPECT_TRUE(std::equal(first.begin() + 2, first.end(), second.begin() + 6));
+  for (const char slot : std::string("0123")) {
+    EXPECT_TRUE(eventually([&] { return !isStored(std::string("gw_jobm_deployment_") + slot); }));
+  }
+  restart();
+  reports(10);
 }
 
 }  // namespace

@@ -47,6 +47,14 @@ class Reset : public Scene {
     return started["code"].asInt();
   }
 
+  // What is reported of a reset that comes as a deployment.
+  static Json::Value reportOf(const std::string& deployId) {
+    onLoop([&] {
+      jobm::handle1Job(R"({"deployId":")" + deployId + R"(","taskId":"task","deployType":1})");
+    });
+    return detailsOf(deployId).isArray() ? resultsOf(deployId)[0] : Json::Value();
+  }
+
   bool succeeds() const {
     return eventually([this] { return log.has(outcome(0, "reset success", 0)); });
   }
@@ -100,12 +108,20 @@ TEST_F(Reset, ends_at_the_first_job_list_that_can_not_be_emptied) {
   {
     const RefusedKey refused("earlier");
     EXPECT_EQ(reset(kSuccess), 101203);
+    EXPECT_EQ(reportOf("reset refused")["details"],
+              parsed(R"([{"code":101203,"detail":"reset fail","success":false}])"));
   }
   EXPECT_TRUE(succeeds());
   EXPECT_EQ(getConfig("later"), "kept");
   for (const char* name : {"earlier", "later"}) {
     addExecutor(registration(name, "iot.test.later", R"(["reset"])"));
   }
+}
+
+TEST_F(Reset, is_reported_as_one) {
+  EXPECT_EQ(reportOf("reset"), parsed(R"({
+      "deployId":"reset","taskId":"task","deployType":1,"isLastReply":true,
+      "details":[{"code":0,"detail":"reset success","success":true}]})"));
 }
 
 TEST_F(Reset, lets_a_deployment_that_comes_meanwhile_keep_what_it_brought) {

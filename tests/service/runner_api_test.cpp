@@ -2,7 +2,10 @@
 
 #include <filesystem>
 #include <future>
+#include <latch>
 
+#include "communicate_scene/queue.h"
+#include "executor_api/registry.h"
 #include "lib/comm_path.h"
 #include "neighbourhood.h"
 #include "runner_api/jobs.h"
@@ -45,6 +48,18 @@ TEST(Runner, is_registered_by_the_integer_code_200_only_and_beats_from_then_on) 
   setRunId(77);
 }
 
+TEST(Runner, registers_with_the_first_line_of_the_version_beside_its_folder) {
+  namespace fs = std::filesystem;
+  fs::create_directories("/tmp/var/version/app");
+  ASSERT_TRUE(writeFile("/tmp/var/version/VERSION", "1.2.3\n"));
+  const fs::path before = fs::current_path();
+  fs::current_path("/tmp/var/version/app");
+  registerRunner(4, 1000000000, "[ConfigManager]", "1.1");
+  fs::current_path(before);
+  EXPECT_EQ(parsed(news().at(0).payload["attrs"][0]["tags"][0].asString()),
+            parsed(R"({"version":"1.2.3"})"));
+}
+
 TEST(Routing, calls_a_handler_once_with_the_whole_reply_and_forgets_it) {
   const std::size_t before = outstandingRequests();
   Json::Value got;
@@ -85,6 +100,7 @@ Texts reports() {
   return lines;
 }
 
+const std::string kDeployed = "/scheduler/publish/syncStatusPassive 9 3 job deploy success";
 const Texts kDone = {"/scheduler/publish/syncStatusPassive 9 0 job deploy success"};
 const Texts kUnreadable = {"result [null]\n"};
 const Texts kNotFetched = {"/scheduler/publish/syncStatusPassive 9 4 Download job package fail"};
@@ -138,27 +154,102 @@ TEST(Jobs, fail_when_their_package_brings_too_little_in_a_minute) {
   EXPECT_EQ(slow.get(), 0) << "takes longer, but brings enough";
 }
 
-TEST(Jobs, of_a_reply_are_reported_stored_deployed_and_cleared_away_in_order_up_to_a_faulty_one) {
-  const std::string request = R"({"deployId":"d","deployType":0,"resources":[]})";
+// The content of a job, and the request that it brings.
+std::string contentOf(const std::string& request) {
   Json::Value content;
   content["content"] = request;
   content["type"] = "inline";
+  return json::compact(content);
+}
+
+// Whether a deployment is in the first slot of those that were accepted.
+bool isStored() { return !parsed(getConfig("gw_jobm_deployment_0")).isNull(); }
+
+void answerHeartbeat(const std::string& members) {
+  sendHeartbeat("");
+  dispatch(withId(news().back().payload["id"].asInt64(), members));
+}
+
+TEST(Jobs, are_refused_where_too_many_wait_and_leave_nothing_behind) {
+  const std::string request = R"({"deployId":"d","deployType":0,"resources":[]})";
+  const std::size_t room = (std::size_t{64} << 20) - request.size();
+  const Texts refused{"/scheduler/publish/syncStatusPassive 9 4 too many deployments waiting"};
+  const Texts accepted{kDeployed, "result []\n"};
+  const std::tuple<int, std::size_t, Texts> cases[] = {// how many wait, of how many bytes
+                                                       {255, 0, accepted},
+                                                       {256, 0, refused},
+                                                       {1, room, accepted},
+                                                       {1, room + 1, refused}};
+  for (const auto& [waiting, bytes, expected] : cases) {
+    setConfig("gw_jobm_jobId", "of another");
+    bool isWrittenDown = false;
+    onLoop([&, &waiting = waiting, &bytes = bytes] {
+      holdQueue();
+      for (int i = 0; i < waiting; ++i) runInTurn(bytes, [] {});
+      handleJob(9, 10201, 41, "ConfigManager", contentOf(request));
+      isWrittenDown = isStored();
+      resumeQueue();
+    });
+    onLoop([] {});
+    EXPECT_EQ(reports(), expected);
+    EXPECT_EQ(isWrittenDown, expected == accepted);
+    EXPECT_TRUE(eventually([] { return !isStored(); }));
+    EXPECT_EQ(getConfig("gw_jobm_jobId"), expected == accepted ? "41" : "of another");
+  }
+}
+
+TEST(Jobs, take_their_turn_also_when_they_are_to_reset_all) {
+  std::latch gate(1);
+  FakePeer peer("iot.test.turns");
+  addExecutor(registration("turns", "iot.test.turns", R"(["turns"])", R"(["file"])"));
+  peer.on("deployJob", [&](const auto&) {
+    gate.wait();
+    return "{}";
+  });
+  const std::string deployment = contentOf(R"({"deployId":"d","deployType":0,"resources":[
+      {"operate":0,"resourceType":"turns","resourceId":"r","snapshotId":"s"}]})");
+  onLoop([&] {
+    for (const int code : {10201, 10201, 10219}) {
+      handleJob(9, code, 41, "ConfigManager", deployment);
+    }
+  });
+  EXPECT_TRUE(peer.await("deployJob"));
+  EXPECT_EQ(reports(), (Texts{kDeployed, kDeployed}));
+  gate.count_down();
+  EXPECT_TRUE(peer.await("resetJobs"));
+  Texts calls;
+  for (const Received& call : peer.received()) {
+    if (!call.isSignal) calls.push_back(call.member);
+  }
+  EXPECT_EQ(calls, (Texts{"deployJob", "deployJob", "resetJobs"}));
+  EXPECT_EQ(reports().at(2), kDone[0]);
+}
+
+TEST(Jobs, of_a_reply_are_reported_stored_deployed_and_cleared_away_in_order_up_to_a_faulty_one) {
+  const std::string request = R"({"deployId":"d","deployType":0,"resources":[]})";
   Json::Value reply = parsed(R"({"attrs":[{"code":10200,"data":[
       {"id":1,"ackCode":10201,"jobId":4200000000,"executor":"Any"},
       {"id":2,"ackCode":10204,"executor":"x","ackContent":null},
       {"id":3,"ackCode":"x"},
       {"id":4,"ackCode":10204,"jobId":5,"executor":"x","ackContent":"{}"}]}]})");
-  reply["attrs"][0]["data"][0]["ackContent"] = json::compact(content);
-  sendHeartbeat("");
-  reply["id"] = news().at(0).payload["id"];
+  reply["attrs"][0]["data"][0]["ackContent"] = contentOf(request);
   const CapturedLog log;
-  dispatch(json::compact(reply));
+  bridge().answer("publish", R"({"code":5})");
+  answerHeartbeat(R"("attrs":)" + json::compact(reply["attrs"]) + ",");
   EXPECT_EQ(reports(), (Texts{"/scheduler/publish/syncStatusPassive 1 3 job deploy success",
                               "result []\n", "result [null]\n"}));
   EXPECT_TRUE(log.has("handleHeartbeatResp Exception e =  "));
   EXPECT_EQ(getConfig("gw_jobm_jobId"), "4200000000");
   EXPECT_EQ(getConfig("gw_jobm_jobContent"), request);
   EXPECT_FALSE(std::filesystem::exists(jobPath("any", "4200000000")));
+  // What the bridge has not taken goes out again with the next reply.
+  EXPECT_TRUE(eventually([&] { return log.has("the bridge did not take the report"); }));
+  bridge().on("publish", {});
+  for (const Texts& again : {Texts{"result []\n"}, Texts{}}) {
+    answerHeartbeat("");
+    EXPECT_EQ(reports(), again);
+    EXPECT_TRUE(eventually([] { return !isStored(); }));
+  }
 }
 
 }  // namespace

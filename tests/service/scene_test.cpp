@@ -5,6 +5,7 @@
 
 #include <latch>
 #include <string>
+#include <utility>
 
 #include "communicate_scene/download.h"
 #include "executor_api/registry.h"
@@ -127,7 +128,9 @@ TEST_F(Scene, asks_every_parser_and_goes_on_to_the_executors_only_when_none_has_
     eventually([&] { return log.has("[0/2] Received response from parser."); });
     return R"({"code":0,"message":"yes"})";
   });
-  deploy("one failed", {text("p1", "parsed", "value"), text("plain", "unparsed")});
+  // Behind others, so that each request is seen to be about its own resource.
+  deploy("one failed", {resourceOf("gone", "parsed", 1), text("plain", "unparsed"),
+                        text("p1", "parsed", "value")});
   EXPECT_EQ(detailsOf("one failed"), parsed(R"([
       {"snapshotId":"s-p1","success":false,"code":"3",
        "message":"Last successfully processed by second"},
@@ -150,11 +153,72 @@ TEST_F(Scene, lets_a_request_wait_until_the_deployment_before_it_is_over) {
     });
     deploy("held by " + phase, {text("held", phase)});
     ASSERT_TRUE(peer.await(phase));
+    onLoop([] { handle1Job("what can't be read"); });
     deploy("after " + phase, {text(phase, "unheld")});
     EXPECT_FALSE(fs::exists(kTree / phase));
     gate.count_down();
     EXPECT_EQ(detailsOf("held by " + phase)[0]["success"], false);
     EXPECT_EQ(detailsOf("after " + phase)[0]["success"], true);
+  }
+}
+
+TEST_F(Scene, counts_the_answer_of_an_executor_that_has_moved_meanwhile) {
+  std::latch gate(1);
+  FakePeer peer("iot.test.old");
+  peer.on("deployJob", [&](const auto&) {
+    gate.wait();
+    return R"({"code":0})";
+  });
+  addExecutor(registration("moving", "iot.test.old", R"(["moving"])"));
+  deploy("moving", {text("moving", "moving")});
+  EXPECT_TRUE(peer.await("deployJob"));
+  addExecutor(registration("moving", "iot.test.new", R"(["moving"])"));
+  gate.count_down();
+  EXPECT_EQ(detailsOf("moving")[0]["success"], true);
+}
+
+TEST_F(Scene, deletes_beside_a_resource_that_can_not_be_fetched) {
+  fs::create_directories(kTree / "beside");
+  const Json::Value failing =
+      with(resourceOf("failing", "label"), "config", "text", {.status = 404});
+  deploy("beside", {failing, resourceOf("beside", "label", 1)});
+  const Json::Value details = detailsOf("beside");
+  EXPECT_EQ(details[0]["code"], 101208);
+  EXPECT_EQ(details[1], parsed(R"({"snapshotId":"s-beside","code":0,"success":true,
+                                   "message":"Resource has been successfully deleted."})"));
+  EXPECT_FALSE(fs::exists(kTree / "beside"));
+}
+
+TEST_F(Scene, leaves_on_disk_what_four_types_of_executors_read_themselves) {
+  const std::vector<std::string> types = {"function", "driver", "stream", "rule", "label"};
+  std::vector<Json::Value> resources;
+  for (const std::string& type : types) resources.push_back(text(type, type));
+  deploy("on disk", resources);
+  EXPECT_EQ(detailsOf("on disk").size(), types.size());
+  for (const std::string& type : types) {
+    EXPECT_EQ(fs::exists(kTree / type / (type + ".config/config.json")), type != "label") << type;
+  }
+}
+
+TEST_F(Scene, neither_answers_nor_writes_down_what_is_no_deployment_and_no_reset) {
+  news();
+  for (const char* payload :
+       {R"({"deployId":"d","resources":[]})", R"({"deployId":"d","resources":[],"deployType":2})",
+        R"({"deployId":"d","resources":[],"deployType":"0"})",
+        R"({"deployId":"d","deployType":0})"}) {
+    JobRequest request = onLoop([&] { return acceptJob(payload); });
+    EXPECT_EQ(request.ticket, kNoTicket) << payload;
+    onLoop([&] { handle1Job(std::move(request)); });
+    EXPECT_TRUE(news().empty()) << payload;
+  }
+}
+
+TEST(Checksum, is_not_looked_at_beyond_twenty_mebibytes) {
+  for (const auto& [size, result] : {std::pair{20971519, 0}, {20971520, 0}, {20971521, 1}}) {
+    const std::string path = "/tmp/var/sized";
+    ASSERT_TRUE(writeFile(path, ""));
+    fs::resize_file(path, static_cast<std::uintmax_t>(size));
+    EXPECT_EQ(checkFileMd5sum(path, "not its sum"), result) << size;
   }
 }
 

@@ -4,6 +4,7 @@
 
 #include "lib/comm_path.h"
 #include "neighbourhood.h"
+#include "sync_job_status/journal.h"
 
 using namespace test;
 
@@ -93,6 +94,32 @@ TEST(ResourcesReply, is_split_in_two_beyond_two_hundred_details_and_only_then_wi
   tooLong[0]["success"] = false;
   resourcesReply("deploy", "task", tooLong, 0);
   EXPECT_EQ(news().at(0).payload["details"], parsed(R"([{"success":false}])"));
+}
+
+TEST(Journal, keeps_a_report_until_the_bridge_has_taken_every_message_of_it) {
+  const auto accept = [] { return onLoop([] { return acceptDeployment({"d", "task"}); }); };
+  const Ticket ticket = accept();
+  const auto stored = [&] {
+    return parsed(getConfig("gw_jobm_deployment_" + std::to_string(ticket)));
+  };
+  EXPECT_EQ(stored()["deployId"], "d");
+  const CapturedLog log;
+  bridge().on("publish",
+              [](const Received& call) { return call.text(1) == "[2]" ? R"({"code":5})" : "{}"; });
+  onLoop([&] {
+    publishReport(ticket, {"[1]", "[2]"});
+    publishAgain();  // both are under way
+  });
+  EXPECT_TRUE(eventually([&] { return log.has("the bridge did not take the report"); }));
+  EXPECT_EQ(news().size(), 2U);
+  EXPECT_EQ(stored()["messages"], parsed(R"(["[1]","[2]"])"));
+  bridge().on("publish", {});
+  onLoop(publishAgain);
+  EXPECT_EQ(news().at(0).payload, parsed("[2]"));
+  EXPECT_TRUE(eventually([&] { return stored().isNull(); }));
+  onLoop(publishAgain);
+  EXPECT_TRUE(news().empty());
+  EXPECT_EQ(accept(), ticket);
 }
 
 }  // namespace
