@@ -78,8 +78,8 @@ void syncDirectory(const std::filesystem::path& path) {
   ::close(directory);
 }
 
-// Makes the missing parents of `path` and their names last: SQLite syncs only the directory that
-// its own files are in. What fails here shows when the database is opened.
+// Makes the missing parents of `path`, and has their names survive a power cut: SQLite syncs only
+// the directory of its own files. A failure shows when the database is opened.
 void makeParents(const std::filesystem::path& path) {
   const std::filesystem::path parent = path.parent_path();
   std::error_code ignored;
@@ -117,8 +117,8 @@ int openStore(Store& open, const std::string& path, int timeoutMs) {
   return open.getStatement && open.setStatement ? SQLITE_OK : SQLITE_ERROR;
 }
 
-// With the lock held: the store, open and ready for a call of `timeoutMs`. SQLITE_OK, or why it
-// isn't.
+// With the lock held: opens the store if it is not open, and sets the busy time-out. Returns
+// SQLITE_OK, or why the store can't be used.
 int ready(int timeoutMs) {
   Store& open = store();
   const std::string path = databasePath();
@@ -127,8 +127,8 @@ int ready(int timeoutMs) {
     sqlite3_busy_timeout(open.database.get(), timeoutMs);
     return SQLITE_OK;
   }
-  // While another process turns a new file to WAL mode, SQLite answers "busy" at once instead of
-  // waiting. There is nothing to wait for but the file itself.
+  // While another process turns a new file to WAL mode, SQLite answers "busy" at once, whatever the
+  // busy time-out, and offers nothing to wait for. So this tries again.
   using Clock = std::chrono::steady_clock;
   const auto deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
   int result = openStore(open, path, timeoutMs);
@@ -145,8 +145,8 @@ int ready(int timeoutMs) {
   return result;
 }
 
-// What can be wrong with the file itself may have been mended by the next call, which opens it
-// anew.
+// Makes the statement ready for its next use. After an error of the file itself the store is
+// closed: the next call opens what may have been repaired by then.
 void finish(sqlite3_stmt* statement, int result) {
   sqlite3_reset(statement);
   sqlite3_clear_bindings(statement);

@@ -12,13 +12,13 @@ namespace config_store {
 /// Where the database is: $GATEWAY_CONFIG_DB, or the gateway's usual place.
 std::string databasePath();
 
-/// What a look for a key found. Without `wasRead` nobody knows whether it has a value.
+/// What get found. Without `wasRead` it is unknown whether the key has a value.
 struct Found {
   bool wasRead = false;
   std::optional<std::string> value;
 };
 
-/// Looks for `key`, for at most `timeout_ms` in a locked store.
+/// Looks for `key`. Waits up to `timeout_ms` for a locked store.
 Found get(const std::string& key, int timeout_ms);
 
 /// Writes `key` durably. Returns 0, or SQLite's result code.

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <bit>
 #include <cstddef>
 #include <ctime>
 
@@ -35,7 +36,7 @@ std::atomic<std::uint64_t> lastLeftOut{0};  // the key of its place
 std::atomic<std::int64_t> nextTellMs{0};
 
 std::uint64_t keyOf(const char* path, int line) {
-  const auto address = static_cast<std::uint64_t>(reinterpret_cast<std::uintptr_t>(path));
+  const auto address = static_cast<std::uint64_t>(std::bit_cast<std::uintptr_t>(path));
   const auto low = static_cast<std::uint64_t>(line) & ((1U << kLineBits) - 1U);
   return std::max<std::uint64_t>(address << kLineBits | low, 1);
 }
@@ -85,7 +86,7 @@ LeftOut toTell() {
   if (now < due || !nextTellMs.compare_exchange_strong(due, now + kTellMs)) return {};
   const std::uint64_t key = lastLeftOut.load(std::memory_order_relaxed);
   const auto address = static_cast<std::uintptr_t>(key >> kLineBits);
-  return {leftOut.exchange(0), reinterpret_cast<const char*>(address),
+  return {leftOut.exchange(0), std::bit_cast<const char*>(address),
           static_cast<int>(key & ((1U << kLineBits) - 1U))};
 }
 

@@ -12,7 +12,7 @@ namespace {
 constexpr int kTimeoutMs = 10000;
 constexpr int kUsage = 2;
 
-// A value that nobody could be shown is a failure.
+// Output that could not be written is a failure.
 int finishOutput() { return std::fflush(stdout) == 0 ? 0 : 1; }
 
 int get(const std::string& key) {

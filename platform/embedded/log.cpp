@@ -4,7 +4,8 @@
 // integers, one plain double): it allocates only for positional arguments, wide characters and
 // precisions beyond its own buffers, none of which occur.
 //
-// Only the way into the journal is another library's, and not taken inside a signal handler.
+// Where the journal reads standard error, libsystemd sends the record instead; never from inside a
+// signal handler.
 
 #include <gateway/log.h>
 #include <gateway/output.h>

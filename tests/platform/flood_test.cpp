@@ -92,12 +92,11 @@ TEST_F(Flood, is_no_deployment_of_ten_thousand_resources_nor_a_second_one_behind
 
 TEST_F(Flood, from_several_threads_gets_one_allowance) {
   {
-    std::vector<std::jthread> threads;
-    for (int i = 0; i < 4; ++i) {
-      threads.emplace_back([] {
-        for (int n = 0; n < flood_guard::kAllowance / 3; ++n) record(1, "r");
-      });
-    }
+    const auto write = [] {
+      for (int n = 0; n < flood_guard::kAllowance / 3; ++n) record(1, "r");
+    };
+    const std::array<std::jthread, 4> threads{std::jthread(write), std::jthread(write),
+                                              std::jthread(write), std::jthread(write)};
   }
   record(2, "of another place");
   out.end();
