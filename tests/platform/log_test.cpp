@@ -100,7 +100,7 @@ TEST(Log, sends_no_control_character_and_no_line_of_unknown_kind_whatever_bytes_
   const std::string edges =
       "a \n\r\x1b\x7f\x80\x8f\x90\x9f\xa0\xbf\xc0\xc2\xdf\xe0\xed\xef\xf0\xf4\xf5\xff";
   const CapturedLog log;
-  for (int byte = 1; byte < 256; ++byte) LOGI("%c|", byte);
+  for (int byte = 1; byte < 256; ++byte) LOGI("%c, eight or more|", byte);
   for (const char a : edges) {
     for (const char b : edges) {
       for (const char c : edges) LOGI("%c%c%c|", a, b, c);
