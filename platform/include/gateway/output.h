@@ -1,5 +1,5 @@
-/// Writing where the reader may be gone: SIGPIPE ends this program, a closed pipe of its output must
-/// not. For any platform library. Any thread, also inside a signal handler.
+/// Writing where the reader may be gone: SIGPIPE ends this program, a closed pipe of its output
+/// must not. For any platform library. Any thread, also inside a signal handler.
 #pragma once
 
 #include <pthread.h>
