@@ -34,7 +34,7 @@ class Statement {
 
  private:
   struct Finalizer {
-    void operator()(sqlite3_stmt* statement) const { sqlite3_finalize(statement); }
+    void operator()(sqlite3_stmt* prepared) const { sqlite3_finalize(prepared); }
   };
   std::unique_ptr<sqlite3_stmt, Finalizer> statement;
 };
@@ -53,7 +53,7 @@ class Store {
   int tryOpen(const std::string& file);
 
   struct Closer {
-    void operator()(sqlite3* database) const { sqlite3_close_v2(database); }
+    void operator()(sqlite3* opened) const { sqlite3_close_v2(opened); }
   };
   std::unique_ptr<sqlite3, Closer> database;
 };
