@@ -88,7 +88,7 @@ void calls(const Options& options) {
     std::list<Floor> floors;
     for (const char* shape : kShapes) floors.emplace_back(shape, service, method, reportSize);
     for (int run = 0; run < options.runs; ++run) {
-      for (const std::size_t callers : {1, 8}) {
+      for (const std::size_t callers : {1U, 8U}) {
         const std::size_t total = options.scaled(16000);
         measure("service", kService, method, callers, total);
         for (const Floor& floor : floors) {

@@ -34,7 +34,7 @@ void latency(const Options& options) {
   const Connection connection = connectBus();
   awaitName(connection.get(), kEcho);
   for (int run = 0; run < options.runs; ++run) {
-    for (const std::size_t executors : {3, 20, 100}) {
+    for (const std::size_t executors : {3U, 20U, 100U}) {
       measure("service", options.scaled(500), executors);
       for (const char* shape : kShapes) measure(shape, options.scaled(500), executors);
     }
