@@ -78,22 +78,25 @@ class Faults : public Scene {
     std::function<bool()> begin = [] { return true; };  // false if it can't be had here
   };
 
-  // Deploys the resource beside another one while the fault lasts; returns the report's details.
+  // Deploys the resource beside another one and a deletion while the fault lasts; returns the
+  // report's details.
   Json::Value show(const Case& c) {
     SCOPED_TRACE(c.logged);
     Json::Value details;
+    std::error_code ignored;
     if (const CapturedLog log; c.begin()) {
+      fs::create_directories(kTree / "gone", ignored);
       const std::string deployId = "faulty " + std::to_string(++jobs);
-      deploy(deployId, {c.resource, text("good", "good")});
+      deploy(deployId, {c.resource, text("good", "good"), resourceOf("gone", "good", 1)});
       details = detailsOf(deployId, 1, 20);
       EXPECT_EQ(outcomeOf(details), c.expected);
       EXPECT_TRUE(log.has(c.logged));
       EXPECT_FALSE(fs::exists(kTree.parent_path() / "out") || fs::exists(kTree / "faulty/out"));
+      EXPECT_FALSE(fs::exists(kTree / "gone"));
     }
     // First with the store as it was, where its lock or its full disk was the whole cause.
     const bool wasLocked = other != nullptr;
     other.reset();
-    std::error_code ignored;
     if (fs::remove(elsewhere / "filler", ignored) || wasLocked) ordinaryJob();
     disk.reset();
     closeStore();
@@ -181,7 +184,11 @@ TEST_F(Faults, of_a_resource_cost_it_alone_before_anything_is_stored_or_called) 
   };
   // The other one is told about in full.
   const std::string config = kTree / "good/good.config/config.json";
-  for (const Case& c : cases) EXPECT_EQ(show(c)[1]["data"]["config"], config);
+  for (const Case& c : cases) {
+    const Json::Value details = show(c);
+    EXPECT_EQ(details[1]["data"]["config"], config);
+    EXPECT_EQ(details[2]["message"], "Resource has been successfully deleted.");
+  }
   for (const char* key : {"gw_system_productkey", "never"}) EXPECT_EQ(getConfig(key), "kept");
   EXPECT_EQ(executor.count("deployJob"), 0U);
 }
