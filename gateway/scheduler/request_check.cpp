@@ -53,11 +53,12 @@ std::string runnerFault(const Json::Value& attrs, const std::string& address) {
   const Json::Value& tags = runner["tags"];
   Json::Value version;
   if (!tags.isArray() || tags.size() != 1 || !tags[0].isString() ||
-      !jobm::json::parse(tags[0].asString(), version) ||
-      jobm::json::textOf(version, "version").empty()) {
+      !jobm::json::parse(tags[0].asString(), version)) {
     return "tags do not carry a version";
   }
-  return "";
+  const std::string number = jobm::json::textOf(version, "version");
+  const bool isBare = !number.empty() && number.find_first_of(" \r\n") == std::string::npos;
+  return isBare ? "" : "the version is empty or has blanks or a line end";
 }
 
 std::string heartbeatFault(const Json::Value& attrs, std::int64_t runId) {

@@ -42,7 +42,11 @@ TEST(Checkers, find_every_mistake_in_what_is_otherwise_good) {
        R"("tenant":"TV_RN","address":"pk_dn","runnerGroup":"tarnvale.runner.group","addressType":1,)"
        R"("heartRate":10000,"linkType":0,"executor":"[ConfigManager]","sdkVersion":"1.1",)"
        R"("tags":["{\"version\":\"1.0.0\"}"]}]})",
-       {{"00000000", ""}, {"pk_dn", "pk-dn"}, {":4", R"(:"4")"}, {"1.0.0", ""}}},
+       {{"00000000", ""},
+        {"pk_dn", "pk-dn"},
+        {":4", R"(:"4")"},
+        {"1.0.0", ""},
+        {"1.0.0", R"(1.0.0\\n)"}}},
       {report,
        R"({"deployId":"d","taskId":"t","isLastReply":true,"deployType":0,"details":[null]})",
        {{R"("d")", R"("")"}, {"0", R"("0")"}, {"0", "1"}, {"[null]", "{}"}, {"true", "false"}}},

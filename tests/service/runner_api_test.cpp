@@ -48,18 +48,6 @@ TEST(Runner, is_registered_by_the_integer_code_200_only_and_beats_from_then_on) 
   setRunId(77);
 }
 
-TEST(Runner, registers_with_the_first_line_of_the_version_beside_its_folder) {
-  namespace fs = std::filesystem;
-  fs::create_directories("/tmp/var/version/app");
-  ASSERT_TRUE(writeFile("/tmp/var/version/VERSION", "1.2.3\n"));
-  const fs::path before = fs::current_path();
-  fs::current_path("/tmp/var/version/app");
-  registerRunner(4, 1000000000, "[ConfigManager]", "1.1");
-  fs::current_path(before);
-  EXPECT_EQ(parsed(news().at(0).payload["attrs"][0]["tags"][0].asString()),
-            parsed(R"({"version":"1.2.3"})"));
-}
-
 TEST(Routing, calls_a_handler_once_with_the_whole_reply_and_forgets_it) {
   const std::size_t before = outstandingRequests();
   Json::Value got;
