@@ -171,6 +171,7 @@ TEST_F(Scene, lets_a_request_wait_until_the_deployment_before_it_is_over) {
 TEST_F(Scene, leaves_on_disk_what_four_types_of_executors_read_themselves) {
   const std::vector<std::string> types = {"function", "driver", "stream", "rule", "label"};
   std::vector<Json::Value> resources;
+  resources.reserve(types.size());
   for (const std::string& type : types) resources.push_back(text(type, type));
   deploy("on disk", resources);
   EXPECT_EQ(detailsOf("on disk").size(), types.size());
