@@ -34,6 +34,7 @@ void measure(const std::string& side, const std::string& service, const Method& 
              std::size_t callers, std::size_t total) {
   std::vector<std::vector<double>> parts(callers);
   std::vector<std::thread> threads;
+  threads.reserve(callers);
   const double begin = now();
   for (auto& part : parts) {
     threads.emplace_back([&] { part = callOneByOne(service, method, total / callers); });

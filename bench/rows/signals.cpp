@@ -27,7 +27,7 @@ class Engine {
       dbus_bus_add_match(connection.get(), rule, nullptr);
     }
     dbus_connection_flush(connection.get());
-    reader = std::make_unique<Reader>(std::move(connection), [this](DBusMessage* message) {
+    reader = std::make_unique<BusReader>(std::move(connection), [this](DBusMessage* message) {
       if (dbus_message_is_signal(message, kService, "IFTTTEngine_Event_Invoke")) ++received;
     });
   }
@@ -36,7 +36,7 @@ class Engine {
 
  private:
   std::atomic<std::size_t> received = 0;
-  std::unique_ptr<Reader> reader;
+  std::unique_ptr<BusReader> reader;
 };
 
 struct Kind {

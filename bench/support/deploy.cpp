@@ -45,8 +45,8 @@ std::string deleteOrders(std::size_t count) {
   for (std::size_t i = 0; i < count; ++i) {
     if (i > 0) orders += ',';
     const std::string id = std::to_string(i + 1);
-    orders += R"({"id":)" + id + R"(,"ackCode":10204,"jobId":)" + id +
-              R"(,"executor":"ConfigManager","ackContent":"{}"})";
+    orders.append(R"({"id":)").append(id).append(R"(,"ackCode":10204,"jobId":)").append(id);
+    orders += R"(,"executor":"ConfigManager","ackContent":"{}"})";
   }
   return orders + "]";
 }

@@ -83,7 +83,7 @@ Gateway::Gateway() {
   requestName(connection.get(), std::string("bench.") + kParser);
   for (const std::string& type : kTypes) requestName(connection.get(), "bench." + type);
   bus = connection.get();
-  reader = std::make_unique<Reader>(std::move(connection), [this](DBusMessage* message) {
+  reader = std::make_unique<BusReader>(std::move(connection), [this](DBusMessage* message) {
     if (dbus_message_get_type(message) == DBUS_MESSAGE_TYPE_METHOD_CALL) handle(message);
   });
 }

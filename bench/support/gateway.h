@@ -77,8 +77,8 @@ class Gateway {
   Published seen;
   const std::function<bool()>* wanted = nullptr;  // what a thread waits for
   std::condition_variable fulfilled;
-  DBusConnection* bus = nullptr;   // of the reader, and of its thread alone
-  std::unique_ptr<Reader> reader;  // the last member: its thread uses the others
+  DBusConnection* bus = nullptr;      // of the reader, and of its thread alone
+  std::unique_ptr<BusReader> reader;  // the last member: its thread uses the others
 };
 
 /// The service, known to the scheduler, with its executors and the parser registered.

@@ -8,18 +8,18 @@
 
 namespace bench {
 
-Reader::Reader(Connection given, std::function<void(DBusMessage*)> handle)
+BusReader::BusReader(Connection given, std::function<void(DBusMessage*)> handle)
     : connection(std::move(given)), handler(std::move(handle)), stop(eventfd(0, EFD_CLOEXEC)) {
   thread = std::thread([this] { run(); });
 }
 
-Reader::~Reader() {
+BusReader::~BusReader() {
   eventfd_write(stop, 1);
   thread.join();
   close(stop);
 }
 
-void Reader::run() {
+void BusReader::run() {
   // What came while the connection was prepared lies in libdbus's queue already.
   do {
     while (DBusMessage* raw = dbus_connection_pop_message(bus())) {
@@ -29,7 +29,7 @@ void Reader::run() {
   } while (awaitTraffic() && dbus_connection_read_write(bus(), 0));
 }
 
-bool Reader::awaitTraffic() const {
+bool BusReader::awaitTraffic() const {
   int descriptor = -1;
   require(dbus_connection_get_unix_fd(bus(), &descriptor) != FALSE, "no descriptor");
   const bool isFull = dbus_connection_has_messages_to_send(bus());

@@ -8,14 +8,14 @@
 namespace bench {
 
 /// Reads a connection on a thread of its own, which sleeps while nothing comes.
-class Reader {
+class BusReader {
  public:
   /// `handle` gets every message, on that thread, which then is the only one that may use the
   /// connection.
-  Reader(Connection given, std::function<void(DBusMessage*)> handle);
-  ~Reader();
-  Reader(const Reader&) = delete;
-  Reader& operator=(const Reader&) = delete;
+  BusReader(Connection given, std::function<void(DBusMessage*)> handle);
+  ~BusReader();
+  BusReader(const BusReader&) = delete;
+  BusReader& operator=(const BusReader&) = delete;
 
   DBusConnection* bus() const { return connection.get(); }
 

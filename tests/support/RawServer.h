@@ -92,7 +92,7 @@ class RawServer {
     const sockaddr nowhere{.sa_family = AF_UNSPEC, .sa_data = {}};
     if (then == Then::end) shutdown(peer, SHUT_RDWR);
     if (then == Then::endSending) shutdown(peer, SHUT_WR);
-    if (then == Then::reset) connect(peer, &nowhere, sizeof nowhere);
+    if (then == Then::reset) static_cast<void>(connect(peer, &nowhere, sizeof nowhere));
   }
 
   const Manners manners;
