@@ -41,7 +41,7 @@ struct Md5 {
 
 // Empty when the digest can't be had.
 std::string md5Of(const std::vector<char>& bytes) {
-  static const Md5 md5;
+  static const Md5& md5 = *std::make_unique<Md5>().release();  // never freed
   std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
   unsigned int length = 0;
   if (!md5.digest || EVP_Digest(bytes.data(), bytes.size(), digest.data(), &length,
