@@ -26,10 +26,17 @@ constexpr int kAccepted = 200;
 constexpr int kJobList = 10200;
 constexpr int kRefused = 400;
 constexpr int kAddJob = 10201;
+constexpr int kResetJobs = 10219;
 
 std::int64_t millisecondsNow() {
   const auto now = std::chrono::system_clock::now().time_since_epoch();
   return std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
+}
+
+// Whether an order is only answered when those before it are over: a reset that can be read.
+bool takesItsTurn(int ackCode, const std::string& content) {
+  Json::Value ignored;
+  return ackCode == kResetJobs && jobm::json::parse(content, ignored);
 }
 
 }  // namespace
@@ -210,7 +217,7 @@ Scheduler::Job* Scheduler::jobOfReport(const Json::Value& report) {
   const std::string taskId = jobm::json::textOf(report, "taskId");
   const auto found = std::ranges::find_if(jobs, [&](const Job& job) {
     if (!job.handedOut) return false;
-    if (deployId.empty()) return !job.heardOf;
+    if (deployId.empty()) return !job.heardOf && !takesItsTurn(job.ackCode, job.ackContent);
     return jobm::json::textOf(job.request, "deployId") == deployId &&
            jobm::json::textOf(job.request, "taskId") == taskId;
   });
