@@ -41,14 +41,25 @@ struct Journal {
   std::vector<bool> isUsed;  // by slot
   std::int64_t lastOrder = 0;
   std::map<Ticket, Report> reports;  // of every slot in use
+  // What the store failed to take: until it does, a restart would find what was there before.
+  std::map<Ticket, std::string> unwritten;
 };
 Journal journal;
 
 std::string keyOf(Ticket ticket) { return key::kDeploymentPrefix + std::to_string(ticket); }
 
 void write(Ticket ticket, const std::string& text) {
-  if (setConfig(keyOf(ticket), text) == 0) return;
-  LOGE("%s could not be written, a restart would lose it.\n", keyOf(ticket).c_str());
+  if (setConfig(keyOf(ticket), text) == 0) {
+    journal.unwritten.erase(ticket);
+    return;
+  }
+  LOGE("%s could not be written, a restart would not know of it.\n", keyOf(ticket).c_str());
+  journal.unwritten[ticket] = text;
+}
+
+void writeAgain() {
+  const auto texts = journal.unwritten;
+  for (const auto& [ticket, text] : texts) write(ticket, text);
 }
 
 Ticket takeFreeSlot() {
@@ -70,11 +81,18 @@ void letGo(Ticket ticket) {
 
 bool isTaken(const Message& message) { return message.isTaken; }
 
+// Such a message would be tried again for ever.
+bool isTooLong(const Message& message) { return message.payload.size() > kMaxPayload; }
+
 void handleOutcome(Ticket ticket, std::size_t index, int code) {
   Report& report = journal.reports.at(ticket);
+  Message& message = report.messages[index];
   --report.underWay;
   if (code == 0) {
-    report.messages[index].isTaken = true;
+    message.isTaken = true;
+  } else if (isTooLong(message)) {
+    LOGE("the report in %s is longer than the bus takes, it is lost.\n", keyOf(ticket).c_str());
+    message.isTaken = true;
   } else {
     LOGW("the bridge did not take the report in %s (%d), it is kept.\n", keyOf(ticket).c_str(),
          code);
@@ -181,9 +199,12 @@ void publishReport(Ticket ticket, const std::vector<std::string>& payloads) {
 }
 
 void publishAgain() {
+  writeAgain();
+  std::map<std::int64_t, Ticket> kept;  // by order of arrival
   for (const auto& [ticket, report] : journal.reports) {
-    if (report.underWay == 0 && !report.messages.empty()) publishMessages(ticket);
+    if (report.underWay == 0 && !report.messages.empty()) kept[report.order] = ticket;
   }
+  for (const auto& [order, ticket] : kept) publishMessages(ticket);
 }
 
 Slots readJournal() {

@@ -114,12 +114,18 @@ TEST(Journal, keeps_a_report_until_the_bridge_has_taken_every_message_of_it) {
   EXPECT_EQ(news().size(), 2U);
   EXPECT_EQ(stored()["messages"], parsed(R"(["[1]","[2]"])"));
   bridge().on("publish", {});
+  setenv("GATEWAY_CONFIG_DB", "/dev/null/none", 1);
   onLoop(publishAgain);
   EXPECT_EQ(news().at(0).payload, parsed("[2]"));
-  EXPECT_TRUE(eventually([&] { return stored().isNull(); }));
+  EXPECT_TRUE(eventually([&] { return log.has("deployment_0 could not be written"); }));
+  unsetenv("GATEWAY_CONFIG_DB");
+  EXPECT_FALSE(stored().isNull()) << "a restart would report again";
   onLoop(publishAgain);
+  EXPECT_TRUE(stored().isNull());
   EXPECT_TRUE(news().empty());
   EXPECT_EQ(accept(), ticket);
+  onLoop([&] { publishReport(ticket, {std::string(kMaxPayload + 8192, 'x')}); });
+  EXPECT_TRUE(eventually([&] { return stored().isNull(); })) << "what no bus takes is let go";
 }
 
 }  // namespace

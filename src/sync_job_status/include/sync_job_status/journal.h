@@ -36,8 +36,8 @@ struct AcceptedDeployment {
 /// write, and another one when the bridge has taken the last of them.
 void publishReport(Ticket ticket, const std::vector<std::string>& payloads);
 
-/// Publishes again what the bridge did not take. Call it when something shows that the cloud can be
-/// reached.
+/// Publishes again what the bridge did not take, and writes again what the store did not. Call it
+/// when something shows that the cloud can be reached.
 void publishAgain();
 
 /// What a former process left: one entry a slot.
