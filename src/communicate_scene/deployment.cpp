@@ -35,29 +35,62 @@ void endAbandoned(Deployment& deployment) {
   endDeployment(deployment, collectDetails(deployment.summary, wholeDetail));
 }
 
+void endFailed(Deployment& deployment) {
+  const DeploymentReport& identity = deployment.identity;
+  LOGE("deployment %s has failed: %s\n", identity.deployId.c_str(), deployment.failure.c_str());
+  const Json::Value snapshotIds = snapshotIdsOf(deployment.resources);
+  endDeployment(deployment, failedDetails(identity.deployType, snapshotIds, deployment.failure));
+}
+
+void endUnfinished(Deployment& deployment) {
+  const bool hasFailed = !deployment.failure.empty();
+  if (hasFailed && !isReported(deployment.identity.ticket)) return endFailed(deployment);
+  if (!deployment.ended) endAbandoned(deployment);
+}
+
 // The last holder has gone. It may be a reply handler in the middle of its destruction, so no
-// exception may leave.
+// exception may leave; and none may keep those that wait from their turn.
 void release(Deployment* last) noexcept {
   const std::unique_ptr<Deployment> deployment(last);
   try {
-    if (!deployment->ended) endAbandoned(*deployment);
+    endUnfinished(*deployment);
   } catch (const std::exception& e) {
     LOGE("release Exception e = %s\n", e.what());
   }
+  resumeQueue();
 }
 
 }  // namespace
 
 SharedDeployment beginDeployment(Deployment&& deployment) {
+  SharedDeployment shared(std::make_unique<Deployment>(std::move(deployment)).release(), release);
   holdQueue();
-  return {std::make_unique<Deployment>(std::move(deployment)).release(), release};
+  return shared;
+}
+
+void runStep(Deployment& deployment, const std::function<void()>& step) {
+  if (!deployment.failure.empty()) return;
+  try {
+    step();
+  } catch (const std::exception& e) {
+    deployment.failure = e.what();
+  }
 }
 
 void endDeployment(Deployment& deployment, Json::Value&& details) {
   deployment.ended = true;
   reportDeployment(deployment.identity, details);
   if (deployment.phase == Phase::kExecutors) callOnWatchTypesFinish();
-  resumeQueue();
+}
+
+Json::Value snapshotIdsOf(const Json::Value& resources) {
+  Json::Value ids(Json::arrayValue);
+  if (!resources.isArray()) return ids;
+  for (const Json::Value& resource : resources) {
+    const std::string id = json::textOf(resource, "snapshotId");
+    if (!id.empty()) ids.append(id);
+  }
+  return ids;
 }
 
 std::optional<Json::Value> wholeDetail(const std::string& name, const Json::Value& entry) {

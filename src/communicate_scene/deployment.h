@@ -37,6 +37,7 @@ struct Deployment {
   int expected = 0;                    // calls to parsers
   std::map<std::string, int> awaited;  // snapshotId to its calls that no parser has answered yet
   bool ended = false;
+  std::string failure;  // why it ends as failed as a whole: what a step of it has thrown
 };
 
 /// Held by whoever may still add to the deployment: the phase under way and every reply handler.
@@ -46,14 +47,21 @@ using SharedDeployment = std::shared_ptr<Deployment>;
 ///
 /// It ends through endDeployment, and is over then:
 ///   - when the last executor has answered, or none was to be called;
-///   - when the last parser has answered and one of them, or another resource, has failed;
-///   - when its last holder has gone without either: a parser never answered. Its resources then
-///     fail, and no executor is called.
+///   - when the last parser has answered and one of them has refused its resource;
+///   - when its last holder has gone without either: a parser never answered, and its resources
+///     fail; or a step has thrown, and all resources fail.
 [[nodiscard]] SharedDeployment beginDeployment(Deployment&& deployment);
 
-/// Ends a deployment: reports `details`, tells the executors that the batch is finished if they
-/// were called, and has the next request start, from the loop.
+/// Runs one step of the deployment. If it throws, no further step runs, and the deployment fails as
+/// a whole when its last holder has gone. Does not throw.
+void runStep(Deployment& deployment, const std::function<void()>& step);
+
+/// Ends a deployment: reports `details`, and if it has come to the executors tells them that the
+/// batch is finished. The next request starts, from the loop, when the last holder has gone.
 void endDeployment(Deployment& deployment, Json::Value&& details);
+
+/// The snapshotIds of a request's resources, without empty ones.
+Json::Value snapshotIdsOf(const Json::Value& resources);
 
 /// What a report says of the entry `name` of the summary; nothing when the entry is no object.
 using DetailOf = std::optional<Json::Value> (*)(const std::string& name, const Json::Value& entry);

@@ -52,9 +52,11 @@ void endWhenAllAnswered(Deployment& deployment) {
 
 JobReplyHandler replyHandler(const SharedDeployment& deployment) {
   return [deployment](const RecordReply& record) {
-    countReply();
-    record(deployment->summary);
-    endWhenAllAnswered(*deployment);
+    runStep(*deployment, [&] {
+      countReply();
+      record(deployment->summary);
+      endWhenAllAnswered(*deployment);
+    });
   };
 }
 

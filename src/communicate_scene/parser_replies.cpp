@@ -42,9 +42,7 @@ void finishParsers(const SharedDeployment& deployment) {
   endDeployment(*deployment, std::move(details));
 }
 
-}  // namespace
-
-void handleParserReply(const ParserCall& call, int code, const std::string& message) {
+void recordReply(const ParserCall& call, int code, const std::string& message) {
   const SharedDeployment& deployment = call.deployment;
   const int before = deployment->received++;
   // The count before this answer, see "Log lines in another's name" in docs/architecture.md.
@@ -54,6 +52,12 @@ void handleParserReply(const ParserCall& call, int code, const std::string& mess
   --deployment->awaited[call.snapshotId];
   updateEntry(deployment->summary[call.snapshotId], call, code, message);
   if (deployment->received == deployment->expected) finishParsers(deployment);
+}
+
+}  // namespace
+
+void handleParserReply(const ParserCall& call, int code, const std::string& message) {
+  runStep(*call.deployment, [&] { recordReply(call, code, message); });
 }
 
 }  // namespace jobm

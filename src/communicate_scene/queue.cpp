@@ -36,14 +36,17 @@ void takeTurn(const Turn& turn) {
   }
 }
 
+// One of them; what else the loop has to do comes before the next, which may download for long.
 void takeTurns() {
   queue.held = false;
-  while (!queue.held && !queue.waiting.empty()) {
-    const Waiting next = std::move(queue.waiting.front());
-    queue.waiting.pop_front();
-    queue.bytes -= next.bytes;
-    takeTurn(next.turn);
-  }
+  if (queue.waiting.empty()) return;
+  const Waiting next = std::move(queue.waiting.front());
+  queue.waiting.pop_front();
+  queue.bytes -= next.bytes;
+  takeTurn(next.turn);
+  if (queue.held || queue.waiting.empty()) return;
+  holdQueue();
+  resumeQueue();
 }
 
 }  // namespace

@@ -164,7 +164,8 @@ void deploy(const DeploymentReport& identity, Json::Value&& resources) {
   if (!storeResources(deployment)) return;
   LOGI("All resources are written into Config manager with key = resourceType.");
   LOGI("Going to notify all parsers to process resources");
-  notifyParsers(beginDeployment(std::move(deployment)));
+  const SharedDeployment begun = beginDeployment(std::move(deployment));
+  runStep(*begun, [&] { notifyParsers(begun); });
 }
 
 // A request of any other type is not for this service, and not answered.
@@ -194,6 +195,26 @@ void carryOut(const JobRequest& job, Json::Value&& parsed) {
   deploy(identity, std::move(parsed["resources"]));
 }
 
+// Nothing for a request that will not be answered, see carryOut.
+std::optional<AcceptedDeployment> readAccepted(const Json::Value& request) {
+  const std::optional<int> deployType = deployTypeOf(request);
+  if (!deployType || (deployType == kDeploy && !request.isMember("resources"))) return std::nullopt;
+  return AcceptedDeployment{request["deployId"].asString(), request["taskId"].asString(),
+                            *deployType, snapshotIdsOf(request["resources"])};
+}
+
+// What was accepted is reported, even if it could not be carried out.
+void reportFailure(const JobRequest& job, const std::string& why) {
+  if (isReported(job.ticket)) return;
+  Json::Value request;
+  if (!json::parse(job.payload, request)) return;
+  const auto accepted = readAccepted(std::as_const(request));
+  if (!accepted) return;
+  Json::Value details = failedDetails(accepted->deployType, accepted->snapshotIds, why);
+  reportDeployment({job.ticket, accepted->deployId, accepted->taskId, accepted->deployType},
+                   details);
+}
+
 void startRequest(JobRequest& job) {
   try {
     Json::Value request = std::move(job.parsed);
@@ -204,25 +225,8 @@ void startRequest(JobRequest& job) {
     carryOut(job, std::move(request));
   } catch (const std::exception& e) {
     LOGE("handle1Job Exception e = %s, origin payload is: %s", e.what(), job.payload.c_str());
+    reportFailure(job, e.what());
   }
-}
-
-Json::Value snapshotIdsOf(const Json::Value& resources) {
-  Json::Value ids(Json::arrayValue);
-  if (!resources.isArray()) return ids;
-  for (const Json::Value& resource : resources) {
-    const std::string id = json::textOf(resource, "snapshotId");
-    if (!id.empty()) ids.append(id);
-  }
-  return ids;
-}
-
-// Nothing for a request that will not be answered, see carryOut.
-std::optional<AcceptedDeployment> readAccepted(const Json::Value& request) {
-  const std::optional<int> deployType = deployTypeOf(request);
-  if (!deployType || (deployType == kDeploy && !request.isMember("resources"))) return std::nullopt;
-  return AcceptedDeployment{request["deployId"].asString(), request["taskId"].asString(),
-                            *deployType, snapshotIdsOf(request["resources"])};
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include <gateway/log_macros.h>
 
+#include <algorithm>
 #include <utility>
 
 #include "dbus_process_call/dbus_process_call.h"
@@ -36,6 +37,16 @@ void stripData(Json::Value& details) {
   }
 }
 
+void stripToOutcome(Json::Value& details) {
+  for (Json::Value& detail : details) {
+    Json::Value outcome;
+    for (const char* key : {"snapshotId", "success", "code"}) {
+      if (detail.isObject() && detail.isMember(key)) outcome[key] = detail[key];
+    }
+    detail = std::move(outcome);
+  }
+}
+
 // Two messages, however many details are left for the second, and only then without "data": the
 // cloud's side joins exactly two.
 std::vector<std::string> buildSplit(const DeploymentReport& report, Json::Value& details) {
@@ -45,15 +56,25 @@ std::vector<std::string> buildSplit(const DeploymentReport& report, Json::Value&
           buildDeployMessage(report, slice(details, kMaxDetails, count), true)};
 }
 
-std::vector<std::string> buildMessages(const DeploymentReport& report, Json::Value& details) {
+std::vector<std::string> build(const DeploymentReport& report, Json::Value& details) {
   if (details.isArray() && details.size() > kMaxDetails) return buildSplit(report, details);
-  std::string payload = buildDeployMessage(report, Json::Value(details), true);
-  if (payload.size() > kMaxPayload) {
-    // It would never be sent, and the outcome counts for more than the texts beside it.
-    stripData(details);
-    payload = buildDeployMessage(report, Json::Value(details), true);
+  return {buildDeployMessage(report, Json::Value(details), true)};
+}
+
+bool areSendable(const std::vector<std::string>& messages) {
+  return std::all_of(messages.begin(), messages.end(),
+                     [](const std::string& message) { return message.size() <= kMaxPayload; });
+}
+
+// What is too long would never be sent, and the outcome counts for more than the texts beside it.
+std::vector<std::string> buildMessages(const DeploymentReport& report, Json::Value& details) {
+  std::vector<std::string> messages = build(report, details);
+  for (const auto shorten : {stripData, stripToOutcome}) {
+    if (areSendable(messages)) break;
+    shorten(details);
+    messages = build(report, details);
   }
-  return {std::move(payload)};
+  return messages;
 }
 
 }  // namespace
@@ -62,6 +83,24 @@ void reportDeployment(const DeploymentReport& report, Json::Value& details) {
   const std::vector<std::string> messages = buildMessages(report, details);
   publishReport(report.ticket, messages);
   LOGR("resourcesReply payload = %s", messages.back().c_str());
+}
+
+Json::Value failedDetails(int deployType, const Json::Value& snapshotIds, const std::string& why) {
+  Json::Value details(Json::arrayValue);
+  Json::Value failed;
+  failed["code"] = static_cast<int>(kChecksumFail);
+  failed["success"] = false;
+  if (deployType == kReset) {
+    failed["detail"] = why;
+    details.append(failed);
+    return details;
+  }
+  failed["message"] = why;
+  for (const Json::Value& snapshotId : snapshotIds) {
+    failed["snapshotId"] = snapshotId;
+    details.append(failed);
+  }
+  return details;
 }
 
 void resourcesReply(const std::string& deployId, const std::string& taskId, Json::Value& details,

@@ -21,6 +21,7 @@
 namespace jobm {
 namespace {
 
+constexpr auto kPauseBetweenWrites = std::chrono::minutes(1);
 constexpr const char* kInterrupted = "interrupted by a restart";
 
 struct Message {
@@ -43,23 +44,31 @@ struct Journal {
   std::map<Ticket, Report> reports;  // of every slot in use
   // What the store failed to take: until it does, a restart would find what was there before.
   std::map<Ticket, std::string> unwritten;
+  std::chrono::steady_clock::time_point nextWriteAgain;
 };
 Journal journal;
 
 std::string keyOf(Ticket ticket) { return key::kDeploymentPrefix + std::to_string(ticket); }
 
-void write(Ticket ticket, const std::string& text) {
+bool write(Ticket ticket, const std::string& text) {
   if (setConfig(keyOf(ticket), text) == 0) {
     journal.unwritten.erase(ticket);
-    return;
+    return true;
   }
   LOGE("%s could not be written, a restart would not know of it.\n", keyOf(ticket).c_str());
   journal.unwritten[ticket] = text;
+  return false;
 }
 
+// Rarely, and no further than to the first failure: a store that is locked makes each of them wait.
 void writeAgain() {
+  const auto now = std::chrono::steady_clock::now();
+  if (journal.unwritten.empty() || now < journal.nextWriteAgain) return;
+  journal.nextWriteAgain = now + kPauseBetweenWrites;
   const auto texts = journal.unwritten;
-  for (const auto& [ticket, text] : texts) write(ticket, text);
+  for (const auto& [ticket, text] : texts) {
+    if (!write(ticket, text)) return;
+  }
 }
 
 Ticket takeFreeSlot() {
@@ -75,7 +84,7 @@ Ticket takeFreeSlot() {
 
 void letGo(Ticket ticket) {
   journal.reports.erase(ticket);
-  write(ticket, "null");  // every value of the store is JSON
+  static_cast<void>(write(ticket, "null"));  // every value of the store is JSON
   journal.isUsed[static_cast<std::size_t>(ticket)] = false;
 }
 
@@ -97,7 +106,11 @@ void handleOutcome(Ticket ticket, std::size_t index, int code) {
     LOGW("the bridge did not take the report in %s (%d), it is kept.\n", keyOf(ticket).c_str(),
          code);
   }
-  if (std::all_of(report.messages.begin(), report.messages.end(), isTaken)) letGo(ticket);
+  if (report.underWay > 0) return;
+  const auto refused = std::find_if_not(report.messages.begin(), report.messages.end(), isTaken);
+  if (refused == report.messages.end()) return letGo(ticket);
+  // They are joined in their order, so all behind it come again, too.
+  for (auto later = refused; later != report.messages.end(); ++later) later->isTaken = false;
 }
 
 // All at once and in their order: the bridge keeps it.
@@ -111,30 +124,21 @@ void publishMessages(Ticket ticket) {
   }
 }
 
+// What the bridge did not take.
+void publishKept() {
+  std::map<std::int64_t, Ticket> kept;  // by order of arrival
+  for (const auto& [ticket, report] : journal.reports) {
+    if (report.underWay == 0 && !report.messages.empty()) kept[report.order] = ticket;
+  }
+  for (const auto& [order, ticket] : kept) publishMessages(ticket);
+}
+
 // The next number, for the order of arrival over restarts.
 std::int64_t nextOrder() {
   const auto now = std::chrono::system_clock::now().time_since_epoch();
   const std::int64_t clock = std::chrono::duration_cast<std::chrono::microseconds>(now).count();
   journal.lastOrder = std::max(clock, journal.lastOrder + 1);
   return journal.lastOrder;
-}
-
-Json::Value interruptedDetails(const Json::Value& entry) {
-  Json::Value details(Json::arrayValue);
-  Json::Value failed;
-  failed["code"] = static_cast<int>(kChecksumFail);
-  failed["success"] = false;
-  if (entry["deployType"] == Json::Value(kReset)) {
-    failed["detail"] = kInterrupted;
-    details.append(failed);
-    return details;
-  }
-  failed["message"] = kInterrupted;
-  for (const Json::Value& snapshotId : entry["snapshotIds"]) {
-    failed["snapshotId"] = snapshotId;
-    details.append(failed);
-  }
-  return details;
 }
 
 bool isText(const Json::Value& value) { return value.isString(); }
@@ -150,6 +154,7 @@ bool isEntry(const Json::Value& entry) {
 void reportEntry(Ticket ticket, const Json::Value& entry) {
   Report& report = journal.reports[ticket];
   report.order = entry["order"].asInt64();
+  journal.lastOrder = std::max(journal.lastOrder, report.order);
   if (entry.isMember("messages")) {
     for (const Json::Value& payload : entry["messages"]) {
       report.messages.push_back({payload.asString()});
@@ -159,7 +164,8 @@ void reportEntry(Ticket ticket, const Json::Value& entry) {
   }
   const std::string deployId = json::textOf(entry, "deployId");
   LOGW("deployment %s was interrupted by a restart.\n", deployId.c_str());
-  Json::Value details = interruptedDetails(entry);
+  Json::Value details =
+      failedDetails(entry["deployType"].asInt(), entry["snapshotIds"], kInterrupted);
   reportDeployment({ticket, deployId, json::textOf(entry, "taskId"), entry["deployType"].asInt()},
                    details);
 }
@@ -167,7 +173,9 @@ void reportEntry(Ticket ticket, const Json::Value& entry) {
 }  // namespace
 
 Ticket acceptDeployment(const AcceptedDeployment& deployment) {
+  const std::size_t before = journal.isUsed.size();
   const Ticket ticket = takeFreeSlot();
+  const bool isNew = journal.isUsed.size() > before;
   const std::int64_t order = nextOrder();
   journal.reports[ticket].order = order;
   Json::Value entry;
@@ -176,8 +184,16 @@ Ticket acceptDeployment(const AcceptedDeployment& deployment) {
   entry["taskId"] = deployment.taskId;
   entry["deployType"] = deployment.deployType;
   entry["snapshotIds"] = deployment.snapshotIds;
-  write(ticket, json::compact(entry));
-  return ticket;
+  if (write(ticket, json::compact(entry)) || !isNew) return ticket;
+  journal.unwritten.erase(ticket);
+  journal.reports.erase(ticket);
+  journal.isUsed.pop_back();
+  return kNoTicket;
+}
+
+bool isReported(Ticket ticket) {
+  const auto report = journal.reports.find(ticket);
+  return report == journal.reports.end() || !report->second.messages.empty();
 }
 
 void publishReport(Ticket ticket, const std::vector<std::string>& payloads) {
@@ -187,6 +203,7 @@ void publishReport(Ticket ticket, const std::vector<std::string>& payloads) {
     }
     return;
   }
+  publishKept();
   Report& report = journal.reports.at(ticket);
   Json::Value entry;
   entry["order"] = Json::Int64{report.order};
@@ -194,17 +211,14 @@ void publishReport(Ticket ticket, const std::vector<std::string>& payloads) {
     report.messages.push_back({payload});
     entry["messages"].append(payload);
   }
-  write(ticket, json::compact(entry));
+  // A report is worth more than the chance that it contradicts what a restart finds.
+  static_cast<void>(write(ticket, json::compact(entry)));
   publishMessages(ticket);
 }
 
 void publishAgain() {
   writeAgain();
-  std::map<std::int64_t, Ticket> kept;  // by order of arrival
-  for (const auto& [ticket, report] : journal.reports) {
-    if (report.underWay == 0 && !report.messages.empty()) kept[report.order] = ticket;
-  }
-  for (const auto& [order, ticket] : kept) publishMessages(ticket);
+  publishKept();
 }
 
 Slots readJournal() {

@@ -3,6 +3,7 @@
 
 #include <sqlite3.h>
 #include <sys/mount.h>
+#include <sys/resource.h>
 
 #include <cstdlib>
 #include <fstream>
@@ -242,6 +243,25 @@ TEST_F(Faults, of_an_answer_are_told_apart_for_parsers_and_only_counted_for_exec
     }
     ordinaryJob();
   }
+}
+
+TEST_F(Faults, of_memory_are_reported_like_any_other) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  GTEST_SKIP() << "a sanitizer needs all the memory there is";
+#endif
+  Json::Value request = parsed(R"({"deployId":"too large","taskId":"task","deployType":0})");
+  request["resources"][0] =
+      zip("faulty", "unwatched", zipOf({{"config.json", std::string(std::size_t{64} << 20, ' ')}}));
+  rlimit usual{};
+  getrlimit(RLIMIT_AS, &usual);
+  rlim_t pages = 0;
+  std::ifstream("/proc/self/statm") >> pages;
+  const rlimit scarce{pages * 4096 + (rlim_t{32} << 20), usual.rlim_max};
+  setrlimit(RLIMIT_AS, &scarce);
+  onLoop([&] { handle1Job(acceptJob(json::styled(request))); });
+  setrlimit(RLIMIT_AS, &usual);
+  EXPECT_EQ(outcomeOf(detailsOf("too large")), outcome(false, 101209, "std::bad_alloc"));
+  ordinaryJob();
 }
 
 class StoreFaults : public Faults {

@@ -178,7 +178,7 @@ TEST(Jobs, are_refused_where_too_many_wait_and_leave_nothing_behind) {
       isWrittenDown = isStored();
       resumeQueue();
     });
-    onLoop([] {});
+    EXPECT_TRUE(eventually([] { return !onLoop(isQueueHeld); }));
     EXPECT_EQ(reports(), expected);
     EXPECT_EQ(isWrittenDown, expected == accepted);
     EXPECT_TRUE(eventually([] { return !isStored(); }));

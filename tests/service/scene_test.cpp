@@ -1,4 +1,3 @@
-
 #include "scene.h"
 
 #include <openssl/evp.h>
@@ -8,6 +7,7 @@
 #include <utility>
 
 #include "communicate_scene/download.h"
+#include "deployment.h"
 #include "executor_api/registry.h"
 
 using namespace test;
@@ -200,6 +200,24 @@ TEST(Checksum, is_not_looked_at_beyond_twenty_mebibytes) {
     fs::resize_file(path, static_cast<std::uintmax_t>(size));
     EXPECT_EQ(checkFileMd5sum(path, "not its sum"), result) << size;
   }
+}
+
+TEST_F(Scene, fails_as_a_whole_when_a_step_throws_and_lets_the_next_have_its_turn) {
+  onLoop([] {
+    Deployment deployment;
+    const Json::Value ids = parsed(R"(["s-a","s-b"])");
+    deployment.identity = {acceptDeployment({"thrown", "task", 0, ids}), "thrown", "task"};
+    deployment.resources = arrayOf({resourceOf("a", "nobody's"), resourceOf("b", "nobody's", 1)});
+    const SharedDeployment begun = beginDeployment(std::move(deployment));
+    runStep(*begun, [] { throw std::runtime_error("no memory"); });
+    runStep(*begun, [] { ADD_FAILURE() << "a step after the one that threw"; });
+  });
+  deploy("next", {text("n", "nobody's")});
+  EXPECT_EQ(detailsOf("thrown"), parsed(R"([
+      {"snapshotId":"s-a","success":false,"code":101209,"message":"no memory"},
+      {"snapshotId":"s-b","success":false,"code":101209,"message":"no memory"}])"));
+  EXPECT_EQ(detailsOf("next")[0]["success"], true);
+  EXPECT_EQ(resultsOf("thrown").size(), 1U);
 }
 
 TEST_F(Scene, reports_what_was_never_sent_and_waits_for_the_rest_only) {

@@ -89,11 +89,13 @@ TEST(ResourcesReply, is_split_in_two_beyond_two_hundred_details_and_only_then_wi
     EXPECT_EQ(joined, details) << "the caller's details change along";
     EXPECT_EQ(details[0].isMember("data"), !split);
   }
-  Json::Value tooLong(Json::arrayValue);
-  tooLong[0]["data"] = std::string(kMaxPayload, 'x');
-  tooLong[0]["success"] = false;
-  resourcesReply("deploy", "task", tooLong, 0);
-  EXPECT_EQ(news().at(0).payload["details"], parsed(R"([{"success":false}])"));
+  for (const char* key : {"data", "message"}) {
+    Json::Value tooLong(Json::arrayValue);
+    tooLong[0]["success"] = false;
+    tooLong[0][key] = std::string(kMaxPayload, 'x');
+    resourcesReply("deploy", "task", tooLong, 0);
+    EXPECT_EQ(news().at(0).payload["details"], parsed(R"([{"success":false}])"));
+  }
 }
 
 TEST(Journal, keeps_a_report_until_the_bridge_has_taken_every_message_of_it) {
@@ -107,16 +109,19 @@ TEST(Journal, keeps_a_report_until_the_bridge_has_taken_every_message_of_it) {
   bridge().on("publish",
               [](const Received& call) { return call.text(1) == "[2]" ? R"({"code":5})" : "{}"; });
   onLoop([&] {
-    publishReport(ticket, {"[1]", "[2]"});
-    publishAgain();  // both are under way
+    publishReport(ticket, {"[1]", "[2]", "[3]"});
+    publishAgain();  // all are under way
   });
   EXPECT_TRUE(eventually([&] { return log.has("the bridge did not take the report"); }));
-  EXPECT_EQ(news().size(), 2U);
-  EXPECT_EQ(stored()["messages"], parsed(R"(["[1]","[2]"])"));
+  EXPECT_EQ(news().size(), 3U);
+  EXPECT_EQ(stored()["messages"], parsed(R"(["[1]","[2]","[3]"])"));
   bridge().on("publish", {});
   setenv("GATEWAY_CONFIG_DB", "/dev/null/none", 1);
   onLoop(publishAgain);
-  EXPECT_EQ(news().at(0).payload, parsed("[2]"));
+  const auto again = news();
+  ASSERT_EQ(again.size(), 2U);
+  EXPECT_EQ(again[0].payload, parsed("[2]"));
+  EXPECT_EQ(again[1].payload, parsed("[3]")) << "they are joined in their order";
   EXPECT_TRUE(eventually([&] { return log.has("deployment_0 could not be written"); }));
   unsetenv("GATEWAY_CONFIG_DB");
   EXPECT_FALSE(stored().isNull()) << "a restart would report again";

@@ -29,12 +29,16 @@ struct AcceptedDeployment {
 };
 
 /// Writes the deployment down; one durable write. If that fails it is logged, and the deployment
-/// still gets a ticket: the write of its report may succeed.
+/// still gets a ticket, because the write of its report may succeed; except in a slot that was never
+/// used, which would hide those behind it from the next start.
 [[nodiscard]] Ticket acceptDeployment(const AcceptedDeployment& deployment);
 
 /// Publishes the messages of a deployment's report, in order, after writing them down: one durable
 /// write, and another one when the bridge has taken the last of them.
 void publishReport(Ticket ticket, const std::vector<std::string>& payloads);
+
+/// False when the deployment is in the journal and its report is still to come.
+[[nodiscard]] bool isReported(Ticket ticket);
 
 /// Publishes again what the bridge did not take, and writes again what the store did not. Call it
 /// when something shows that the cloud can be reached.

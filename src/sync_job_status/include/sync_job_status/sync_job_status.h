@@ -62,6 +62,10 @@ void reportDeployment(const DeploymentReport& report, Json::Value& details);
 void resourcesReply(const std::string& deployId, const std::string& taskId, Json::Value& details,
                     int deployType);
 
+/// The details of a deployment that failed as a whole: one for a reset, otherwise one for each of
+/// `snapshotIds`. `why` is their text.
+Json::Value failedDetails(int deployType, const Json::Value& snapshotIds, const std::string& why);
+
 /// Reports that a request could not even be read.
 void reportDeployParseError();
 
