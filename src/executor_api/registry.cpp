@@ -112,7 +112,9 @@ std::string fillParser(const Json::Value& registration, Origin origin) {
   Tables& all = tables();
   const Executor* previous = find(all.parserMap, executorName);
   const ConfigRead before = rememberStored(registration, previous, key::kParsers);
-  if (storeParser(executorName, registration, origin) == kStoreUnreadable) {
+  const int stored = storeParser(executorName, registration, origin);
+  // What is restored is in the store already.
+  if (stored == kStoreUnreadable && origin == Origin::kLive) {
     return "registerParser configuration store can't be read";
   }
   Executor record = readRecord(registration, previous);

@@ -56,7 +56,7 @@ bool restoreParsers() {
 std::string takeRestored(const std::string& name, const Json::Value& registration) {
   try {
     if (isReservedKey(name)) return "reserved name";  // its job list could never be written
-    Executor record = readRecord(registration, nullptr);
+    Executor record = readRecord(registration, find(tables().executorMap, name));
     std::string error = connectRecord(record);
     if (error.empty()) install(tables().executorMap, name, std::move(record), nullptr);
     return error;
@@ -94,18 +94,27 @@ void addDefaultWatches() {
   watchMap["stream"].insert(bus::kRillmarkExecutor);
 }
 
-// With the lock held.
+Json::Value registrationOf(const BuiltIn& builtIn) {
+  Json::Value registration;
+  registration["executorName"] = builtIn.executorName;
+  Json::Value& address = registration["executorAddr"];
+  address["name"] = address["interface"] = builtIn.service.name;
+  address["path"] = builtIn.service.path;
+  for (const std::string& type : builtIn.storeType) registration["storeType"].append(type);
+  return registration;
+}
+
+// With the lock held. There is always a record, and a proxy out of the reserve when the descriptors
+// are short.
 void installBuiltIn(const BuiltIn& builtIn) {
-  Executor record;
-  record.name = builtIn.service.name;
-  record.interface = builtIn.service.name;
-  record.path = builtIn.service.path;
-  record.executorName = builtIn.executorName;
-  record.storeType = builtIn.storeType;
+  Executor record =
+      readRecord(registrationOf(builtIn), find(tables().executorMap, builtIn.executorName));
   if (const std::string error = connectRecord(record); !error.empty()) {
-    LOGE("no proxy for %s: %s\n", builtIn.executorName, error.c_str());
     record.proxy = std::make_shared<quillon::DProxy>(builtIn.service.name, builtIn.service.path,
                                                      builtIn.service.name);
+    if (!record.proxy->isConnected()) {
+      LOGE("no proxy for %s: %s\n", builtIn.executorName, error.c_str());
+    }
   }
   install(tables().executorMap, builtIn.executorName, std::move(record), nullptr);
 }

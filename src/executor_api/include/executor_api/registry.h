@@ -44,8 +44,9 @@ struct Executor {
 [[nodiscard]] int saveExecutor2ConfigManager(const std::string& executorName,
                                              const std::string& payload);
 
-/// What saveToConfigManager returns when it could not read what is stored, and left it alone.
-inline constexpr int kStoreUnreadable = -2;
+/// What saveToConfigManager returns when it could not read what is stored, and left it alone. No
+/// store's own result: of the same family as GATEWAY_CONFIG_UNREADABLE.
+inline constexpr int kStoreUnreadable = -10601;
 
 /// Sets member `name` of the JSON object under `key` to `value`; what is there and is not an object
 /// counts as empty. Returns the store's result, kStoreUnreadable, or 1 when `value` is nested too
