@@ -119,6 +119,12 @@ bool emptied(std::FILE* file) {
 
 }  // namespace
 
+// Whether another connection could bring nothing else: the whole file, or a verdict of our own.
+bool isFinal(const Transfer& done) {
+  return done.status == kOkStatus && (done.result == CURLE_OK || done.result == CURLE_WRITE_ERROR ||
+                                      done.result == CURLE_OPERATION_TIMEDOUT);
+}
+
 // A kept connection may lead nowhere any more, a kept name to where the server once was; and into a
 // connection that it is about to close a server may write an answer, 408 or 400, to a request that
 // it never got. So only a transfer that had nothing kept is believed when it brings no file, and
@@ -127,7 +133,7 @@ Transfer transfer(const std::string& url, std::FILE* file) {
   const bool hadNothing = !kept;
   if (hadNothing) kept = makeShare();
   Transfer done = attempt(url, file);
-  if (done.status == kOkStatus) return done;
+  if (isFinal(done)) return done;
   releaseConnections();
   if (hadNothing || !emptied(file)) return done;
   LOGI("nothing fetched over kept connections (%d, status %ld), again over a new one\n",
