@@ -43,9 +43,9 @@ class DProxy : public DConnection {
   }
 
   /// Sends a call; the reply comes through `callback`. At most 100 calls are in flight at a time:
-  /// further ones count as sent and go out in order as answers come; one that can't be sent when
-  /// its turn comes gets no reply. Returns false when the call was not sent; the callback is then
-  /// never called.
+  /// further ones count as sent and go out in order as answers come; for one that can't be sent
+  /// when its turn comes the callback is called with an empty message. Returns false when the call
+  /// was not sent; the callback is then never called.
   bool sendMessageWithReply(const std::shared_ptr<DMessage>& message, ReplyCallback callback,
                             void* userData);
 

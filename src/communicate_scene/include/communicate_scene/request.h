@@ -24,7 +24,8 @@ struct JobRequest {
 /// a text that isn't a request is only logged. Blocks for the downloads.
 void handle1Job(JobRequest&& request);
 
-/// The same for a request that was not accepted: its report does not outlive the process.
+/// The same for a request that was not accepted: its report does not outlive the process. Only
+/// tests and fuzz targets call this.
 void handle1Job(const std::string& payload);
 
 }  // namespace jobm

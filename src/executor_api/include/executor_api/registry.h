@@ -60,6 +60,7 @@ inline constexpr int kStoreUnreadable = -10601;
 /// that register, and this is to be called again. Main thread, at start-up.
 [[nodiscard]] bool initAllExecutors();
 
+/// Copies of what the tables hold. Any thread; may wait while a registration is being stored.
 std::optional<Executor> getExecutor(const std::string& name);
 std::optional<Executor> getParser(const std::string& name);
 

@@ -13,7 +13,7 @@ namespace jobm {
 bool handleHeartbeatResp(const Json::Value& reply);
 
 /// Acts on one job order. `ackId` names the acknowledgement to answer, `ackContent` is a JSON text:
-/// the job's package for an addition.
+/// for an addition an object that holds the package or says where it is.
 void handleJob(std::int64_t ackId, int ackCode, std::int64_t jobId, const std::string& executor,
                const std::string& ackContent);
 

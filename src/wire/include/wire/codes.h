@@ -35,7 +35,7 @@ enum ResultCode : int {
   kReplyFormat = 101206,
   kNoService = 101207,
   kDownloadFail = 101208,
-  kChecksumFail = 101209,  // also any unexpected failure of a resource
+  kChecksumFail = 101209,  // also any unexpected failure, and an interrupted deployment
 };
 
 }  // namespace jobm
