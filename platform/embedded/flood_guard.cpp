@@ -28,6 +28,9 @@ static_assert(kPlaces == 1U << kPlaceBits);
 
 constexpr unsigned kLineBits = 16;
 
+// Signal handlers log, too.
+static_assert(std::atomic<std::uint64_t>::is_always_lock_free);
+
 std::array<Place, kPlaces> places;
 std::atomic<Clock> clock{uptimeMs};
 
