@@ -148,9 +148,9 @@ TEST_F(Proxy, and_server_send_the_rest_to_a_peer_that_did_not_read_and_hold_nobo
   FakePeer quick("iot.test.quick");
   DProxy other("iot.test.quick", "/", "iot.test.quick");
   DProxy sender(kService, kPath, kService);
-  DeafServer server("iot.test.server", kPath);
-  ASSERT_EQ(server.prepare(), 0);
-  loop.run([&] { server.start(); });
+  auto server = std::make_unique<DeafServer>("iot.test.server", kPath);
+  ASSERT_EQ(server->prepare(), 0);
+  loop.run([&] { server->start(); });
   send(proxy, "wait", "", [](const Message&) {});
   ASSERT_TRUE(service.await("wait"));
   const std::string part(DMessage::kMaxBytes / kParts, 'x');
@@ -158,7 +158,7 @@ TEST_F(Proxy, and_server_send_the_rest_to_a_peer_that_did_not_read_and_hold_nobo
     const Message signal = sender.makeSignal("ofProxy");
     signal->writeString(std::to_string(i) + part);
     EXPECT_EQ(sender.sendSignal(signal), 0);
-    EXPECT_TRUE(loop.run([&] { return server.sendSignal("ofServer", std::to_string(i) + part); }));
+    EXPECT_TRUE(loop.run([&] { return server->sendSignal("ofServer", std::to_string(i) + part); }));
   }
   EXPECT_NE(call(other, "hello"), "none");
   goOn.set_value();
@@ -170,7 +170,7 @@ TEST_F(Proxy, and_server_send_the_rest_to_a_peer_that_did_not_read_and_hold_nobo
       EXPECT_TRUE(signal.text().starts_with(std::to_string(i++) + "x"));
     }
   }
-  loop.run([&] { server.stop(); });
+  loop.run([&] { server.reset(); });
 }
 
 TEST(LoopTasks, posted_from_inside_the_loop_run_later) {
