@@ -130,9 +130,9 @@ TEST(Jobs, fail_when_their_package_brings_too_little_in_a_minute) {
       return http_download(url, "/tmp/var/" + std::to_string(gettid()));
     });
   };
-  auto trickling = fetch({.body = "bytes", .fault = Fault::trickle});
-  auto slow = fetch({.body = std::string(1400, 'x'), .fault = Fault::slow});
-  const std::string url = web.serve({.body = "half and half", .fault = Fault::stall});
+  auto trickling = fetch({.body = "bytes", .part = 1, .pauseMs = 20000});
+  auto slow = fetch({.body = std::string(1400, 'x'), .part = 100, .pauseMs = 5000});
+  const std::string url = web.serve({.body = "half", .missing = 4});
   const std::string content = R"({"content":")" + url + R"(","type":"kiv"})";
   const CapturedLog log;
   onLoop([&] { handleJob(9, 10201, 41, "ConfigManager", content); });

@@ -8,13 +8,14 @@
 
 #include "lib/file_text.h"
 #include "support/CapturedLog.h"
-#include "support/RawServer.h"
 #include "support/WebServer.h"
 #include "util/aes/job_aes.h"
 
 namespace {
 
+using test::Page;
 using test::Then;
+using test::WebServer;
 
 const std::string kFile = "/tmp/var/file";
 
@@ -27,24 +28,25 @@ std::string kept() {
 TEST(HttpDownload, uses_a_connection_again_and_gets_the_same_over_a_spoilt_one) {
   ASSERT_EQ(jobm::curl_init(), 0);
   constexpr int kFiles = 20;
-  const std::string file = "HTTP/1.1 200 OK\r\nContent-Length: 4\r\n";
-  const std::pair<test::Manners, int> cases[] = {
+  const std::string file = "HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\nfile";
+  const std::pair<Page, int> cases[] = {
       {{}, 1},
-      {{.answer = file + "Connection: close\r\n\r\nfile", .then = Then::end}, kFiles},
+      {{.header = "Connection: close\r\n", .then = Then::end}, kFiles},
       {{.then = Then::end}, kFiles},
       {{.then = Then::endSending}, kFiles},
       {{.then = Then::reset}, kFiles},
       {{.lastWord = ""}, kFiles},
       {{.lastWord = "HTTP/1.1 2"}, kFiles},
       {{.lastWord = "HTTP/1.1 408 Request Timeout\r\nContent-Length: 5\r\n\r\nsorry"}, kFiles},
-      {{.lastWord = "what was behind the last file\r\n" + file + "\r\nfile"}, kFiles},
+      {{.lastWord = "what was behind the last file\r\n" + file}, kFiles},
   };
-  for (const auto& [manners, connections] : cases) {
-    SCOPED_TRACE(manners.answer + manners.lastWord.value_or(""));
+  for (const auto& [page, connections] : cases) {
+    SCOPED_TRACE(&page - &cases[0].first);
     jobm::releaseConnections();
-    test::RawServer server(manners);
+    WebServer server;
+    const std::string url = server.serve(page);
     for (int i = 0; i < kFiles; ++i) {
-      ASSERT_EQ(jobm::http_download(server.url(), kFile), 0);
+      ASSERT_EQ(jobm::http_download(url, kFile), 0);
       ASSERT_EQ(kept(), "file");
     }
     EXPECT_EQ(server.connections, connections);
@@ -53,21 +55,20 @@ TEST(HttpDownload, uses_a_connection_again_and_gets_the_same_over_a_spoilt_one) 
 
 TEST(HttpDownload, tells_of_a_server_that_fails_after_it_was_reached_what_it_tells_of_a_new_one) {
   ASSERT_EQ(jobm::curl_init(), 0);
-  auto server = std::make_unique<test::RawServer>(test::Manners{});
-  const std::string url = server->url();
-  const int port = server->port();
-  const std::string page = "HTTP/1.1 404 Not Found\r\nContent-Length: 4\r\n\r\nnone";
   const std::string half = "HTTP/1.1 200 OK\r\nContent-Length: 8\r\n\r\nhalf";
-  const std::tuple<test::Manners, int, std::string> cases[] = {
+  const std::tuple<Page, int, std::string> cases[] = {
       {{}, 0, "file"},
-      {{.answer = page}, 404, "none"},
-      {{.answer = half, .then = Then::end}, 18, "half"},
+      {{.status = 404, .body = "none"}, 404, "none"},
+      {{.body = "half", .missing = 4, .then = Then::end}, 18, "half"},
       {{.lastWord = half}, 0, "file"},
   };
-  for (const auto& [manners, result, text] : cases) {
-    SCOPED_TRACE(manners.answer);
+  auto server = std::make_unique<WebServer>();
+  const int port = server->port();
+  std::string url;
+  for (const auto& [page, result, text] : cases) {
     server = nullptr;
-    server = std::make_unique<test::RawServer>(manners, port);
+    server = std::make_unique<WebServer>(port);
+    url = server->serve(page);
     EXPECT_EQ(jobm::http_download(url, kFile), result);
     EXPECT_EQ(kept(), text);
   }
@@ -88,7 +89,7 @@ TEST(HttpDownload, fetches_over_http_only) {
 // How a transfer may end, whole deployments show.
 TEST(DownloadJob, stores_a_package_decrypted_when_it_is_marked_and_looks_encrypted) {
   ASSERT_EQ(jobm::curl_init(), 0);
-  test::WebServer server;
+  WebServer server;
   jobm::setDeviceSecretReader([] { return std::string("0123456789abcdef0123456789ABCDEF"); });
   const std::string cipher = "yYn9S5Twas8InQvvVVZCGA==";
   const std::tuple<std::string, bool, std::string> cases[] = {{cipher, false, cipher},
