@@ -1,11 +1,11 @@
 // Base64 texts and encrypted packages. The first byte is the length of the device's secret, the
-// rest is the text, once as it came and once as a plain text that was encrypted properly.
+// rest is the text: as it came, as what it would be decoded, and as a plain text that was encrypted
+// properly.
 #include <algorithm>
 
 #include "digest/digest.h"
 #include "support.h"
 #include "util/aes/job_aes.h"
-#include "util/base64.h"
 
 namespace {
 
@@ -14,23 +14,14 @@ using Bytes = std::vector<unsigned char>;
 constexpr std::size_t kBlock = 16;
 std::string secret;
 
-Bytes key() {
-  Bytes bytes(secret.begin(), secret.end());
-  bytes.resize(32);
-  return bytes;
-}
-
 // Buffers of exactly the promised sizes: one byte further is a finding.
-void decodeAndDecrypt(const std::string& text) {
-  Bytes cipher(text.size() / 4 * 3);
-  std::size_t length = 0;
-  jobm::base64_decode(text.data(), text.size(), cipher.data(), &length);
-  fuzz::require(length <= cipher.size(), "a decoded text has three quarters of the length");
-  cipher.resize(length);
-  Bytes plain(std::max(length, kBlock) + 1, 1);
-  const int end = jobm::vexa_aes_cbc_decrypt_256(cipher.data(), length, key().data(), plain.data(),
-                                                 key().data());
-  fuzz::require(end <= static_cast<int>(length), "a text never grows");
+void decrypt(const Bytes& cipher) {
+  Bytes key(secret.begin(), secret.end());
+  key.resize(32);
+  Bytes plain(std::max(cipher.size(), kBlock) + 1, 1);
+  const int end = jobm::vexa_aes_cbc_decrypt_256(cipher.data(), cipher.size(), key.data(),
+                                                 plain.data(), key.data());
+  fuzz::require(end <= static_cast<int>(cipher.size()), "a text never grows");
   fuzz::require(end < 0 || plain[static_cast<std::size_t>(end)] == 0, "a text is ended");
 }
 
@@ -43,7 +34,7 @@ void fuzz::check(const std::string& input) {
   jobm::setDeviceSecretReader([] { return secret; });
   const std::string text = input.substr(1);
 
-  if (!text.empty() && jobm::isBase64(text)) decodeAndDecrypt(text);
+  decrypt({text.begin(), text.end()});
   std::string plain;
   static_cast<void>(jobm::aesJobDecrypt(text, plain));
   require(plain.size() <= std::max(input.size(), kBlock), "a package never grows");

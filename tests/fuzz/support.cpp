@@ -1,12 +1,10 @@
 #include "support.h"
 
-#include <curl/curl.h>
 #include <fcntl.h>
 #include <gateway/config.h>
 #include <uv.h>
 
 #include <algorithm>
-#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -21,7 +19,9 @@
 #include "scheduler_link/identity.h"
 #include "scheduler_link/routing.h"
 #include "tables.h"
+#include "transfer.h"
 #include "util/aes/job_aes.h"
+#include "util/http_download_kiv.h"
 
 namespace fuzz {
 namespace {
@@ -56,19 +56,6 @@ void requireWritable(const char* changed) {
   require(path.find("/../") == std::string::npos, "no path leads upwards");
 }
 
-// Every neighbour on the bus.
-class Neighbours : public quillon::ProxyHook {
- public:
-  bool sendMessageWithReply(const quillon::DProxy& proxy,
-                            const std::shared_ptr<quillon::DMessage>& message,
-                            quillon::ReplyCallback callback, void* userData) override;
-  std::shared_ptr<quillon::DMessage> sendMessageWithReplyBlocking(
-      const std::shared_ptr<quillon::DMessage>& /*message*/) override {
-    return makeReply(R"({"code":0})");
-  }
-  int sendSignal(const std::shared_ptr<quillon::DMessage>& /*message*/) override { return 0; }
-};
-
 std::string answerOf(const quillon::DMessage& message) {
   quillon::DMessage reader(message.raw(), quillon::DMessage::kRead);
   const std::string argument = reader.readString();
@@ -80,20 +67,29 @@ std::string answerOf(const quillon::DMessage& message) {
   return takeReply(dbus_message_get_member(message.raw()));
 }
 
-bool Neighbours::sendMessageWithReply(const quillon::DProxy& /*proxy*/,
-                                      const std::shared_ptr<quillon::DMessage>& message,
-                                      quillon::ReplyCallback callback, void* userData) {
-  if (!message) return false;
-  std::string reply = answerOf(*message);
-  if (reply == "!") return false;
-  const bool isFirst = reply.starts_with('>');
-  if (isFirst) reply.erase(0, 1);
-  const auto read = [reply, callback = std::move(callback), userData] {
-    callback(reply.empty() ? nullptr : makeReply(reply), userData);
-  };
-  world.tasks.insert(isFirst ? world.tasks.begin() : world.tasks.end(), read);
-  return true;
-}
+// Every neighbour on the bus.
+class Neighbours : public quillon::ProxyHook {
+ public:
+  bool sendMessageWithReply(const quillon::DProxy& /*proxy*/,
+                            const std::shared_ptr<quillon::DMessage>& message,
+                            quillon::ReplyCallback callback, void* userData) override {
+    if (!message) return false;
+    std::string reply = answerOf(*message);
+    if (reply == "!") return false;
+    const bool isFirst = reply.starts_with('>');
+    if (isFirst) reply.erase(0, 1);
+    const auto read = [reply, callback = std::move(callback), userData] {
+      callback(reply.empty() ? nullptr : makeReply(reply), userData);
+    };
+    world.tasks.insert(isFirst ? world.tasks.begin() : world.tasks.end(), read);
+    return true;
+  }
+  std::shared_ptr<quillon::DMessage> sendMessageWithReplyBlocking(
+      const std::shared_ptr<quillon::DMessage>& /*message*/) override {
+    return makeReply(R"({"code":0})");
+  }
+  int sendSignal(const std::shared_ptr<quillon::DMessage>& /*message*/) override { return 0; }
+};
 
 }  // namespace
 
@@ -228,34 +224,13 @@ int set_config(DBusConnection*, const char* key, const char* value, int) {
   return 0;
 }
 
-// The library declares the two variadic functions with an enumeration before the dots.
-#pragma clang diagnostic ignored "-Wvarargs"
-
-#undef curl_easy_setopt
-CURLcode curl_easy_setopt(CURL*, CURLoption option, ...) {
-  va_list arguments;
-  va_start(arguments, option);
-  if (option == CURLOPT_URL) world.url = va_arg(arguments, const char*);
-  if (option == CURLOPT_WRITEDATA) world.file = va_arg(arguments, FILE*);
-  va_end(arguments);
-  return CURLE_OK;
+jobm::Transfer jobm::transfer(const std::string& url, FILE* to) {
+  const auto file = world.files.find(url);
+  if (file == world.files.end()) return {CURLE_COULDNT_CONNECT};
+  std::fwrite(file->second.data(), 1, file->second.size(), to);
+  return {CURLE_OK, 200};
 }
-
-CURLcode curl_easy_perform(CURL*) {
-  const auto file = world.files.find(world.url);
-  if (file == world.files.end()) return CURLE_COULDNT_CONNECT;
-  std::fwrite(file->second.data(), 1, file->second.size(), world.file);
-  return CURLE_OK;
-}
-
-#undef curl_easy_getinfo
-CURLcode curl_easy_getinfo(CURL*, CURLINFO info, ...) {
-  va_list arguments;
-  va_start(arguments, info);
-  *va_arg(arguments, long*) = 200;
-  va_end(arguments);
-  return CURLE_OK;
-}
+void jobm::releaseConnections() {}
 
 /// Puts the watch before a function of the C library; last come the paths that it changes.
 #define WATCHED(result, function, parameters, arguments, ...)                 \

@@ -4,7 +4,6 @@
 /// over every file that is changed.
 #pragma once
 
-#include <cstdio>
 #include <deque>
 #include <map>
 #include <set>
@@ -33,8 +32,6 @@ struct World {
   std::vector<std::pair<std::string, Json::Value>> published;  // with their topics
   bool parserSilent = false;                                   // a parser's answer is missing
   bool deletionSent = false;                                   // to an executor
-  const char* url = nullptr;  // of the one transfer at a time, and where it goes
-  FILE* file = nullptr;
   std::string writableRoot;  // where files may change; not watched while it is empty
 };
 inline World world;
