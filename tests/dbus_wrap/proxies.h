@@ -1,19 +1,12 @@
 /// A proxy, the service that it stands for, and short ways to call.
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <filesystem>
-#include <functional>
 #include <future>
-#include <memory>
-#include <string>
-#include <utility>
 #include <variant>
 
 #include "dbus_wrap/DProxy.h"
-#include "support/FakePeer.h"
 #include "support/LoopThread.h"
+#include "support/test.h"
 
 namespace test {
 

@@ -1,11 +1,6 @@
 #include <sys/socket.h>
-#include <unistd.h>
 
-#include <atomic>
-#include <chrono>
 #include <stdexcept>
-#include <thread>
-#include <vector>
 
 #include "proxies.h"
 

@@ -1,16 +1,11 @@
-#include <gtest/gtest.h>
-
-#include <filesystem>
-#include <fstream>
-#include <string>
-
 #include "lib/comm_path.h"
 #include "lib/json_helper.h"
-#include "support/CapturedLog.h"
+#include "support/test.h"
+
+using namespace test;
 
 namespace {
 
-namespace fs = std::filesystem;
 using namespace std::string_literals;
 
 TEST(CommPath, names_that_lead_elsewhere_are_refused) {
@@ -18,14 +13,6 @@ TEST(CommPath, names_that_lead_elsewhere_are_refused) {
     EXPECT_EQ(jobm::jobPath("kind", name) + jobm::jobPath(name, "job"), "") << name;
   }
   EXPECT_EQ(jobm::jobPath("IFTTT", "..KEPT"), "/tarnvale/run/downloaded-job/ifttt/..KEPT");
-}
-
-TEST(CommPath, generate_dir_gives_up_after_three_attempts) {
-  std::ofstream("/tarnvale/run") << "a file in the way";
-  const test::CapturedLog log;
-  EXPECT_EQ(jobm::generateDir("kind", "7"), "");
-  EXPECT_EQ(log.count("Dir str = /tarnvale/run/downloaded-job/kind/7 len =35 \n"), 3U);
-  fs::remove("/tarnvale/run");
 }
 
 TEST(CommPath, deleting_a_tree_follows_no_link) {

@@ -1,15 +1,13 @@
 // What a flood from a few places costs, and that an ordinary day loses nothing.
 
 #include <gateway/log_macros.h>
-#include <gtest/gtest.h>
 
 #include <array>
-#include <atomic>
-#include <string>
-#include <thread>
 
 #include "flood_guard.h"
-#include "support/CapturedLog.h"
+#include "support/test.h"
+
+using namespace test;
 
 namespace {
 
@@ -62,7 +60,7 @@ TEST_F(Flood, of_a_whole_day_is_less_than_500_MB_and_is_told_of_once_a_minute) {
       "[sendMessageWithReplyBlocking]return message type is DBUS_MESSAGE_TYPE_ERROR reason: "
       "org.freedesktop.DBus.Error.ServiceUnknown ",
       "publish parse failed res = The name iot.bridge.mqtt was not provided by any .service files"};
-  const test::CapturedLog log;
+  const CapturedLog log;
   for (int line = 0; line < 3; ++line) record(line, texts[line]);
   const std::size_t bytesOfATry = log.text().size();
   std::size_t admitted = 3;
@@ -86,7 +84,7 @@ TEST_F(Flood, of_a_whole_day_is_less_than_500_MB_and_is_told_of_once_a_minute) {
 TEST_F(Flood, is_not_written_but_told_of) {
   while (admits(1)) {
   }
-  const test::CapturedLog log;
+  const CapturedLog log;
   record(1, "left out");
   record(2, "of another place");
   EXPECT_FALSE(log.has("left out\n"));

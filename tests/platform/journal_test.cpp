@@ -3,20 +3,16 @@
 #define LOG_FUNCTION "f"
 #include <gateway/log_macros.h>
 #include <gateway/signal_context.h>
-#include <gtest/gtest.h>
 #include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
-#include <unistd.h>
 
 #include <array>
-#include <csignal>
-#include <cstdlib>
-#include <filesystem>
-#include <string>
 
-#include "support/CapturedLog.h"
+#include "support/test.h"
+
+using namespace test;
 
 namespace {
 
@@ -63,7 +59,7 @@ class Journal : public testing::Test {
 };
 
 TEST_F(Journal, gets_one_entry_a_record_with_priority_and_origin) {
-  const test::CapturedLog log;
+  const CapturedLog log;
   open(true);
   const int line = __LINE__ + 1;
   LOGE("two\nlines\x1b %d\n", 7);
@@ -85,7 +81,7 @@ TEST_F(Journal, gets_one_entry_a_record_with_priority_and_origin) {
 }
 
 TEST_F(Journal, gets_nothing_from_a_signal_handler_nor_when_it_is_not_the_reader) {
-  const test::CapturedLog log;
+  const CapturedLog log;
   open(true);
   signal(SIGUSR2, [](int) {
     const gateway::SignalContext inHandler;

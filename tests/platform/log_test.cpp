@@ -3,25 +3,17 @@
 #include <dbus/dbus.h>
 #include <fcntl.h>
 #include <gateway/log_macros.h>
-#include <gtest/gtest.h>
 #include <pthread.h>
-#include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
 #include <climits>
-#include <csignal>
-#include <cstdlib>
 #include <ctime>
-#include <string>
-#include <string_view>
-#include <thread>
 
-#include "support/CapturedLog.h"
+#include "support/test.h"
+
+using namespace test;
 
 namespace {
-
-using test::CapturedLog;
 
 TEST(Log, writes_the_time_in_utc_level_function_and_message_with_one_line_end) {
   setenv("TZ", "Asia/Tokyo", 1);
@@ -99,8 +91,8 @@ TEST(Log, sends_no_control_character_and_no_line_of_unknown_kind_whatever_bytes_
     before = c;
   }
   const std::size_t records = 255 + edges.size() * edges.size() * edges.size();
-  EXPECT_EQ(test::countOf(text, "Z INFO f: "), records);
-  EXPECT_EQ(test::countOf(text, "\n") - test::countOf(text, "\n  | "), records);
+  EXPECT_EQ(countOf(text, "Z INFO f: "), records);
+  EXPECT_EQ(countOf(text, "\n") - countOf(text, "\n  | "), records);
 }
 
 std::atomic<int> handled{0};
@@ -123,18 +115,6 @@ TEST(Log, works_in_a_handler_that_interrupts_allocation) {
     std::free(block);
   }
   EXPECT_EQ(log.count(": handled 1 text 0.500000\n"), 500U);
-}
-
-TEST(Log, survives_a_reader_that_is_gone_and_leaves_errno_alone) {
-  const CapturedLog putsStandardErrorBack;
-  int ends[2];
-  ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
-  close(ends[0]);
-  dup2(ends[1], STDERR_FILENO);
-  close(ends[1]);
-  errno = ERANGE;
-  LOGI("to nobody");
-  EXPECT_EQ(errno, ERANGE);
 }
 
 }  // namespace

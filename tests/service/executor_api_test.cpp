@@ -1,9 +1,6 @@
 #include <gmock/gmock.h>
 #include <sys/resource.h>
 
-#include <filesystem>
-#include <thread>
-
 #include "executor_api/job_calls.h"
 #include "executor_api/method_calls.h"
 #include "executor_api/registry.h"
@@ -19,7 +16,6 @@ namespace {
 
 constexpr const char* kExecutors = "gw_jobm_executors";
 constexpr const char* kParsers = "gw_jobm_parsers";
-namespace fs = std::filesystem;
 using Texts = std::vector<std::string>;
 
 Json::Value stored(const char* key, const std::string& name) {

@@ -5,12 +5,8 @@
 #include <sys/mount.h>
 #include <sys/resource.h>
 
-#include <cstdlib>
 #include <fstream>
-#include <functional>
 #include <future>
-#include <latch>
-#include <memory>
 
 #include "executor_api/job_calls.h"
 #include "executor_api/registry.h"
@@ -25,8 +21,6 @@ using namespace test;
 
 namespace jobm {
 namespace {
-
-namespace fs = std::filesystem;
 
 constexpr const char* kNoPath = "获取或者创建任务路径为空";
 const Answer kSilence = std::monostate();
@@ -54,9 +48,6 @@ class Mount {
   Mount(const Mount&) = delete;
   Mount& operator=(const Mount&) = delete;
 
-  bool makeReadOnly() const {
-    return isThere && mount(nullptr, path.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr) == 0;
-  }
   bool fill() const {
     std::ofstream file(path / "filler");
     while (isThere && file << 'x' << std::flush) {
@@ -148,37 +139,25 @@ TEST_F(Faults, of_a_resource_cost_it_alone_before_anything_is_stored_or_called) 
   const auto page = [&](const Page& answer) {
     return with(resourceOf("faulty", "never"), "config", "text", answer);
   };
-  const auto archive = [&](const std::vector<ZipEntry>& entries) {
-    return zip("faulty", "never", zipOf(entries));
-  };
   const auto notFetched = [](const std::string& why) {
     return outcome(false, 101208, "ERROR_DOWNLOADFail" + why);
   };
   FakePeer executor("iot.test.never");
   addExecutor(registration("never", "iot.test.never", R"(["never"])"));
   for (const char* key : {"gw_system_productkey", "never"}) setConfig(key, "kept");
-  std::string damaged = zipOf({{"config.json", "aaaa", 0, 0}});
-  damaged[damaged.find("aaaa")] = 'b';
   const Json::Value noKeys = outcome(false, 101201, "Keys in resource from cloud is not enough.");
   const Case cases[] = {
       {changed("configKivAddress", "http://127.0.0.1:1/"), notFetched("_7"), "http_code = 0\n"},
-      {page({.status = 404}), notFetched("_404"), "http_code = 404\n"},
-      {page({.status = 500}), notFetched("_500"), "http_code = 500\n"},
       {page({.status = 302, .header = "Location: /0\r\n"}), notFetched("_302"),
        " finish ret = 302\n"},
       {page({.missing = 1, .then = Then::end}), notFetched("_18"), "_perform ret = 18 "},
-      {changed("configMd5", "0"), outcome(false, 101209, "ERROR_CheckMd5sumFail")},
-      {zip("faulty", "never", damaged.substr(0, 40)), notFetched(", unzip res =1"),
+      {zip("faulty", "never", "no archive"), notFetched(", unzip res =1"),
        " unzOpen value NULL \n"},
-      {zip("faulty", "never", damaged), notFetched(", unzip res =6"), "error -105\n"},
-      {archive({{"../../../out", "x"}}), notFetched(", unzip res =5"), "../../../out errno = 1 : "},
-      {archive({{"link", "..", kLink}, {"link/out", "x"}}), notFetched(", unzip res =5"),
-       "link errno = 21 : "},
       {changed("configFormat", "/../../../out"), notFetched("_-1"), "no name for a file: "},
       {"a text", noKeys},
       {changed("resourceId", {}), noKeys},
       {changed("resourceId", "../configmanager"), outcome(false, 101202, kNoPath)},
-      {archive({{"other.json", "{}"}}),
+      {zip("faulty", "never", zipOf({{"other.json", "{}"}})),
        outcome(false, 101203, "SetConfigManager_Fail_OpenDownloadedFile"),
        "All resources are downloaded, "},
       {text("faulty", "gw_system_productkey", "ours"),
@@ -208,7 +187,6 @@ TEST_F(Faults, of_an_answer_are_told_apart_for_parsers_and_only_counted_for_exec
     EXPECT_EQ(getConfig(method), type);
     return outcomeOf(detailsOf(type));
   };
-  const std::string gone = "Message recipient disconnected from message bus without replying";
   const std::string missing = "The name was not provided by any .service files, says the bus";
   const std::string format = "JOBM_ERROR_ExecutorReplyFormatError";
   const std::string wrongTypes = "deployJob json error ! e = ";
@@ -223,12 +201,9 @@ TEST_F(Faults, of_an_answer_are_told_apart_for_parsers_and_only_counted_for_exec
       {"ok", 101206, format, " parse failed res = ok\n"},
       {std::string(2000, '['), 101206, format, " parse failed res = [["},
       {"[]", 101206, format, wrongTypes},
-      {R"({"code":"zero","message":""})", 101206, format, wrongTypes},
       {R"({"code":0,"message":{}})", 101206, format, wrongTypes},
-      {Error{"org.any.Error", gone}, 101205, "timeout without reply", " error res = Message"},
       {Error{"org.any.Error", missing}, 101207, "Service not exist", " error res = The name"},
       {Twice{R"({"code":4,"message":"twice"})"}, 4, "twice", R"( error res = {"code":4,)"},
-      {Twice{R"({"code":0})"}, 0, fine, " res = {\"code\":0}\n"},
       {"{}", 0, fine, " res = {}\n"},
       {kSilence, 101205, "timeout without reply", " error res = Message recipient"},
   };
@@ -265,71 +240,38 @@ TEST_F(Faults, of_memory_are_reported_like_any_other) {
   ordinaryJob();
 }
 
-class StoreFaults : public Faults {
- protected:
-  // A fault of the store that `begin` brings about, after it was in use in a place of its own.
-  Case failing(int result, const char* logged, const std::function<bool()>& begin) {
-    return {text("faulty", "faulty"),
-            outcome(false, 101203, "SetConfigManager_Fail_" + std::to_string(result)), logged,
-            [=, this] {
-              disk = std::make_unique<Mount>(elsewhere, "size=256k");
-              setenv("GATEWAY_CONFIG_DB", database.c_str(), 1);
-              setConfig("kept", "value");
-              return begin();
-            }};
-  }
-  // What `spoil` does to the file of the closed store meets whoever opens it again.
-  std::function<bool()> reopened(const std::function<bool()>& spoil) {
-    return [=, this] {
-      closeStore();
-      const bool done = spoil();
-      setenv("GATEWAY_CONFIG_DB", database.c_str(), 1);
-      return done;
-    };
-  }
-  bool lock() {
+TEST_F(Faults, of_the_store_fail_the_resource_until_their_cause_is_gone) {
+  const std::string database = elsewhere / "gateway.db";
+  const auto lock = [&] {
     sqlite3* raw = nullptr;
     sqlite3_open(database.c_str(), &raw);
     other.reset(raw);
     return sqlite3_exec(raw, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr) == SQLITE_OK;
-  }
-  bool damage(std::streamoff from) {
-    std::fstream file(database, std::ios::in | std::ios::out);
-    return !(file.seekp(from) << std::string(5000, 'x')).fail();
-  }
-
-  const std::string database = elsewhere / "gateway.db";
-};
-
-TEST_F(StoreFaults, fail_the_resource_until_their_cause_is_gone) {
-  const Case cases[] = {
-      failing(SQLITE_BUSY, "store: database is locked\n", [&] { return lock(); }),
-      failing(SQLITE_FULL, "store: database or disk is full\n", [&] { return disk->fill(); }),
-      failing(SQLITE_CANTOPEN, "can't be opened: ", reopened([&] { return disk->makeReadOnly(); })),
-      failing(SQLITE_NOTADB, "file is not a database\n", reopened([&] { return damage(0); })),
-      failing(SQLITE_CORRUPT, "image is malformed\n", reopened([&] { return damage(4096); })),
   };
-  for (const Case& c : cases) show(c);
+  const std::tuple<int, const char*, std::function<bool()>> causes[] = {
+      {SQLITE_BUSY, "store: database is locked\n", lock},
+      {SQLITE_FULL, "store: database or disk is full\n", [&] { return disk->fill(); }}};
+  for (const auto& [result, logged, begin] : causes) {
+    show({text("faulty", "faulty"),
+          outcome(false, 101203, "SetConfigManager_Fail_" + std::to_string(result)), logged,
+          [&, &begin = begin] {
+            disk = std::make_unique<Mount>(elsewhere, "size=256k");
+            setenv("GATEWAY_CONFIG_DB", database.c_str(), 1);
+            setConfig("kept", "value");
+            return begin();
+          }});
+  }
 }
 
-TEST_F(StoreFaults, are_told_from_a_key_that_has_no_value) {
-  disk = std::make_unique<Mount>(elsewhere, "size=256k");
-  setenv("GATEWAY_CONFIG_DB", database.c_str(), 1);
-  setConfig("kept", "value");
-  EXPECT_EQ(readConfig("kept").state, ConfigState::kFound);
-  EXPECT_EQ(readConfig("kept").value, "value");
-  EXPECT_EQ(readConfig("absent").state, ConfigState::kAbsent);
-  ASSERT_TRUE(reopened([&] { return damage(0); })());
-  EXPECT_EQ(readConfig("kept").state, ConfigState::kUnreadable);
-  EXPECT_EQ(readConfig("kept").value, "");
-  // What can't be read is not written over.
+TEST_F(Faults, of_reading_the_store_write_nothing_over) {
+  fs::create_directories(elsewhere);
+  ASSERT_TRUE(writeFile(elsewhere / "gateway.db", std::string(5000, 'x')));
+  setenv("GATEWAY_CONFIG_DB", (elsewhere / "gateway.db").c_str(), 1);
   EXPECT_EQ(updateStoredJobs("kept", parsed("[]"), kAddJob), kStoreUnreadable);
   const std::string registered = registration("kept", "iot.test.kept", R"(["kept"])");
-  const auto unread = [](const std::string& method) {
-    return method + " configuration store can't be read";
-  };
-  EXPECT_EQ(onLoop([&] { return registerExecutor(registered); }), unread("registerExecutor"));
-  EXPECT_EQ(onLoop([&] { return registerParser(registered); }), unread("registerParser"));
+  const std::string unread = " configuration store can't be read";
+  EXPECT_EQ(onLoop([&] { return registerExecutor(registered); }), "registerExecutor" + unread);
+  EXPECT_EQ(onLoop([&] { return registerParser(registered); }), "registerParser" + unread);
   EXPECT_FALSE(initAllExecutors() || getExecutor("kept") || getParser("kept"));
 }
 
@@ -417,14 +359,7 @@ TEST_F(Faults, of_a_text_are_mended_on_the_bus_and_kept_in_the_store) {
   EXPECT_EQ(parsed(parser.received("deployConfig").at(0).text())["value"], "caf\uFFFD");
   EXPECT_EQ(getConfig("texts"), "caf\xE9");
 
-  // More than the bus takes in one message never reaches the parser.
-  deploy("large", {text("large", "texts", std::string(33 << 20, 'x'))});
-  EXPECT_EQ(outcomeOf(detailsOf("large")),
-            outcome(false, "101206", "JOBM_ERROR_ExecutorReplyFormatError"));
-  EXPECT_EQ(parser.count("deployConfig"), 1U);
-  EXPECT_EQ(getConfig("texts").size(), 33U << 20);
-
-  // Nor an executor.
+  // More than the bus takes in one message never reaches an executor.
   addExecutor(registration("long", "iot.test.texts", R"(["long"])"));
   Json::Value tooLong = text("long", "long");
   tooLong["more"] = std::string(33 << 20, 'x');
@@ -442,7 +377,6 @@ TEST_F(Faults, do_not_come_of_the_size_of_what_is_in_an_archive) {
   EXPECT_EQ(outcomeOf(detailsOf("size")), kIgnored);
   EXPECT_EQ(fs::file_size(kTree / "large/zeros"), 2048ULL << 20);
   fs::remove_all(kTree);
-  ordinaryJob();
 }
 
 // The one test that waits for calls to be given up, all that there are at the same time.

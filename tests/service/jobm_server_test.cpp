@@ -1,7 +1,5 @@
 #include "jobm_server/jobm_server.h"
 
-#include <memory>
-
 #include "neighbourhood.h"
 
 using namespace test;
@@ -26,8 +24,9 @@ class Server : public testing::Test {
     onLoop([this] { server.reset(); });
   }
 
-  static void signal(const std::string& member, const std::vector<std::string>& texts) {
-    bridge().emit("/iot/bridge/mqtt", "iot.bridge.mqtt", member, texts);
+  static void signal(const std::string& member, const std::vector<std::string>& texts,
+                     const std::string& path = "/iot/bridge/mqtt", const char* receiver = "") {
+    bridge().emit(path, "iot.bridge.mqtt", member, texts, receiver);
   }
 
   std::unique_ptr<jobm::JobManagerServer> server;
@@ -77,14 +76,25 @@ TEST_F(Server, hands_signals_on_and_survives_what_it_can_not_read) {
   }
   signal("subscribe_event", {"/any", R"({"id":1,"attrs":{}})"});
   signal("subscribe_event", {});
+  signal("cloudConnectivityEvent", {"unmatched"}, "/elsewhere");
+  signal("cloudConnectivityEvent", {"addressed"}, "/elsewhere", kName);
   signal("cloudConnectivityEvent", {"disconnected"});
   EXPECT_TRUE(eventually([&] { return log.has("netChanged status= disconnected\n"); }));
+  EXPECT_TRUE(log.has("netChanged status= addressed\n"));
+  EXPECT_FALSE(log.has("unmatched"));
   EXPECT_EQ(log.count("onSignalReceived Exception e = "), 1U);
   EXPECT_EQ(log.count("jobstatus_event Exception e = "), 1U);
   const auto logged = news();
   ASSERT_EQ(logged.size(), 1U);
   EXPECT_EQ(logged[0].suffix, "/edge/rule/post_log");
   EXPECT_EQ(logged[0].payload, parsed("[\"\uFFFD\uFFFD\uFFFD\"]"));
+}
+
+TEST_F(Server, has_its_name_alone_and_until_it_goes) {
+  jobm::JobManagerServer second(kName, kPath);
+  EXPECT_EQ(second.prepare(), -1);
+  onLoop([this] { server.reset(); });
+  const FakePeer heir(kName);  // ends the test unless the name is free
 }
 
 }  // namespace

@@ -1,7 +1,5 @@
 #include "neighbourhood.h"
 
-#include <memory>
-
 #include "executor_api/registry.h"
 
 namespace test {
@@ -62,13 +60,6 @@ std::vector<Json::Value> published(const std::string& suffix) {
     if (call.text(0) == kPrefix + suffix) payloads.push_back(parsed(call.text(1)));
   }
   return payloads;
-}
-
-std::string registration(const std::string& executorName, const std::string& name,
-                         const std::string& watchType, const std::string& storeType) {
-  return R"({"executorName":")" + executorName + R"(","linkType":1,"executorAddr":{"name":")" +
-         name + R"(","interface":")" + name + R"(","path":")" + gateway::pathOf(name) +
-         R"("},"storeType":)" + storeType + R"(,"watchType":)" + watchType + "}";
 }
 
 void addExecutor(const std::string& payload) {

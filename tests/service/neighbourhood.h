@@ -3,18 +3,10 @@
 /// "/sys/key/device".
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <string>
-#include <utility>
-#include <vector>
-
 #include "dbus_process_call/dbus_process_call.h"
 #include "scheduler_link/identity.h"
-#include "support/CapturedLog.h"
-#include "support/FakePeer.h"
 #include "support/LoopThread.h"
-#include "support/parsed.h"
+#include "support/test.h"
 
 namespace test {
 
@@ -37,11 +29,6 @@ std::vector<Publication> news();
 
 /// What was published under `suffix` so far, oldest first.
 std::vector<Json::Value> published(const std::string& suffix);
-
-/// The payload that registers `executorName` at the bus name `name`, from which interface and path
-/// follow. The types are JSON texts.
-std::string registration(const std::string& executorName, const std::string& name,
-                         const std::string& watchType, const std::string& storeType = "[]");
 
 /// Registers live, as the bus service would; the test fails when the registration is refused.
 void addExecutor(const std::string& payload);

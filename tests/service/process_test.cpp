@@ -1,68 +1,39 @@
 // The service as a process of its own, beside a bus daemon of the test's own that may be ended.
 
 #include <gateway/config.h>
-#include <gtest/gtest.h>
 #include <sys/resource.h>
 
 #include <algorithm>
-#include <csignal>
-#include <cstdlib>
-#include <filesystem>
-#include <memory>
-#include <optional>
-#include <string>
-#include <vector>
 
-#include "lib/file_text.h"
 #include "neighbour/child.h"
-#include "support/CapturedLog.h"
-#include "support/FakePeer.h"
-#include "support/parsed.h"
+#include "support/test.h"
 
 using namespace test;
 
 namespace {
-
-namespace fs = std::filesystem;
 
 constexpr const char* kBusFolder = "/tmp/var/run/mbusd";
 constexpr const char* kService = "iot.job.manager";
 constexpr const char* kPath = "/iot/job/manager";
 constexpr const char* kServing = "startListen server started...\n";
 
-// A program whose output file begins empty.
-class Program : public gateway::Child {
- public:
-  Program(const std::vector<std::string>& command, const std::string& output)
-      : Child(command, (fs::remove(output), output)), file(output) {}
+constexpr const char* kLog = "/tmp/var/service.log";
 
-  std::string output() const {
+// Its output begins anew.
+struct Service : gateway::Child {
+  explicit Service(const std::vector<std::string>& command = {TASK_DISPATCHER})
+      : Child(command, (fs::remove(kLog), kLog)) {}
+
+  static std::string output() {
     std::string text;
-    jobm::readFile(file, text);
+    jobm::readFile(kLog, text);
     return text;
   }
-  bool has(const std::string& part, std::size_t times = 1) const {
+  static bool has(const std::string& part, std::size_t times = 1) {
     return countOf(output(), part) >= times;
   }
-  bool awaits(const std::string& part, std::size_t times = 1) const {
+  static bool awaits(const std::string& part, std::size_t times = 1) {
     return eventually([&] { return has(part, times); });
-  }
-
- private:
-  const std::string file;
-};
-
-struct Service : Program {
-  explicit Service(const std::vector<std::string>& command = {TASK_DISPATCHER})
-      : Program(command, "/tmp/var/service.log") {}
-};
-
-struct Daemon : Program {
-  Daemon()
-      : Program({"dbus-daemon", std::string("--config-file=") + BUS_CONFIG, "--nofork",
-                 "--nopidfile", "--nosyslog"},
-                "/tmp/var/daemon.log") {
-    EXPECT_TRUE(eventually(gateway::isBusThere));
   }
 };
 
@@ -72,10 +43,13 @@ class Process : public testing::Test {
     fs::remove_all("/tarnvale/config");
     fs::remove_all(kBusFolder);
     fs::create_directories(std::string(kBusFolder) + "/services");
-    daemon = std::make_unique<Daemon>();
+    daemon = std::make_unique<gateway::Child>(
+        std::vector<std::string>{"dbus-daemon", std::string("--config-file=") + BUS_CONFIG,
+                                 "--nofork", "--nopidfile", "--nosyslog"});
+    EXPECT_TRUE(eventually(gateway::isBusThere));
   }
 
-  std::unique_ptr<Daemon> daemon;
+  std::unique_ptr<gateway::Child> daemon;
 };
 
 TEST_F(Process, ends_with_status_0_on_every_trapped_signal) {
@@ -103,39 +77,31 @@ TEST_F(Process, ends_with_status_0_on_every_trapped_signal) {
 }
 
 TEST_F(Process, ends_with_status_1_when_the_daemon_goes_and_serves_nobody_without_one) {
-  for (int round = 0; round < 8; ++round) {
-    Service service;
-    ASSERT_TRUE(service.awaits(kServing));
-    ASSERT_TRUE(busCall(kService, kPath, "getSelfDescribing", {}));
-    daemon.reset();
-    EXPECT_EQ(service.end(5), 1);
-    EXPECT_TRUE(service.has("DServer connection to dbus-daemon disconnected, quit DServer.\n"));
-    fs::remove(std::string(kBusFolder) + "/mbusd_socket");
-    daemon = std::make_unique<Daemon>();
-  }
+  auto service = std::make_unique<Service>();
+  ASSERT_TRUE(service->awaits(kServing));
   daemon.reset();
-  Service service;
-  ASSERT_TRUE(service.awaits("prepare dbus server for iot.job.manager failed.\n"));
-  EXPECT_EQ(service.end(0.3), std::nullopt);
-  service.signal(SIGTERM);
-  EXPECT_EQ(service.end(5), 0);
+  EXPECT_EQ(service->end(5), 1);
+  EXPECT_TRUE(service->has("DServer connection to dbus-daemon disconnected, quit DServer.\n"));
+  service = std::make_unique<Service>();
+  ASSERT_TRUE(service->awaits("prepare dbus server for iot.job.manager failed.\n"));
+  EXPECT_EQ(service->end(0.3), std::nullopt);
+  service->signal(SIGTERM);
+  EXPECT_EQ(service->end(5), 0);
 }
 
 TEST_F(Process, serves_new_connections_when_nobody_reads_its_standard_output_any_more) {
   Service service({"bash", "-c", "exec 3> >(:); wait $!; exec '" TASK_DISPATCHER "' >&3"});
   ASSERT_TRUE(service.awaits(kServing)) << service.output();
   FakePeer executor("iot.test.x");
-  const auto answer = busCall(kService, kPath, "registerExecutor",
-                              {R"({"executorName":"x","executorAddr":{"name":"iot.test.x",)"
-                               R"("interface":"iot.test.x","path":"/x"},"watchType":["x"]})"});
-  ASSERT_TRUE(answer);
-  EXPECT_EQ(parsed(*answer)["code"], 0);
+  const auto answer =
+      busCall(kService, kPath, "registerExecutor", {registration("x", "iot.test.x", R"(["x"])")});
+  EXPECT_EQ(parsed(answer.value_or(""))["code"], 0);
   service.signal(SIGPIPE);
   EXPECT_EQ(service.end(5), 0) << "by a signal that somebody sent";
 }
 
-void configure(const char* key, const char* value) {
-  ASSERT_EQ(set_config(nullptr, key, value, 10000), 0);
+void configure(const char* key, const std::string& value) {
+  ASSERT_EQ(set_config(nullptr, key, value.c_str(), 10000), 0);
 }
 
 void fromCloud(FakePeer& bridge, const std::string& topic, const std::string& payload) {
@@ -189,11 +155,9 @@ TEST_F(Process, registers_over_every_fault_of_the_bridge_and_works_until_the_wat
   for (const char* event : {"jobstatus_event", "cloudConnectivityEvent", "Terminate"}) {
     bridge->emit("/iot/bridge/mqtt", "iot.bridge.mqtt", event, {R"({"result":"r"})"});
   }
-  const std::string registration = R"({"executorName":"x","executorAddr":{"name":"iot.test.x",)"
-                                   R"("interface":"iot.test.x","path":"/x"},"watchType":["x"]})";
   for (const char* method :
        {"syncJobStatus", "registerExecutor", "registerParser", "getSelfDescribing"}) {
-    EXPECT_TRUE(busCall(kService, kPath, method, {registration})) << method;
+    EXPECT_TRUE(busCall(kService, kPath, method, {registration("x", "iot.x", "[]")})) << method;
   }
   EXPECT_FALSE(eventually([&] { return bridge->received().size() > before; }, 0.3));
   const std::string output = service.output();
@@ -218,9 +182,8 @@ class Restarts : public Process {
   Restarts() {
     configure("gw_system_productkey", "key");
     configure("gw_system_devicename", "device");
-    configure("gw_jobm_parsers", R"({"silent":{"executorName":"silent","watchType":["silent"],
-        "executorAddr":{"name":"iot.test.silent","interface":"iot.test.silent",
-                        "path":"/iot/test/silent"}}})");
+    const std::string silent = registration("silent", "iot.test.silent", R"(["silent"])");
+    configure("gw_jobm_parsers", R"({"silent":)" + silent + "}");
     parser.answer("deployConfig", std::monostate());
   }
 

@@ -1,9 +1,5 @@
 #include "executor_api/reset.h"
 
-#include <functional>
-#include <latch>
-#include <memory>
-
 #include "executor_api/registry.h"
 #include "scene.h"
 
@@ -11,8 +7,6 @@ using namespace test;
 
 namespace jobm {
 namespace {
-
-namespace fs = std::filesystem;
 
 const fs::path kRoot = kTree.parent_path();
 constexpr const char* kOutcome = "resetEJobs actual result";

@@ -1,8 +1,4 @@
-#include <unistd.h>
-
-#include <filesystem>
 #include <future>
-#include <latch>
 
 #include "communicate_scene/queue.h"
 #include "executor_api/registry.h"

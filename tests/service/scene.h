@@ -4,11 +4,6 @@
 
 #include <sqlite3.h>
 
-#include <filesystem>
-#include <memory>
-#include <string>
-#include <vector>
-
 #include "communicate_scene/request.h"
 #include "digest/digest.h"
 #include "neighbourhood.h"

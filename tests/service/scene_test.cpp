@@ -2,17 +2,11 @@
 
 #include <openssl/evp.h>
 
-#include <latch>
-#include <string>
-#include <utility>
-
 #include "communicate_scene/download.h"
 #include "deployment.h"
 #include "executor_api/registry.h"
 
 using namespace test;
-namespace fs = std::filesystem;
-
 namespace jobm {
 namespace {
 

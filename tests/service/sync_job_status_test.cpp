@@ -1,7 +1,5 @@
 #include "sync_job_status/sync_job_status.h"
 
-#include <filesystem>
-
 #include "lib/comm_path.h"
 #include "neighbourhood.h"
 #include "sync_job_status/journal.h"
@@ -51,19 +49,6 @@ TEST(SyncJobStatus, goes_out_as_an_answer_or_on_its_own_account) {
   setDeviceInfo("key", "device");
   EXPECT_TRUE(news().empty());
   EXPECT_FALSE(std::filesystem::exists(directory));
-}
-
-TEST(SyncJobStatus, is_accepted_by_a_word_in_quotation_marks_of_its_own) {
-  const std::pair<const char*, bool> cases[] = {
-      {R"({"attrs":[{"code":200,"data":"\"ACK_REQUEST_OK\""}]})", true},
-      {R"({"attrs":[{"code":200,"data":"ACK_REQUEST_OK"}]})", false},
-      {R"({"attrs":[{"code":"200","data":"\"ACK_REQUEST_OK\""}]})", false},
-      {R"({"attrs":5})", false},
-  };
-  for (const auto& [reply, accepted] : cases) {
-    EXPECT_EQ(syncStatusPassiveResp(parsed(reply)), accepted) << reply;
-    EXPECT_EQ(syncStatusActiveResp(parsed(reply)), accepted) << reply;
-  }
 }
 
 TEST(ResourcesReply, is_split_in_two_beyond_two_hundred_details_and_only_then_without_data) {

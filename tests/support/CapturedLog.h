@@ -46,20 +46,15 @@ class CapturedLog {
     return all;
   }
 
-  /// How often `part` has been written so far; the lines of a message follow each other in it as
-  /// the program gave them, without the marks that the log puts before each further line.
-  std::size_t count(std::string_view part) const {
-    const std::string all = text();
-    constexpr std::string_view kMark = "\n  | ";
-    std::string given;
-    std::size_t from = 0;
-    for (auto at = all.find(kMark); at != all.npos; at = all.find(kMark, from)) {
-      given.append(all, from, at + 1 - from);
-      from = at + kMark.size();
+  /// How often `part` has been written so far. Its lines are those that the program gave, without
+  /// the mark that the log puts before each further line of a message.
+  std::size_t count(std::string part) const {
+    for (auto end = part.find('\n'); end < part.size() - 1; end = part.find('\n', end + 1)) {
+      part.insert(end + 1, "  | ");
     }
-    return countOf(given.append(all, from), part);
+    return countOf(text(), part);
   }
-  bool has(std::string_view part) const { return count(part) > 0; }
+  bool has(const std::string& part) const { return count(part) > 0; }
 
  private:
   const int file;

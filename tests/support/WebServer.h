@@ -18,7 +18,7 @@
 namespace test {
 
 /// What it does with a connection over which it has answered.
-enum class Then { keep, end, endSending, reset };
+enum class Then { keep, end, reset };
 
 struct Page {
   int status = 200;
@@ -116,7 +116,6 @@ class WebServer {
   static void endAs(Then then, int peer) {
     const sockaddr nowhere{.sa_family = AF_UNSPEC, .sa_data = {}};
     if (then == Then::end) shutdown(peer, SHUT_RDWR);
-    if (then == Then::endSending) shutdown(peer, SHUT_WR);
     if (then == Then::reset) static_cast<void>(connect(peer, &nowhere, sizeof nowhere));
   }
 

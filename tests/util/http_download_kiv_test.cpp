@@ -1,21 +1,12 @@
 #include "util/http_download_kiv.h"
 
-#include <gtest/gtest.h>
-
-#include <memory>
-#include <string>
-#include <tuple>
-
-#include "lib/file_text.h"
-#include "support/CapturedLog.h"
 #include "support/WebServer.h"
+#include "support/test.h"
 #include "util/aes/job_aes.h"
 
-namespace {
+using namespace test;
 
-using test::Page;
-using test::Then;
-using test::WebServer;
+namespace {
 
 const std::string kFile = "/tmp/var/file";
 
@@ -33,9 +24,7 @@ TEST(HttpDownload, uses_a_connection_again_and_gets_the_same_over_a_spoilt_one) 
       {{}, 1},
       {{.header = "Connection: close\r\n", .then = Then::end}, kFiles},
       {{.then = Then::end}, kFiles},
-      {{.then = Then::endSending}, kFiles},
       {{.then = Then::reset}, kFiles},
-      {{.lastWord = ""}, kFiles},
       {{.lastWord = "HTTP/1.1 2"}, kFiles},
       {{.lastWord = "HTTP/1.1 408 Request Timeout\r\nContent-Length: 5\r\n\r\nsorry"}, kFiles},
       {{.lastWord = "what was behind the last file\r\n" + file}, kFiles},
@@ -111,7 +100,7 @@ TEST(DownloadJob, stores_a_package_decrypted_when_it_is_marked_and_looks_encrypt
   EXPECT_EQ(kept(), cipher) << "stays as it came";
   EXPECT_EQ(jobm::downloadJob(cipher, "inline", kFile, true), -1);
   EXPECT_EQ(kept(), "");
-  const test::CapturedLog log;
+  const CapturedLog log;
   const std::string path = kFile + "/no/such/file";
   EXPECT_EQ(jobm::downloadJob(url, "kiv", path, false), -1) << "not even fetched";
   EXPECT_EQ(jobm::downloadJob("content", "inline", path, false), 0);

@@ -1,12 +1,8 @@
 #include "util/aes/job_aes.h"
 
-#include <gtest/gtest.h>
-
 #include <cctype>
-#include <optional>
-#include <string>
-#include <tuple>
 
+#include "support/test.h"
 #include "util/base64.h"
 
 namespace {

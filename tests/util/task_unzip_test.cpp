@@ -1,20 +1,13 @@
 #include "util/task_unzip.h"
 
-#include <gtest/gtest.h>
 #include <sys/resource.h>
 
-#include <csignal>
-#include <filesystem>
-#include <string>
-#include <tuple>
-#include <vector>
-
-#include "lib/file_text.h"
 #include "support/Archive.h"
+#include "support/test.h"
+
+using namespace test;
 
 namespace {
-
-namespace fs = std::filesystem;
 
 class Unzip : public testing::Test {
  protected:
@@ -26,7 +19,7 @@ class Unzip : public testing::Test {
     EXPECT_TRUE(jobm::writeFile(archive, bytes));
     return jobm::unzipTask(archive, destination);
   }
-  int unzip(const std::vector<test::ZipEntry>& entries) { return unzip(test::zipOf(entries)); }
+  int unzip(const std::vector<ZipEntry>& entries) { return unzip(zipOf(entries)); }
   std::string text(const std::string& name) const {
     std::string read;
     return jobm::readFile(destination + "/" + name, read) ? read : "(none)";
@@ -44,11 +37,11 @@ TEST_F(Unzip, makes_unix_files_executable_and_replaces_what_is_there) {
   fs::create_directory_symlink("real", destination + "/inside");
   fs::create_symlink(folder / "new", destination + "/link");
   fs::create_hard_link(outside, destination + "/hard");
-  EXPECT_EQ(unzip({{"a/unix", "1", test::kFile},
+  EXPECT_EQ(unzip({{"a/unix", "1", kFile},
                    {"dos", "2", 0x20, 0},
                    {"..name/...", "3"},
                    {"inside/new/x", "4"},
-                   {"link", "5", test::kLink},
+                   {"link", "5", kLink},
                    {"hard", "6"}}),
             0);
   EXPECT_EQ(text("a/unix") + text("dos") + text("..name/...") + text("real/new/x"), "1234");
@@ -72,7 +65,7 @@ TEST_F(Unzip, refuses_entries_that_would_lie_outside_before_any_file_is_made) {
 }
 
 TEST_F(Unzip, reports_what_is_wrong_with_an_archive) {
-  const std::string good = test::zipOf({{"first", "x"}, {"second", "aaaa"}});
+  const std::string good = zipOf({{"first", "x"}, {"second", "aaaa"}});
   const std::string record = "PK\x01\x02";
   const std::tuple<std::size_t, char, int> cases[] = {
       {good.find(record), 'X', 3},       // the first entry's record
@@ -89,9 +82,9 @@ TEST_F(Unzip, reports_what_is_wrong_with_an_archive) {
 
 // Archivers that leave the 64-bit record out state 65,535 for any greater number.
 TEST_F(Unzip, unpacks_more_entries_than_an_archive_can_state_and_notices_damage_among_them) {
-  std::vector<test::ZipEntry> entries(65540, {"folder/", "", 0, 0});
+  std::vector<ZipEntry> entries(65540, {"folder/", "", 0, 0});
   entries.back() = {"last", "text"};
-  std::string bytes = test::zipOf(entries);
+  std::string bytes = zipOf(entries);
   const std::size_t end = bytes.rfind("PK\x05\x06");
   bytes.replace(end + 8, 4, 4, '\xFF');
   const std::size_t record64 = bytes.rfind("PK\x06\x06");
@@ -103,7 +96,7 @@ TEST_F(Unzip, unpacks_more_entries_than_an_archive_can_state_and_notices_damage_
 }
 
 TEST_F(Unzip, data_that_can_not_be_written_is_no_success) {
-  const std::string bytes = test::zipOf({{"file", std::string(100000, 'x')}});
+  const std::string bytes = zipOf({{"file", std::string(100000, 'x')}});
   rlimit before{};
   getrlimit(RLIMIT_FSIZE, &before);
   const rlimit small{50000, before.rlim_max};
