@@ -1,6 +1,9 @@
 // Registrations and restarts. An event by its first character: "E" is an executor's registration,
 // "P" a parser's, "S" and "T" put the rest into the store as the executors' and parsers' registry,
-// "R" is a restart.
+// "R" is a restart. Then everybody is called in every way there is, and the sections that are
+// answers come back.
+#include "executor_api/job_calls.h"
+#include "executor_api/job_status.h"
 #include "executor_api/method_calls.h"
 #include "executor_api/registry.h"
 #include "support.h"
@@ -25,7 +28,12 @@ void happen(const std::string& event) {
 void callEverybody() {
   const auto callAll = [](const char* method, const auto& table) {
     const auto ignore = [](int, const std::string&, const std::string&) {};
-    for (const auto& [name, record] : table) jobm::callMethod(method, record, "{}", ignore);
+    for (const auto& [name, record] : table) {
+      jobm::callMethod(method, record, "{}", ignore);
+      jobm::deployParserJob("1", "{}", record, ignore);
+      jobm::getJobStatus(1, "{}", record);
+      jobm::initExecutor(record);
+    }
   };
   callAll("deployJob", tables().executorMap);
   callAll("deployConfig", tables().parserMap);

@@ -1,9 +1,12 @@
 // Messages that the bridge delivers, each "TOPIC line, then the payload", while a registration, a
 // heartbeat and two status reports wait for their replies. "$0" to "$3" stand for the ids of these.
+// Answers are read as the bridge's, and as the status reports of executors.
 #include "scheduler_link/routing.h"
 
 #include <exception>
 
+#include "dbus_process_call/dbus_process_call.h"
+#include "executor_api/job_status.h"
 #include "runner_api/runner.h"
 #include "support.h"
 #include "sync_job_status/sync_job_status.h"
@@ -27,6 +30,10 @@ void fuzz::check(const std::string& input) {
     } catch (const std::exception&) {
       // The bus server's entry logs it; the entry stays and is answered later.
     }
+  }
+  for (const std::string& reply : world.replies) {
+    static_cast<void>(jobm::parseProxyRetCode(makeReply(reply), "fuzz"));
+    static_cast<void>(jobm::reportJobStatus(reply));
   }
   settle();
 }

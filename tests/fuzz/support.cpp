@@ -141,11 +141,16 @@ void restart() {
 }
 
 void runLoop() {
-  // What the service posted comes before the next answer.
-  while (uv_run(uv_default_loop(), UV_RUN_NOWAIT), !world.tasks.empty()) {
+  // What the service posted comes before the next answer; a post may lead to another one, of which
+  // nothing tells.
+  constexpr int kPosts = 100;
+  for (int turn = 0; turn < kPosts || !world.tasks.empty(); ++turn) {
+    uv_run(uv_default_loop(), UV_RUN_NOWAIT);
+    if (world.tasks.empty()) continue;
     const auto task = std::move(world.tasks.front());
     world.tasks.pop_front();
     task();
+    turn = 0;
   }
 }
 

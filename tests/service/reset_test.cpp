@@ -60,23 +60,19 @@ class Reset : public Scene {
 };
 
 TEST_F(Reset, is_a_success_only_when_all_three_executors_say_so) {
-  struct Case {
-    Answer answer;
-    std::string logged;
-    bool isRemoved;  // the engine's directory
-  };
-  const Case cases[] = {
+  // The engine's answer, what is logged, and whether the engine's directory is removed.
+  const std::tuple<Answer, std::string, bool> cases[] = {
       {R"({"code":5,"message":"busy"})", outcome(101204, "busy", 4), false},
       {R"({"code":{}})", outcome(101204, "JOBM_ERROR_ExecutorReplyFormatError", 4), false},
       {kSuccess, outcome(0, "reset success", 0), true},
   };
-  for (const Case& c : cases) {
+  for (const auto& [answer, logged, isRemoved] : cases) {
     setConfig("IFTTTEngine", R"([{"resourceId":"r"}])");
     fs::create_directories(kRoot / "old" / "job");
-    EXPECT_EQ(reset(c.answer), 0);
-    ASSERT_TRUE(eventually([&] { return log.has(c.logged); })) << c.logged;
+    EXPECT_EQ(reset(answer), 0);
+    ASSERT_TRUE(eventually([&, &text = logged] { return log.has(text); })) << logged;
     EXPECT_EQ(getConfig("IFTTTEngine"), "[]\n");
-    EXPECT_EQ(fs::exists(kRoot / "iftttengine"), !c.isRemoved);
+    EXPECT_EQ(fs::exists(kRoot / "iftttengine"), !isRemoved);
   }
 }
 

@@ -1,14 +1,10 @@
 /// Zip archives that a test makes up.
 #pragma once
 
-#include <gtest/gtest.h>
 #include <zip.h>
 #include <zlib.h>
 
-#include <string>
-#include <vector>
-
-#include "lib/file_text.h"
+#include "test.h"
 
 namespace test {
 

@@ -2,18 +2,13 @@
 #pragma once
 
 #include <arpa/inet.h>
-#include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 #include <mutex>
-#include <optional>
-#include <string>
-#include <thread>
-#include <vector>
+
+#include "test.h"
 
 namespace test {
 
