@@ -48,13 +48,6 @@ class Mount {
   Mount(const Mount&) = delete;
   Mount& operator=(const Mount&) = delete;
 
-  bool fill() const {
-    std::ofstream file(path / "filler");
-    while (isThere && file << 'x' << std::flush) {
-    }
-    return isThere;
-  }
-
   bool isThere = false;  // as far as this machine permits it
 
  private:
@@ -86,10 +79,8 @@ class Faults : public Scene {
       EXPECT_FALSE(fs::exists(kTree.parent_path() / "out") || fs::exists(kTree / "faulty/out"));
       EXPECT_FALSE(fs::exists(kTree / "gone"));
     }
-    // First with the store as it was, where its lock or its full disk was the whole cause.
-    const bool wasLocked = other != nullptr;
     other.reset();
-    if (fs::remove(elsewhere / "filler", ignored) || wasLocked) ordinaryJob();
+    if (std::getenv("GATEWAY_CONFIG_DB") != nullptr) ordinaryJob();  // with the store as it was
     disk.reset();
     closeStore();
     for (const fs::path& path : {elsewhere, fs::path("/tarnvale/run")}) fs::remove_all(path);
@@ -247,9 +238,10 @@ TEST_F(Faults, of_the_store_fail_the_resource_until_their_cause_is_gone) {
   };
   const std::tuple<int, const char*, std::function<bool()>> causes[] = {
       {SQLITE_BUSY, "store: database is locked\n", lock},
-      {SQLITE_FULL, "store: database or disk is full\n", [&] { return disk->fill(); }}};
+      {SQLITE_FULL, "store: database or disk is full\n", [&] { return disk->isThere; }}};
   for (const auto& [result, logged, begin] : causes) {
-    show({text("faulty", "faulty"),
+    const std::size_t size = result == SQLITE_FULL ? 300000 : 1;
+    show({text("faulty", "faulty", std::string(size, 'x')),
           outcome(false, 101203, "SetConfigManager_Fail_" + std::to_string(result)), logged,
           [&, &begin = begin] {
             disk = std::make_unique<Mount>(elsewhere, "size=256k");
