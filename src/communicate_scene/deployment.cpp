@@ -8,6 +8,7 @@
 #include "communicate_scene/queue.h"
 #include "executor_api/method_calls.h"
 #include "lib/json_helper.h"
+#include "status_file/status_file.h"
 #include "sync_job_status/sync_job_status.h"
 #include "wire/codes.h"
 
@@ -65,6 +66,7 @@ void release(Deployment* last) noexcept {
 SharedDeployment beginDeployment(Deployment&& deployment) {
   SharedDeployment shared(std::make_unique<Deployment>(std::move(deployment)).release(), release);
   holdQueue();
+  showProgress(shared->identity, "parsers");
   return shared;
 }
 
@@ -77,8 +79,22 @@ void runStep(Deployment& deployment, const std::function<void()>& step) {
   }
 }
 
+void showProgress(const DeploymentReport& identity, const char* phase) {
+  if (!hasStatusFile()) return;
+  Json::Value shown;
+  shown["deployId"] = identity.deployId;
+  shown["taskId"] = identity.taskId;
+  shown["jobId"] = Json::Int64{identity.jobId};
+  shown["phase"] = phase;
+  shown["since"] = statusTime();
+  setStatus("deployment", shown);
+}
+
+void showNoDeployment() { setStatus("deployment", Json::Value()); }
+
 void endDeployment(Deployment& deployment, Json::Value&& details) {
   deployment.ended = true;
+  showNoDeployment();
   reportDeployment(deployment.identity, details);
   if (deployment.phase == Phase::kExecutors) callOnWatchTypesFinish();
 }

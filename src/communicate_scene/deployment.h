@@ -56,6 +56,10 @@ using SharedDeployment = std::shared_ptr<Deployment>;
 /// a whole when its last holder has gone. Does not throw.
 void runStep(Deployment& deployment, const std::function<void()>& step);
 
+/// Shows those who look on what becomes of a deployment: its phase, or that none is under way.
+void showProgress(const DeploymentReport& identity, const char* phase);
+void showNoDeployment();
+
 /// Ends a deployment: reports `details`, and if it has come to the executors tells them that the
 /// batch is finished. The next request starts, from the loop, when the last holder has gone.
 void endDeployment(Deployment& deployment, Json::Value&& details);

@@ -100,6 +100,7 @@ void deleteGroup(const SharedDeployment& deployment, const std::string& executor
 
 void NotifyExecutors(const SharedDeployment& deployment) {
   deployment->phase = Phase::kExecutors;
+  showProgress(deployment->identity, "executors");
   ResourceGroups added;
   ResourceGroups deleted;
   groupResources(deployment->resources, added, deleted);

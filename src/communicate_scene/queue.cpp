@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "dbus_wrap/LoopTasks.h"
+#include "status_file/status_file.h"
 
 namespace jobm {
 namespace {
@@ -27,6 +28,8 @@ struct Queue {
 };
 Queue queue;
 
+void showWaiting() { setStatus("waiting", Json::UInt64{queue.waiting.size()}); }
+
 // Whatever a turn throws must not keep those behind it waiting.
 void takeTurn(const Turn& turn) {
   try {
@@ -43,6 +46,7 @@ void takeTurns() {
   const Waiting next = std::move(queue.waiting.front());
   queue.waiting.pop_front();
   queue.bytes -= next.bytes;
+  showWaiting();
   takeTurn(next.turn);
   if (queue.held || queue.waiting.empty()) return;
   holdQueue();
@@ -65,6 +69,7 @@ void runInTurn(std::size_t bytes, Turn turn) {
   }
   queue.bytes += bytes;
   queue.waiting.push_back({bytes, std::move(turn)});
+  showWaiting();
   LOGI("another deployment is under way, %zu waiting.", queue.waiting.size());
 }
 

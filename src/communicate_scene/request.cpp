@@ -147,6 +147,7 @@ bool storeResources(Deployment& deployment) {
 void deploy(const DeploymentReport& identity, Json::Value&& resources) {
   Deployment deployment;
   deployment.identity = identity;
+  showProgress(identity, "downloads");
   deployment.resources = std::move(resources);
   LOGI("Beginning download resources...");
   deployment.downloaded = downloadResources(deployment.resources);
@@ -184,6 +185,7 @@ void carryOut(const JobRequest& job, Json::Value&& parsed) {
   const std::optional<int> deployType = deployTypeOf(request);
   if (!deployType) return;
   identity.deployType = *deployType;
+  identity.jobId = job.jobId;
   if (deployType == kReset) {
     resetAll(identity);
     return;
@@ -227,6 +229,7 @@ void startRequest(JobRequest& job) {
     LOGE("handle1Job Exception e = %s, origin payload is: %s", e.what(), job.payload.c_str());
     reportFailure(job, e.what());
   }
+  if (!isQueueHeld()) showNoDeployment();
 }
 
 }  // namespace

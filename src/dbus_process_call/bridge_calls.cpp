@@ -7,6 +7,7 @@
 #include "dbus_process_call/proxies.h"
 #include "dbus_wrap/LoopTasks.h"
 #include "lib/json_helper.h"
+#include "status_file/status_file.h"
 
 namespace jobm {
 namespace {
@@ -26,9 +27,9 @@ int callBridge(quillon::DProxy* bridge, const Message& call, const char* name) {
 }
 
 int readAsyncReply(const Message& reply) {
-  if (!reply) return -1;
   const int code = parseProxyRetCode(reply, "publishAsync");
-  if (code != 0) LOGI("publishAsync get reply : %d\n", code);
+  if (reply && code != 0) LOGI("publishAsync get reply : %d\n", code);
+  setStatusWord("bridge", code == 0 ? "takes" : "refuses");
   return code;
 }
 

@@ -86,6 +86,7 @@ std::string takeExecutor(const std::string& payload, const Json::Value& registra
     return error;
   }
   install(all.executorMap, executorName, std::move(record), &all.executorWatchMap);
+  showExecutor(all.executorMap.at(executorName));
   all.liveExecutors.insert(executorName);
   return {};
 }
@@ -118,6 +119,7 @@ std::string fillParser(const Json::Value& registration, Origin origin) {
     return "registerParser configuration store can't be read";
   }
   Executor record = readRecord(registration, previous);
+  record.origin = origin;
   if ((!hasArray(registration, "storeType") && !hasArray(registration, "watchType")) ||
       hasNoTypes(registration)) {
     return "Parser should contain JSON ARRAY MEMBER storeType or watchType";
@@ -128,6 +130,7 @@ std::string fillParser(const Json::Value& registration, Origin origin) {
     return error;
   }
   install(all.parserMap, executorName, std::move(record), &all.parserWatchMap);
+  showParser(all.parserMap.at(executorName));
   logParsers(all.parserWatchMap);
   return {};
 }
@@ -171,7 +174,7 @@ std::string registerExecutor(const std::string& payload) {
 
 std::string registerParser(const std::string& payload) {
   const std::lock_guard guard(tables().lock);
-  return registry::takeParser(payload, registry::Origin::kLive);
+  return registry::takeParser(payload, Origin::kLive);
 }
 
 std::optional<Executor> getExecutor(const std::string& name) {

@@ -57,6 +57,7 @@ std::string takeRestored(const std::string& name, const Json::Value& registratio
   try {
     if (isReservedKey(name)) return "reserved name";  // its job list could never be written
     Executor record = readRecord(registration, find(tables().executorMap, name));
+    record.origin = Origin::kRestored;
     std::string error = connectRecord(record);
     if (error.empty()) install(tables().executorMap, name, std::move(record), nullptr);
     return error;
@@ -109,6 +110,7 @@ Json::Value registrationOf(const BuiltIn& builtIn) {
 void installBuiltIn(const BuiltIn& builtIn) {
   Executor record =
       readRecord(registrationOf(builtIn), find(tables().executorMap, builtIn.executorName));
+  record.origin = Origin::kBuiltIn;
   if (const std::string error = connectRecord(record); !error.empty()) {
     record.proxy = std::make_shared<quillon::DProxy>(builtIn.service.name, builtIn.service.path,
                                                      builtIn.service.name);
@@ -141,6 +143,7 @@ bool initAllExecutors() {
   registry::installIfAbsent(registry::rillmark());
   registry::installScriptEngine();
   registry::installIfAbsent(registry::corvexConfig());
+  registry::showAll();
   return hasParsers && hasExecutors;
 }
 

@@ -32,8 +32,6 @@ struct Tables {
 /// Listening thread; the main thread during start-up; with the lock held by both.
 Tables& tables();
 
-enum class Origin { kLive, kRestored };
-
 /// Reads the record of a registration. Its proxy is that of `previous` when it is for the same
 /// address; otherwise it has none yet. Throws the JSON library's exception for members of wrong
 /// types.
@@ -60,6 +58,13 @@ const Executor* find(const Records& records, const std::string& name) {
   const auto entry = records.find(name);
   return entry != records.end() ? &entry->second : nullptr;
 }
+
+/// Puts the record into the status file; with the lock held.
+void showExecutor(const Executor& record);
+void showParser(const Executor& record);
+
+/// Puts all records there. Takes the lock.
+void showAll();
 
 /// The body of registerParser, with the lock held.
 std::string takeParser(const std::string& payload, Origin origin);

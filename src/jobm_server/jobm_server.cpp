@@ -18,6 +18,7 @@
 #include "lib/json_helper.h"
 #include "scheduler_link/identity.h"
 #include "scheduler_link/routing.h"
+#include "status_file/status_file.h"
 #include "util/http_download_kiv.h"
 #include "wire/bus_names.h"
 #include "wire/codes.h"
@@ -95,6 +96,7 @@ void republishJobLog(const Message& signal) {
 // Terminate" in docs/architecture.md.
 void releaseEverything() {
   LOGE("receive WatchDog Terminate signal.");
+  setStatusWord("phase", "terminated");
   dropProxies();
   releaseConnections();
   curl_global_cleanup();

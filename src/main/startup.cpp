@@ -21,6 +21,7 @@
 #include "runner_api/runner.h"
 #include "scheduler_link/identity.h"
 #include "scheduler_link/routing.h"
+#include "status_file/status_file.h"
 #include "sync_job_status/journal.h"
 #include "util/aes/job_aes.h"
 #include "util/http_download_kiv.h"
@@ -34,6 +35,8 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 
 constexpr int kWatchdogSeconds = 19;
+
+void showPhase(const char* phase) { setStatusWord("phase", phase); }
 
 std::string pathRule(const char* path) { return std::string("type='signal',path='") + path + "'"; }
 
@@ -75,6 +78,7 @@ void endIfRunning() {
 void waitForIdentity() {
   std::string productKey;
   std::string deviceName;
+  showPhase("waiting for identity");
   do {
     std::this_thread::sleep_for(seconds(1));
     productKey = getConfig(key::kProductKey);
@@ -86,6 +90,7 @@ void waitForIdentity() {
 
 // Before the cloud hears of this gateway: a job would find nobody to run it.
 void restoreUntilRead() {
+  showPhase("restoring registrations");
   do {
     LOGE("the registrations could not be read, trying again.\n");
     std::this_thread::sleep_for(seconds(1));
@@ -93,10 +98,12 @@ void restoreUntilRead() {
 }
 
 void registerUntilGranted(milliseconds pause) {
+  showPhase("registering");
   do {
     registerRunner(4, 1000000000, "[ConfigManager]", "1.1");
     std::this_thread::sleep_for(pause);
   } while (getRunId() == 0);
+  showPhase("registered");
   LOGI("runnerId =%lld\n ", static_cast<long long>(getRunId()));
 }
 
@@ -152,6 +159,8 @@ void runService(const Periods& periods) {
   LOGI("TaskDispatcher started...\n");
   setDeviceSecretReader([] { return getConfig(key::kDeviceSecret); });
   endIfRunning();
+  startStatusFile();
+  showPhase("starting");
   listen();
   const bool isRestored = initAllExecutors();
   waitForIdentity();

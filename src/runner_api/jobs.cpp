@@ -61,6 +61,7 @@ void addJob(const JobOrder& order, const std::string& jobDirectory, const Json::
   readFile(indexPath, text);
   if (refuseWithoutRoom(order, text.size(), name)) return;
   JobRequest request = acceptJob(text);
+  request.jobId = order.jobId;
   // Before anything is stored or deployed: the deployment reports its own results.
   reportSuccess(order, kJobDeployed, name);
   setConfig(key::kJobContent, text);

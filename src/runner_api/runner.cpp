@@ -2,6 +2,7 @@
 
 #include <gateway/log_macros.h>
 
+#include <atomic>
 #include <ctime>
 #include <exception>
 #include <sstream>
@@ -13,6 +14,7 @@
 #include "runner_api/jobs.h"
 #include "scheduler_link/identity.h"
 #include "scheduler_link/routing.h"
+#include "status_file/status_file.h"
 #include "wire/bus_names.h"
 #include "wire/codes.h"
 #include "wire/store_keys.h"
@@ -22,6 +24,10 @@ namespace jobm {
 namespace {
 
 constexpr float kQuietSeconds = 600.0F;
+
+// The last heartbeat's reply is not there yet. Set by the heartbeat thread, reset by the listening
+// thread.
+std::atomic<bool> awaitsReply = false;
 
 int subscribeOnce(const std::string& topic) {
   const int result = subscribe(topic, bus::kJobManager.name, 1);
@@ -41,6 +47,7 @@ Json::Value describeRunner(int cpu, std::int64_t memorySize, const std::string& 
                            const std::string& sdkVersion) {
   Json::Value version;
   version["version"] = getVersion();
+  setStatus("version", version["version"]);
   Json::Value runner;
   runner["type"] = 0;
   runner["cpu"] = cpu;
@@ -78,6 +85,12 @@ void logAfterSilence(std::int64_t id) {
     LOGI("sendHeartbeat begin. id = %lld \n", static_cast<long long>(id));
   }
   lastHeartbeatTime = now;
+}
+
+bool handleAnsweredHeartbeat(const Json::Value& reply) {
+  awaitsReply = false;
+  setStatusWord("scheduler", "answers");
+  return handleHeartbeatResp(reply);
 }
 
 }  // namespace
@@ -120,6 +133,7 @@ void handleHeartbeat() {
 }
 
 void sendHeartbeat(const std::string& /*ignored*/) {
+  if (awaitsReply.exchange(true)) setStatusWord("scheduler", "silent");
   Json::Value usage;
   // Constants: the scheduler balances nothing by them (oddity 18 in docs/cloud-interface.md).
   usage["cpuUsage"] = 1.0;
@@ -128,7 +142,7 @@ void sendHeartbeat(const std::string& /*ignored*/) {
   Json::Value attrs(Json::arrayValue);
   attrs.append(static_cast<Json::UInt64>(getRunId()));
   attrs.append(usage);
-  const std::int64_t id = fileRequest(handleHeartbeatResp);
+  const std::int64_t id = fileRequest(handleAnsweredHeartbeat);
   logAfterSilence(id);
   publishAsync(gatewayTopic(topic::kHeartbeat), schedulerRequest(id, attrs), 1);
 }

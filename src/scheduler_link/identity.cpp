@@ -4,6 +4,8 @@
 #include <mutex>
 #include <utility>
 
+#include "status_file/status_file.h"
+
 namespace jobm {
 namespace {
 
@@ -46,7 +48,10 @@ std::string gatewayTopic(const std::string& suffix) {
 }
 
 std::int64_t getRunId() { return runId; }
-void setRunId(std::int64_t id) { runId = id; }
+void setRunId(std::int64_t id) {
+  runId = id;
+  setStatus("runnerId", static_cast<Json::Int64>(id));
+}
 
 std::int64_t getLastJobId() { return lastJobId; }
 void setLastJobId(std::int64_t id) { lastJobId = id; }

@@ -11,6 +11,7 @@
 #include "dbus_process_call/dbus_process_call.h"
 #include "lib/json_helper.h"
 #include "scheduler_link/identity.h"
+#include "status_file/status_file.h"
 #include "wire/bus_names.h"
 #include "wire/codes.h"
 #include "wire/topics.h"
@@ -131,8 +132,9 @@ bool subscribeInvoke() {
 
 void netChanged(const std::string& status) {
   LOGW("netChanged status= %s\n", status.c_str());
-  // Nothing to do: the bridge keeps the subscriptions over a reconnect, and the scheduler keeps the
-  // runner id.
+  setStatusWord("broker", status);
+  // Nothing else to do: the bridge keeps the subscriptions over a reconnect, and the scheduler
+  // keeps the runner id.
 }
 
 }  // namespace jobm

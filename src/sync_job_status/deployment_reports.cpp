@@ -5,6 +5,7 @@
 
 #include "dbus_process_call/dbus_process_call.h"
 #include "lib/json_helper.h"
+#include "status_file/status_file.h"
 #include "sync_job_status/journal.h"
 #include "sync_job_status/sync_job_status.h"
 #include "wire/codes.h"
@@ -77,9 +78,41 @@ std::vector<std::string> buildMessages(const DeploymentReport& report, Json::Val
   return messages;
 }
 
+bool isFailed(const Json::Value& detail) {
+  return !detail.isObject() || detail["success"] != Json::Value(true);
+}
+
+Json::Value errorOf(const Json::Value& detail) {
+  Json::Value error(Json::objectValue);
+  if (!detail.isObject()) return error;
+  error["snapshotId"] = detail["snapshotId"];
+  error["code"] = detail["code"];
+  error["message"] = detail[detail.isMember("message") ? "message" : "detail"];
+  return error;
+}
+
+// For those who look on: how the deployment ended, in short.
+void showOutcome(const DeploymentReport& report, const Json::Value& details) {
+  if (!hasStatusFile() || !details.isArray()) return;
+  Json::Value outcome;
+  outcome["deployId"] = report.deployId;
+  outcome["taskId"] = report.taskId;
+  outcome["jobId"] = Json::Int64{report.jobId};
+  outcome["deployType"] = report.deployType;
+  Json::Int64 failed = 0;
+  for (const Json::Value& detail : details) {
+    if (!isFailed(detail)) continue;
+    if (failed++ == 0) outcome["firstError"] = errorOf(detail);
+  }
+  outcome["succeeded"] = Json::Int64{details.size()} - failed;
+  outcome["failed"] = failed;
+  addStatusOutcome(std::move(outcome));
+}
+
 }  // namespace
 
 void reportDeployment(const DeploymentReport& report, Json::Value& details) {
+  showOutcome(report, details);
   const std::vector<std::string> messages = buildMessages(report, details);
   publishReport(report.ticket, messages);
   LOGR("resourcesReply payload = %s", messages.back().c_str());

@@ -3,6 +3,7 @@
 
 #include <json/value.h>
 
+#include <cstdint>
 #include <string>
 
 #include "sync_job_status/journal.h"
@@ -13,6 +14,7 @@ struct JobRequest {
   std::string payload;
   Json::Value parsed{};  // null until the payload is parsed, and if it can't be
   Ticket ticket = kNoTicket;
+  std::int64_t jobId = 0;  // of the order that brought it, 0 without one
 };
 
 /// Reads a request and, when it is one that gets a report, writes down that it was accepted. Call

@@ -18,6 +18,9 @@
 
 namespace jobm {
 
+/// How a record came to be.
+enum class Origin { kLive, kRestored, kBuiltIn };
+
 /// A registered executor or parser.
 struct Executor {
   std::string name;  // well-known bus name
@@ -29,6 +32,7 @@ struct Executor {
   std::string executorName;
   std::vector<std::string> storeType;
   std::vector<std::string> watchType;
+  Origin origin = Origin::kLive;
 };
 
 /// Registers an executor or a parser. Returns "" or the text that says what is wrong with it. A

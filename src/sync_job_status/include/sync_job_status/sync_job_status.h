@@ -50,6 +50,7 @@ struct DeploymentReport {
   std::string deployId;
   std::string taskId;
   int deployType = kDeploy;
+  std::int64_t jobId = 0;  // 0 when it is not known; in no report
 };
 
 /// Sends a deployment's result: one message, or two for more than 200 details, the first with 200
