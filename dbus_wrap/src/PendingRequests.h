@@ -4,6 +4,8 @@
 // so that nobody jumps the queue. No callback runs here, and none is destroyed under the lock.
 #pragma once
 
+#include <gateway/log_context.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -29,6 +31,7 @@ class PendingRequests {
     ReplyCallback callback;
     void* userData = nullptr;
     std::uint32_t ticks = 0;
+    gateway::LogContext context{};  // of the caller, taken up again for the callback
   };
 
   /// Sends a message and sets *serial to the number it got. Called with the lock held.

@@ -242,6 +242,7 @@ void ProxyWorker::closeIfDone() {
 void ProxyWorker::complete(const Request& request, const std::shared_ptr<DMessage>& reply) {
   // A callback of the same batch may have dropped the proxy.
   if (released || !request.callback) return;
+  const gateway::LogContextScope context(request.context);
   try {
     request.callback(reply, request.userData);
   } catch (const std::exception& e) {

@@ -1,5 +1,7 @@
 #include "journal.h"
 
+#include <gateway/log_context.h>
+
 // Otherwise every entry would say that it comes from this file.
 #define SD_JOURNAL_SUPPRESS_LOCATION
 #include <sys/stat.h>
@@ -57,6 +59,30 @@ struct Field {
   }
 };
 
+// A message and the fields that are added to it.
+class Entry {
+ public:
+  Entry(const char* message, std::size_t length) {
+    views[0] = {const_cast<char*>(message), length};  // the library only reads it
+  }
+
+  template <typename Value>
+  void add(const char* name, Value value) {
+    fields[count].set(name, value);
+    views[count + 1] = fields[count].view();
+    ++count;
+  }
+
+  bool send() { return sd_journal_sendv(views.data(), static_cast<int>(count) + 1) == 0; }
+
+ private:
+  static constexpr std::size_t kMaxFields = 5 + gateway::kLogSubjects;
+
+  std::array<Field, kMaxFields> fields;  // only what is added is read
+  std::array<iovec, kMaxFields + 1> views;
+  std::size_t count = 0;
+};
+
 const char* textOf(const char* text) { return text != nullptr ? text : "(null)"; }
 
 }  // namespace
@@ -77,20 +103,18 @@ void open(const char* identifier) {
 }
 
 bool send(const Origin& origin, const char* message, std::size_t length) {
-  std::array<Field, 5> fields;
-  fields[0].set("PRIORITY", priorityOf(origin.level));
-  fields[1].set("CODE_FILE", textOf(origin.path));
-  fields[2].set("CODE_LINE", origin.line);
-  fields[3].set("CODE_FUNC", textOf(origin.function));
-  std::array<iovec, fields.size() + 1> entry;
-  entry[0] = {const_cast<char*>(message), length};  // the library only reads it
-  std::transform(fields.begin(), fields.end(), entry.begin() + 1,
-                 [](Field& f) { return f.view(); });
+  Entry entry(message, length);
+  entry.add("PRIORITY", priorityOf(origin.level));
+  entry.add("CODE_FILE", textOf(origin.path));
+  entry.add("CODE_LINE", origin.line);
+  entry.add("CODE_FUNC", textOf(origin.function));
   const char* name = program.load(std::memory_order_relaxed);
-  if (name == nullptr) return sd_journal_sendv(entry.data(), fields.size()) == 0;
-  fields[4].set("SYSLOG_IDENTIFIER", name);
-  entry[5] = fields[4].view();
-  return sd_journal_sendv(entry.data(), entry.size()) == 0;
+  if (name != nullptr) entry.add("SYSLOG_IDENTIFIER", name);
+  for (std::size_t i = 0; i < gateway::kLogSubjects; ++i) {
+    const char* id = gateway::logSubjects[i];
+    if (id != nullptr) entry.add(gateway::kLogSubjectFields[i], id);
+  }
+  return entry.send();
 }
 
 }  // namespace journal

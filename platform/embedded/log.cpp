@@ -8,6 +8,7 @@
 // signal handler.
 
 #include <gateway/log.h>
+#include <gateway/log_context.h>
 #include <gateway/output.h>
 #include <gateway/signal_context.h>
 
@@ -31,9 +32,11 @@ using journal::Origin;
 using log_line::Line;
 
 constexpr int kWarning = 2;
+constexpr int kError = 3;
 constexpr int kDefaultLevel = 1;
 constexpr int kUnread = -1;
 constexpr std::size_t kFunctionBytes = 100;
+constexpr std::size_t kIdBytes = 100;
 
 std::atomic<bool> destroyed = false;
 std::atomic<int> threshold = kUnread;
@@ -100,17 +103,43 @@ char* putTime(char* to) {
   return putNumber(to, time.subseconds().count(), 3, 'Z');
 }
 
-// The function, and behind it the message. Returns the length of the line.
-std::size_t putRecord(Line& line, char* to, const Origin& origin, const char* format,
-                      va_list arguments) {
+// The ids of what the thread works on, "[jobId=17 deployId=d-17]", in a further line of a warning
+// or an error: whoever looks for a text finds it and its line end as ever.
+class Subjects {
+ public:
+  explicit Subjects(int level) {
+    if (level != kWarning && level != kError) return;
+    for (std::size_t i = 0; i < gateway::kLogSubjects; ++i) put(i);
+    if (length > 0) text[length++] = ']';
+  }
+  std::string_view view() const { return {text.data(), length}; }
+
+ private:
+  void put(std::size_t i) {
+    const char* id = gateway::logSubjects[i];
+    if (id == nullptr) return;
+    char* to = putText(text.data() + length, length == 0 ? "\n  | [" : " ");
+    to = putText(to, gateway::kLogSubjectWords[i]);
+    *to++ = '=';
+    to += log_line::putShown({to, kIdBytes}, {id, strnlen(id, kIdBytes)});
+    length = static_cast<std::size_t>(to - text.data());
+  }
+
+  std::array<char, gateway::kLogSubjects*(kIdBytes + 16)> text;  // only what is written is read
+  std::size_t length = 0;
+};
+
+// The function, behind it the message, and `tail`. Returns the length of the line.
+std::size_t putRecord(Line& line, char* to, const Origin& origin, std::string_view tail,
+                      const char* format, va_list arguments) {
   const char* function = origin.function != nullptr ? origin.function : "(null)";
   to = putText(to, {function, strnlen(function, kFunctionBytes)});
   to = putText(to, ": ");
   const auto head = static_cast<std::size_t>(to - line.data());
-  const std::size_t room = log_line::roomBehind(head);
+  const std::size_t room = log_line::roomBehind(head, tail.size());
   const int wanted = std::vsnprintf(to, room + 1, format, arguments);
   const auto length = static_cast<std::size_t>(std::max(wanted, 0));
-  return log_line::finish(line, head, head + std::min(length, room), length > room);
+  return log_line::finish(line, head, head + std::min(length, room), length > room, tail);
 }
 
 void toStandardError(const Origin& origin, const char* format, va_list arguments) {
@@ -119,14 +148,15 @@ void toStandardError(const Origin& origin, const char* format, va_list arguments
   *to++ = ' ';
   to = putText(to, levelWord(origin.level));
   *to++ = ' ';
-  const std::size_t length = putRecord(line, to, origin, format, arguments);
+  const Subjects subjects(origin.level);
+  const std::size_t length = putRecord(line, to, origin, subjects.view(), format, arguments);
   gateway::writeGuarded(STDERR_FILENO, line.data(), length);
 }
 
 bool toJournal(const Origin& origin, const char* format, va_list arguments) {
   Line line;
   char* to = putText(line.data(), journal::kMessageField);
-  const std::size_t length = putRecord(line, to, origin, format, arguments);
+  const std::size_t length = putRecord(line, to, origin, {}, format, arguments);
   return journal::send(origin, line.data(), length - 1);  // an entry needs no line end
 }
 

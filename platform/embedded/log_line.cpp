@@ -71,22 +71,22 @@ std::array<char, 4> escaped(char c) {
   return {'\\', 'x', kDigits[byte >> 4U], kDigits[byte & 0xFU]};
 }
 
-// A line that is written anew, behind the head of another one.
+// What is written anew.
 struct Shown {
-  Line line;
-  std::size_t length;
+  std::span<char> to;
+  std::size_t length = 0;
 
   // False when it does not fit.
   bool put(std::string_view text) {
-    if (text.size() > roomBehind(length)) return false;
-    std::memcpy(line.data() + length, text.data(), text.size());
+    if (text.size() > to.size() - length) return false;
+    std::memcpy(to.data() + length, text.data(), text.size());
     length += text.size();
     return true;
   }
 
   // As much of it as fits; false when that isn't all.
   bool putPlain(std::string_view text) {
-    const std::string_view fitting = text.substr(0, roomBehind(length));
+    const std::string_view fitting = text.substr(0, to.size() - length);
     return put(fitting) && fitting.size() == text.size();
   }
 
@@ -112,29 +112,42 @@ struct Shown {
 };
 
 // Returns the new length; sets `isCut` when it got too long.
-std::size_t show(Line& line, std::size_t head, std::string_view message, bool& isCut) {
-  Shown shown;  // only what is written is read
-  shown.length = head;
+std::size_t show(Line& line, std::size_t head, std::size_t room, std::string_view message,
+                 bool& isCut) {
+  Line anew;  // only what is written is read
+  Shown shown{{anew.data(), room}};
   if (!shown.putMessage(message)) isCut = true;
-  std::memcpy(line.data() + head, shown.line.data() + head, shown.length - head);
-  return shown.length;
+  std::memcpy(line.data() + head, anew.data(), shown.length);
+  return head + shown.length;
 }
+
+char* append(char* to, std::string_view text) { return std::copy(text.begin(), text.end(), to); }
 
 }  // namespace
 
-std::size_t roomBehind(std::size_t head) { return sizeof(Line) - head - kCutMark.size() - 1; }
+std::size_t roomBehind(std::size_t head, std::size_t tail) {
+  return sizeof(Line) - head - kCutMark.size() - tail - 1;
+}
 
-std::size_t finish(Line& line, std::size_t head, std::size_t length, bool isCut) {
+std::size_t putShown(std::span<char> to, std::string_view text) {
+  Shown shown{to};
+  static_cast<void>(shown.putMessage(text));
+  return shown.length;
+}
+
+std::size_t finish(Line& line, std::size_t head, std::size_t length, bool isCut,
+                   std::string_view tail) {
   std::string_view message(line.data() + head, length - head);
   message = isCut ? message.substr(0, wholeCharacters(message)) : trimmed(message);
   length = head + message.size();
-  if (plainLength(message) < message.size()) length = show(line, head, message, isCut);
-  if (isCut) {
-    std::copy(kCutMark.begin(), kCutMark.end(), line.data() + length);
-    length += kCutMark.size();
+  if (plainLength(message) < message.size()) {
+    length = show(line, head, roomBehind(head, tail.size()), message, isCut);
   }
-  line[length++] = '\n';
-  return length;
+  char* end = line.data() + length;
+  if (isCut) end = append(end, kCutMark);
+  end = append(end, tail);
+  *end++ = '\n';
+  return static_cast<std::size_t>(end - line.data());
 }
 
 }  // namespace log_line

@@ -44,6 +44,7 @@ void endFailed(Deployment& deployment) {
 }
 
 void endUnfinished(Deployment& deployment) {
+  const DeploymentLogScope scope(deployment.identity);
   const bool hasFailed = !deployment.failure.empty();
   if (hasFailed && !isReported(deployment.identity.ticket)) return endFailed(deployment);
   if (!deployment.ended) endAbandoned(deployment);

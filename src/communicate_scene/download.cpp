@@ -1,5 +1,6 @@
 #include "communicate_scene/download.h"
 
+#include <gateway/log_context.h>
 #include <gateway/log_macros.h>
 
 #include <cstdio>
@@ -219,6 +220,8 @@ Json::Value downloadResources(const Json::Value& resources) {
   Json::Value items(Json::arrayValue);
   for (const Json::Value& resource : resources) {
     Json::Value& item = items.append(Json::Value(Json::objectValue));
+    const std::string snapshotId = json::textOf(resource, "snapshotId");
+    const gateway::LogScope scope(gateway::LogSubject::kResource, snapshotId);
     try {
       processResource(resource, item);
     } catch (const std::exception& e) {

@@ -1,5 +1,6 @@
 #include "parser_replies.h"
 
+#include <gateway/log_context.h>
 #include <gateway/log_macros.h>
 
 #include <algorithm>
@@ -51,7 +52,9 @@ void recordReply(const ParserCall& call, int code, const std::string& message) {
        call.parserName.c_str(), code, message.c_str(), call.request.c_str());
   --deployment->awaited[call.snapshotId];
   updateEntry(deployment->summary[call.snapshotId], call, code, message);
-  if (deployment->received == deployment->expected) finishParsers(deployment);
+  if (deployment->received != deployment->expected) return;
+  const gateway::LogScope ofAll(gateway::LogSubject::kResource, nullptr);
+  finishParsers(deployment);
 }
 
 }  // namespace

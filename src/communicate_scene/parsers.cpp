@@ -3,6 +3,7 @@
 
 #include "parsers.h"
 
+#include <gateway/log_context.h>
 #include <gateway/log_macros.h>
 
 #include <vector>
@@ -61,13 +62,15 @@ Json::Value buildRequest(const Deployment& deployment, Json::ArrayIndex position
 // False when the parser's record is gone; the call is then not expected.
 bool notifyParser(const SharedDeployment& deployment, const Notification& notification) {
   const std::string& name = notification.parserName;
+  const std::string snapshotId =
+      json::textOf(deployment->resources[notification.position], "snapshotId");
+  const gateway::LogScope scope(gateway::LogSubject::kResource, snapshotId);
   const std::optional<Executor> parser = getParser(name);
   if (!parser) {
     LOGW("Parser %s was registered but its handler was not found.", name.c_str());
     return false;
   }
   const Json::Value request = buildRequest(*deployment, notification.position);
-  const std::string snapshotId = json::textOf(request, "snapshotId");
   LOGI("Notifying parser %s to process %s", name.c_str(), snapshotId.c_str());
   ++deployment->awaited[snapshotId];
   const std::string text = json::styled(request);

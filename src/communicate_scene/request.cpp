@@ -3,6 +3,7 @@
 
 #include "communicate_scene/request.h"
 
+#include <gateway/log_context.h>
 #include <gateway/log_macros.h>
 
 #include <cstdio>
@@ -60,7 +61,10 @@ void deleteResource(const Json::Value& resource, Json::Value& item) {
 void deleteResources(Deployment& deployment) {
   const Json::Value& resources = deployment.resources;
   for (Json::ArrayIndex i = 0; i < resources.size() && i < deployment.downloaded.size(); ++i) {
-    if (hasOperate(resources[i], kOnDelete)) deleteResource(resources[i], deployment.downloaded[i]);
+    if (!hasOperate(resources[i], kOnDelete)) continue;
+    const std::string snapshotId = json::textOf(resources[i], "snapshotId");
+    const gateway::LogScope scope(gateway::LogSubject::kResource, snapshotId);
+    deleteResource(resources[i], deployment.downloaded[i]);
   }
 }
 
@@ -83,6 +87,8 @@ bool checkDownloads(Deployment& deployment) {
   }
   for (Json::ArrayIndex i = 0; i < items.size(); ++i) {
     if (!isFailure(items[i])) continue;
+    const std::string snapshotId = json::textOf(resources[i], "snapshotId");
+    const gateway::LogScope scope(gateway::LogSubject::kResource, snapshotId);
     LOGE("Error occurred while downloading resource %s with name %s.",
          json::textOf(resources[i], "resourceType").c_str(),
          json::textOf(resources[i], "resourceName").c_str());
@@ -133,10 +139,11 @@ bool storeResources(Deployment& deployment) {
   for (Json::ArrayIndex i = 0; i < resources.size(); ++i) {
     const Json::Value& resource = resources[i];
     if (!hasOperate(resource, kOnAdd)) continue;
+    const std::string snapshotId = json::textOf(resource, "snapshotId");
+    const gateway::LogScope scope(gateway::LogSubject::kResource, snapshotId);
     LOGI("Collecting parsers: processing resource type %s with name %s [%s]",
          json::textOf(resource, "resourceType").c_str(),
-         json::textOf(resource, "resourceName").c_str(),
-         json::textOf(resource, "snapshotId").c_str());
+         json::textOf(resource, "resourceName").c_str(), snapshotId.c_str());
     if (storeResource(resource, deployment.downloaded[i])) continue;
     reportDownloads(deployment);
     return false;
@@ -181,11 +188,12 @@ void carryOut(const JobRequest& job, Json::Value&& parsed) {
   const Json::Value& request = parsed;
   DeploymentReport identity{job.ticket, request["deployId"].asString(),
                             request["taskId"].asString()};
+  identity.jobId = job.jobId;
+  const DeploymentLogScope scope(identity);
   LOGI("handle1Job deployId =%s taskId= %s", identity.deployId.c_str(), identity.taskId.c_str());
   const std::optional<int> deployType = deployTypeOf(request);
   if (!deployType) return;
   identity.deployType = *deployType;
-  identity.jobId = job.jobId;
   if (deployType == kReset) {
     resetAll(identity);
     return;
@@ -218,6 +226,8 @@ void reportFailure(const JobRequest& job, const std::string& why) {
 }
 
 void startRequest(JobRequest& job) {
+  const std::string jobId = job.jobId != 0 ? std::to_string(job.jobId) : "";
+  const gateway::LogScope scope(gateway::LogSubject::kJob, jobId);
   try {
     Json::Value request = std::move(job.parsed);
     if (request.isNull() && !json::parse(job.payload, request)) {

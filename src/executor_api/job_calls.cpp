@@ -1,5 +1,6 @@
 #include "executor_api/job_calls.h"
 
+#include <gateway/log_context.h>
 #include <gateway/log_macros.h>
 
 #include <algorithm>
@@ -117,7 +118,9 @@ void recordPlain(const JobCall& call, bool success, Json::Value& summary) {
 void recordCorvex(const JobCall& call, const Json::Value& data, Json::Value& summary) {
   const DataIndex index = indexData(data);
   for (const Json::Value& item : std::as_const(call.resources)) {
-    summary[json::textOf(item, "snapshotId")] = readCorvexEntry(item, index);
+    const std::string snapshotId = json::textOf(item, "snapshotId");
+    const gateway::LogScope scope(gateway::LogSubject::kResource, snapshotId);
+    summary[snapshotId] = readCorvexEntry(item, index);
   }
 }
 

@@ -1,5 +1,6 @@
 #include "executor_api/method_calls.h"
 
+#include <gateway/log_context.h>
 #include <gateway/log_macros.h>
 
 #include <cstdint>
@@ -64,7 +65,10 @@ void handleMethodReply(const std::string& method, const MethodResultCallback& ca
 // Reports a call that can't even be made, from the loop like every other outcome.
 void reportLater(const MethodResultCallback& callback, const ExecutorReply& outcome) {
   if (!callback) return;
-  quillon::postToLoop([callback, outcome] { callback(outcome.code, outcome.message, ""); });
+  quillon::postToLoop([callback, outcome, context = gateway::LogContext()] {
+    const gateway::LogContextScope scope(context);
+    callback(outcome.code, outcome.message, "");
+  });
 }
 
 // Copies of every executor that watches more than one type; one with a single type has the whole
@@ -127,11 +131,14 @@ void sendMessageWithReply(const std::shared_ptr<quillon::DProxy>& proxy, const M
                           quillon::ReplyCallback callback, void* userData) {
   LOGI("sendMessageWithReply begin...");
   // The share of the proxy keeps it alive until the reply is there.
-  const auto context = [proxy, callback = std::move(callback)](const Message& reply, void* data) {
+  const auto answered = [proxy, callback = std::move(callback)](const Message& reply, void* data) {
     if (callback) callback(reply, data);
   };
-  if (proxy->sendMessageWithReply(message, context, userData)) return;
-  quillon::postToLoop([context, userData] { context({}, userData); });
+  if (proxy->sendMessageWithReply(message, answered, userData)) return;
+  quillon::postToLoop([answered, userData, context = gateway::LogContext()] {
+    const gateway::LogContextScope scope(context);
+    answered({}, userData);
+  });
 }
 
 void callMethod(const char* method, const Executor& executor, const std::string& payload,

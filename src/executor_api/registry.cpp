@@ -86,8 +86,8 @@ std::string takeExecutor(const std::string& payload, const Json::Value& registra
     return error;
   }
   install(all.executorMap, executorName, std::move(record), &all.executorWatchMap);
-  showExecutor(all.executorMap.at(executorName));
   all.liveExecutors.insert(executorName);
+  showExecutor(all.executorMap.at(executorName));
   return {};
 }
 

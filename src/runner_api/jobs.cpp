@@ -1,5 +1,6 @@
 #include "runner_api/jobs.h"
 
+#include <gateway/log_context.h>
 #include <gateway/log_macros.h>
 
 #include <exception>
@@ -80,6 +81,8 @@ void deleteJob(const JobOrder& order) {
 // Takes its turn like a deployment: what came before it is over by then, and goes with the rest.
 void resetJobs(const JobOrder& order) {
   runInTurn(0, [order] {
+    const std::string id = std::to_string(order.jobId);
+    const gateway::LogScope scope(gateway::LogSubject::kJob, id);
     reportSuccess(order, kJobDone, "");
     static_cast<void>(resetEJobs());
   });
@@ -121,6 +124,8 @@ void handleJob(std::int64_t ackId, int ackCode, std::int64_t jobId, const std::s
   LOGI("handleJob begin ackCode=%d jobId = %lld ackId = %lld executor =%s\n", ackCode,
        static_cast<long long>(jobId), static_cast<long long>(ackId), executor.c_str());
   const JobOrder order{ackId, ackCode, jobId};
+  const std::string id = std::to_string(jobId);
+  const gateway::LogScope scope(gateway::LogSubject::kJob, id);
   try {
     Json::Value content;
     // Before the code is looked at: an order without JSON content is never carried out, see "Orders

@@ -1,5 +1,6 @@
 #include "sync_job_status/journal.h"
 
+#include <gateway/log_context.h>
 #include <gateway/log_macros.h>
 
 #include <algorithm>
@@ -33,6 +34,7 @@ struct Message {
 // that the bridge did not take stay for publishAgain.
 struct Report {
   std::int64_t order = 0;  // of arrival
+  std::string deployId;
   std::vector<Message> messages;
   std::size_t underWay = 0;  // how many messages wait for the bridge's answer
 };
@@ -50,7 +52,15 @@ Journal journal;
 
 std::string keyOf(Ticket ticket) { return key::kDeploymentPrefix + std::to_string(ticket); }
 
+// For the log. "" for those whose reports a former process wrote.
+std::string deployIdOf(Ticket ticket) {
+  const auto report = journal.reports.find(ticket);
+  return report != journal.reports.end() ? report->second.deployId : "";
+}
+
 bool write(Ticket ticket, const std::string& text) {
+  const std::string deployId = deployIdOf(ticket);
+  const gateway::LogScope scope(gateway::LogSubject::kDeployment, deployId);
   if (setConfig(keyOf(ticket), text) == 0) {
     journal.unwritten.erase(ticket);
     return true;
@@ -83,8 +93,8 @@ Ticket takeFreeSlot() {
 }
 
 void letGo(Ticket ticket) {
-  journal.reports.erase(ticket);
   static_cast<void>(write(ticket, "null"));  // every value of the store is JSON
+  journal.reports.erase(ticket);
   journal.isUsed[static_cast<std::size_t>(ticket)] = false;
 }
 
@@ -95,6 +105,8 @@ bool isTooLong(const Message& message) { return message.payload.size() > kMaxPay
 
 void handleOutcome(Ticket ticket, std::size_t index, int code) {
   Report& report = journal.reports.at(ticket);
+  const std::string deployId = report.deployId;  // the report may go
+  const gateway::LogScope scope(gateway::LogSubject::kDeployment, deployId);
   Message& message = report.messages[index];
   --report.underWay;
   if (code == 0) {
@@ -163,6 +175,8 @@ void reportEntry(Ticket ticket, const Json::Value& entry) {
     return;
   }
   const std::string deployId = json::textOf(entry, "deployId");
+  report.deployId = deployId;
+  const gateway::LogScope scope(gateway::LogSubject::kDeployment, deployId);
   LOGW("deployment %s was interrupted by a restart.\n", deployId.c_str());
   Json::Value details =
       failedDetails(entry["deployType"].asInt(), entry["snapshotIds"], kInterrupted);
@@ -178,6 +192,7 @@ Ticket acceptDeployment(const AcceptedDeployment& deployment) {
   const bool isNew = journal.isUsed.size() > before;
   const std::int64_t order = nextOrder();
   journal.reports[ticket].order = order;
+  journal.reports[ticket].deployId = deployment.deployId;
   Json::Value entry;
   entry["order"] = Json::Int64{order};
   entry["deployId"] = deployment.deployId;

@@ -44,6 +44,14 @@ bool isAccepted(const Json::Value& reply) {
          answer["data"].asString() == "\"ACK_REQUEST_OK\"";
 }
 
+// A handler for the scheduler's reply that logs as of the same job.
+ReplyHandler ofThisJob(bool (*handler)(const Json::Value&)) {
+  return [handler, context = gateway::LogContext()](const Json::Value& reply) {
+    const gateway::LogContextScope scope(context);
+    return handler(reply);
+  };
+}
+
 }  // namespace
 
 void syncJobStatus(const JobStatusReport& report, std::int64_t resultCode,
@@ -57,6 +65,8 @@ void syncJobStatus(const JobStatusReport& report, std::int64_t resultCode,
 
 void syncEngineStringJobStatusToMaster(const JobStatusReport& report, const std::string& result) {
   const auto jobId = static_cast<long long>(report.jobId);
+  const std::string id = std::to_string(jobId);
+  const gateway::LogScope scope(gateway::LogSubject::kJob, id);
   LOGI("jobid = %lld ackCode = %d  jobStatus =%d \n", jobId, report.ackCode, report.jobStatus);
   const bool isAdded = report.ackCode == kAddJob;
   if (isDeletion(report.ackCode) || (isAdded && report.jobStatus == kJobFailed)) {
@@ -82,7 +92,7 @@ void syncStatusPassive(const JobStatusReport& report, const std::string& result)
   attrs.append(static_cast<Json::UInt64>(report.ackId));
   attrs.append(report.jobStatus);
   attrs.append(result);
-  const std::int64_t id = fileRequest(syncStatusPassiveResp);
+  const std::int64_t id = fileRequest(ofThisJob(syncStatusPassiveResp));
   LOGI("syncStatusPassive id = %lld \n", static_cast<long long>(id));
   const std::string payload = schedulerRequest(id, attrs);
   publishAsync(gatewayTopic(topic::kStatusPassive), payload, 1);
@@ -105,7 +115,7 @@ void syncStatusActive(const JobStatusReport& report, const std::string& result) 
   attrs.append(static_cast<Json::UInt64>(runId));
   attrs.append(report.executor);
   attrs.append(Json::Value(Json::arrayValue)).append(job);
-  const std::int64_t id = fileRequest(syncStatusActiveResp);
+  const std::int64_t id = fileRequest(ofThisJob(syncStatusActiveResp));
   LOGI("syncStatusActive id = %lld \n", static_cast<long long>(id));
   const std::string payload = schedulerRequest(id, attrs);
   publishAsync(gatewayTopic(topic::kStatusActive), payload, 1);

@@ -1,6 +1,7 @@
 // The log's way into the journal, with a socket of the test's in the journal's place.
 
 #define LOG_FUNCTION "f"
+#include <gateway/log_context.h>
 #include <gateway/log_macros.h>
 #include <gateway/signal_context.h>
 #include <sys/mount.h>
@@ -75,6 +76,13 @@ TEST_F(Journal, gets_one_entry_a_record_with_priority_and_origin) {
         "CODE_LINE=" + std::to_string(line), std::string("SYSLOG_IDENTIFIER=program")}) {
     EXPECT_NE(('\n' + got).find('\n' + field + '\n'), got.npos) << field << " in " << got;
   }
+  EXPECT_EQ(got.find("GATEWAY_"), got.npos);
+  const std::string id = "17";
+  const gateway::LogScope scope(gateway::LogSubject::kJob, id);
+  LOGE("with its subject");
+  const std::string named = entry();
+  EXPECT_NE(named.find("GATEWAY_JOB_ID=17\n"), named.npos) << named;
+  EXPECT_NE(named.find("MESSAGE=f: with its subject\n"), named.npos) << named;
   LOGR("report");
   EXPECT_NE(entry().find("PRIORITY=5\n"), std::string::npos);
   EXPECT_EQ(log.text(), "");

@@ -1,6 +1,7 @@
 // The lambdas that log here have no names of their own.
 #define LOG_FUNCTION "f"
 #include <dbus/dbus.h>
+#include <gateway/log_context.h>
 #include <gateway/log_macros.h>
 #include <pthread.h>
 
@@ -87,6 +88,38 @@ TEST(Log, sends_no_control_character_and_no_line_of_unknown_kind_whatever_bytes_
   const std::size_t records = 255 + edges.size() * edges.size() * edges.size();
   EXPECT_EQ(countOf(text, "Z INFO f: "), records);
   EXPECT_EQ(countOf(text, "\n") - countOf(text, "\n  | "), records);
+}
+
+TEST(Log, puts_the_ids_of_the_work_into_a_line_behind_warnings_and_errors) {
+  using gateway::LogScope;
+  using gateway::LogSubject;
+  const std::string job = "17";
+  const std::string deployment = "a]\x1b[2J\n" + std::string(500, 'd');
+  const std::string snapshot = "s-1";
+  const auto shownFor = [](const char* format, const char* argument) {
+    const CapturedLog log;
+    log_print(3, "color", "tag", "path", "f", 1, format, argument);
+    const std::string text = log.text();
+    return text.substr(text.find("f: "));
+  };
+  EXPECT_EQ(shownFor("%s\n", "none"), "f: none\n");
+  const LogScope ofJob(LogSubject::kJob, job);
+  EXPECT_EQ(shownFor("%s\n\n", "one"), "f: one\n  | [jobId=17]\n");
+  gateway::LogContext kept;
+  {
+    const LogScope ofNothing(LogSubject::kJob, nullptr);
+    const LogScope ofResource(LogSubject::kResource, snapshot);
+    EXPECT_EQ(shownFor("%s", "other"), "f: other\n  | [snapshotId=s-1]\n");
+    const gateway::LogContextScope again(kept);
+    EXPECT_EQ(shownFor("%s", "two\nlines"), "f: two\n  | lines\n  | [jobId=17 snapshotId=s-1]\n");
+  }
+  const LogScope ofDeployment(LogSubject::kDeployment, deployment);
+  const std::string cut = shownFor("%s", std::string(std::size_t{2} * PIPE_BUF, '\t').c_str());
+  EXPECT_NE(cut.find("\\x09 [cut]\n  | [jobId=17 deployId=a]\\x1b[2J\n  | ddd"), cut.npos) << cut;
+  EXPECT_TRUE(cut.ends_with("d]\n"));
+  const CapturedLog log;
+  LOGI("not behind others");
+  EXPECT_TRUE(log.has("f: not behind others\n"));
 }
 
 std::atomic<int> handled{0};

@@ -185,7 +185,7 @@ TEST_F(Faults, of_an_answer_are_told_apart_for_parsers_and_only_counted_for_exec
   // The answer, the code and message that are reported for a parser, and what is logged.
   const std::tuple<Answer, int, std::string, std::string> cases[] = {
       {R"({"code":7,"message":"no"})", 7, "no", R"( error res = {"code":7,"message":"no"})"},
-      {"ok", 101206, format, " parse failed res = ok\n"},
+      {"ok", 101206, format, " parse failed res = ok\n[deployId="},
       {std::string(2000, '['), 101206, format, " parse failed res = [["},
       {"[]", 101206, format, wrongTypes},
       {R"({"code":0,"message":{}})", 101206, format, wrongTypes},

@@ -2,6 +2,7 @@
 /// takes it or not. Every function may be called from any thread, unless it says otherwise.
 #pragma once
 
+#include <gateway/log_context.h>
 #include <json/value.h>
 
 #include <cstdint>
@@ -51,6 +52,21 @@ struct DeploymentReport {
   std::string taskId;
   int deployType = kDeploy;
   std::int64_t jobId = 0;  // 0 when it is not known; in no report
+};
+
+/// Names a deployment, and its job if that is known, in the log while it lives. `report` outlives
+/// it.
+class DeploymentLogScope {
+ public:
+  explicit DeploymentLogScope(const DeploymentReport& report)
+      : jobId(report.jobId != 0 ? std::to_string(report.jobId) : ""),
+        job(gateway::LogSubject::kJob, jobId),
+        deployment(gateway::LogSubject::kDeployment, report.deployId) {}
+
+ private:
+  const std::string jobId;
+  const gateway::LogScope job;
+  const gateway::LogScope deployment;
 };
 
 /// Sends a deployment's result: one message, or two for more than 200 details, the first with 200
