@@ -32,10 +32,10 @@ trace_mark=0
 prepare_home() {
   export LC_ALL=C.UTF-8
   rm -rf "$home"
-  mkdir -p "$home"/{web,logs,calls}
+  mkdir -p "$home"/{web,logs,calls,run}
   : >"$home/trace"
   export GATEWAY_TRACE=$home/trace GATEWAY_TRACE_START=${EPOCHREALTIME/,/.}
-  export GATEWAY_CONFIG_DB=$home/store.db GATEWAY_WEB_ROOT=$home/web
+  export GATEWAY_CONFIG_DB=$home/store.db GATEWAY_WEB_ROOT=$home/web RUNTIME_DIRECTORY=$home/run
   # The broker is not on everyone's path.
   PATH=$PATH:/usr/sbin
   print_trace &

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
@@ -117,6 +118,15 @@ int openStore(Store& open, const std::string& path, int timeoutMs) {
   return open.getStatement && open.setStatement ? SQLITE_OK : SQLITE_ERROR;
 }
 
+// Reading makes no file: the one who looks first may not be the one to whom it is to belong. With
+// the lock held; what is open then is another file, or one that was deleted.
+bool isMissing() {
+  struct stat info {};
+  if (stat(databasePath().c_str(), &info) == 0 || errno != ENOENT) return false;
+  store().close();
+  return true;
+}
+
 // With the lock held: opens the store if it is not open, and sets the busy time-out. Returns
 // SQLITE_OK, or why the store can't be used.
 int ready(int timeoutMs) {
@@ -175,6 +185,7 @@ std::string databasePath() {
 
 Found get(const std::string& key, int timeout_ms) {
   const std::lock_guard guard(storeLock);
+  if (isMissing()) return {true, std::nullopt};
   if (ready(timeout_ms) != SQLITE_OK) return {};
   sqlite3_stmt* statement = store().getStatement.get();
   bind(statement, 1, key);
@@ -197,11 +208,13 @@ int set(const std::string& key, const std::string& value, int timeout_ms) {
 }
 
 std::optional<std::vector<std::pair<std::string, std::string>>> list(int timeout_ms) {
+  using Entries = std::vector<std::pair<std::string, std::string>>;
   const std::lock_guard guard(storeLock);
+  if (isMissing()) return Entries{};
   if (ready(timeout_ms) != SQLITE_OK) return std::nullopt;
   const StatementPtr statement = prepare(store().database.get(), kList);
   if (!statement) return std::nullopt;
-  std::vector<std::pair<std::string, std::string>> entries;
+  Entries entries;
   int result = sqlite3_step(statement.get());
   for (; result == SQLITE_ROW; result = sqlite3_step(statement.get())) {
     entries.emplace_back(column(statement.get(), 0), column(statement.get(), 1));

@@ -18,7 +18,8 @@ struct Found {
   std::optional<std::string> value;
 };
 
-/// Looks for `key`. Waits up to `timeout_ms` for a locked store.
+/// Looks for `key`. Waits up to `timeout_ms` for a locked store. One that is not there has no key,
+/// and is not made.
 Found get(const std::string& key, int timeout_ms);
 
 /// Writes `key` durably. Returns 0, or SQLite's result code.
