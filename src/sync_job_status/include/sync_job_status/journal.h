@@ -29,8 +29,8 @@ struct AcceptedDeployment {
 };
 
 /// Writes the deployment down; one durable write. If that fails it is logged, and the deployment
-/// still gets a ticket, because the write of its report may succeed; except in a slot that was never
-/// used, which would hide those behind it from the next start.
+/// still gets a ticket, because the write of its report may succeed; except in a slot that was
+/// never used, which would hide those behind it from the next start.
 [[nodiscard]] Ticket acceptDeployment(const AcceptedDeployment& deployment);
 
 /// Publishes the messages of a deployment's report, in order, after writing them down: one durable
