@@ -344,7 +344,13 @@ TEST_F(Faults, of_a_text_are_mended_on_the_bus_and_kept_in_the_store) {
   EXPECT_EQ(parsed(parser.received("deployConfig").at(0).text())["value"], "caf\uFFFD");
   EXPECT_EQ(getConfig("texts"), "caf\xE9");
 
-  // More than the bus takes in one message never reaches an executor.
+  // More than the bus takes in one message never reaches the parser.
+  deploy("large", {text("large", "texts", std::string(33 << 20, 'x'))});
+  EXPECT_EQ(outcomeOf(detailsOf("large")),
+            outcome(false, "101206", "JOBM_ERROR_ExecutorReplyFormatError"));
+  EXPECT_EQ(parser.count("deployConfig"), 1U);
+
+  // Nor an executor.
   addExecutor(registration("long", "iot.test.texts", R"(["long"])"));
   Json::Value tooLong = text("long", "long");
   tooLong["more"] = std::string(33 << 20, 'x');
