@@ -53,6 +53,18 @@ void assign(Json::Value& place, const Json::Value& value) {
   status().changed.notify_one();
 }
 
+// Whoever looks on costs nobody a job: what goes wrong here stays here.
+template <typename Change>
+void change(const Change& make) {
+  if (!isOn) return;
+  try {
+    const std::lock_guard guard(status().lock);
+    make(status().members);
+  } catch (const std::exception& e) {
+    LOGW("the status file lacks a change: %s\n", e.what());
+  }
+}
+
 // Sleeps until something has changed.
 std::string nextText() {
   std::unique_lock guard(status().lock);
@@ -131,36 +143,32 @@ void startStatusFile() {
 bool hasStatusFile() { return isOn; }
 
 void setStatus(const char* member, const Json::Value& value) {
-  if (!isOn) return;
-  const std::lock_guard guard(status().lock);
-  assign(status().members[member], value);
+  change([&](Json::Value& members) { assign(members[member], value); });
 }
 
 void setStatusWord(const char* member, const std::string& word) {
-  if (!isOn) return;
-  const std::lock_guard guard(status().lock);
-  if (json::textOf(status().members[member], "state") == word) return;
-  Json::Value value;
-  value["state"] = word;
-  value["since"] = statusTime();
-  assign(status().members[member], value);
+  change([&](Json::Value& members) {
+    if (json::textOf(members[member], "state") == word) return;
+    Json::Value value;
+    value["state"] = word;
+    value["since"] = statusTime();
+    assign(members[member], value);
+  });
 }
 
 void setStatusEntry(const char* member, const std::string& name, const Json::Value& value) {
-  if (!isOn) return;
-  const std::lock_guard guard(status().lock);
-  assign(status().members[member][name], value);
+  change([&](Json::Value& members) { assign(members[member][name], value); });
 }
 
 void addStatusOutcome(Json::Value&& outcome) {
-  if (!isOn) return;
-  outcome["finished"] = statusTime();
-  const std::lock_guard guard(status().lock);
-  Json::Value outcomes = status().members[kOutcomes];
-  outcomes.append(std::move(outcome));
-  Json::Value removed;
-  if (outcomes.size() > kMaxOutcomes) outcomes.removeIndex(0, &removed);
-  assign(status().members[kOutcomes], outcomes);
+  change([&](Json::Value& members) {
+    outcome["finished"] = statusTime();
+    Json::Value outcomes = members[kOutcomes];
+    outcomes.append(std::move(outcome));
+    Json::Value removed;
+    if (outcomes.size() > kMaxOutcomes) outcomes.removeIndex(0, &removed);
+    assign(members[kOutcomes], outcomes);
+  });
 }
 
 std::string statusTime() {

@@ -82,12 +82,23 @@ bool isFailed(const Json::Value& detail) {
   return !detail.isObject() || detail["success"] != Json::Value(true);
 }
 
+// What a parser answers may be as long as a message of the bus.
+Json::Value shortened(const Json::Value& value) {
+  constexpr std::size_t kBytes = 500;
+  if (!value.isString()) return value;
+  std::string text = value.asString();
+  if (text.size() <= kBytes) return value;
+  std::size_t end = kBytes;
+  while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0U) == 0x80) --end;
+  return text.substr(0, end) + "...";
+}
+
 Json::Value errorOf(const Json::Value& detail) {
   Json::Value error(Json::objectValue);
   if (!detail.isObject()) return error;
   error["snapshotId"] = detail["snapshotId"];
   error["code"] = detail["code"];
-  error["message"] = detail[detail.isMember("message") ? "message" : "detail"];
+  error["message"] = shortened(detail[detail.isMember("message") ? "message" : "detail"]);
   return error;
 }
 
