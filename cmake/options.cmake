@@ -8,6 +8,13 @@ target_compile_options(jobm_options INTERFACE
   # Back-traces of a stripped-down gateway stay readable.
   -fno-omit-frame-pointer)
 
+# On machines of 32 bits: times beyond 2038 and files beyond 2 GiB. No library that the service is linked
+# with takes or hands out a time or an offset whose size depends on it. The web server's does, see
+# gateway/CMakeLists.txt.
+if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+  target_compile_definitions(jobm_options INTERFACE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
+endif()
+
 # Without this switch cmake passes no -pie, and a shared-library call would not be full RELRO.
 include(CheckPIESupported)
 check_pie_supported()
