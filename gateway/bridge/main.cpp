@@ -12,11 +12,20 @@ constexpr gateway::OptionEntry kOptions[] = {
     {"state", "FILE", "keep subscriptions and undelivered messages in FILE"},
 };
 
+constexpr gateway::Program kProgram{
+    "mqtt-bridge",
+    "the local gateway's MQTT bridge",
+    "Owns \"iot.bridge.mqtt\" on the gateway's bus and passes messages between it and a broker. "
+    "What it has "
+    "answered with code 0 is kept in the file of --state until the broker has it.",
+    {},
+    kOptions};
+
 }  // namespace
 
 int main(int argc, char** argv) {
   gateway::Options options;
-  if (!options.parse(argc, argv, kOptions)) return 2;
+  if (const auto status = options.parse(argc, argv, kProgram)) return *status;
   umask(S_IRWXG | S_IRWXO);  // the messages that are kept are nobody else's business
   gateway::BridgeServer server({.host = options.get("host", "127.0.0.1"),
                                 .port = options.number("port", 1883),

@@ -2,23 +2,10 @@
 
 #include <algorithm>
 #include <charconv>
-#include <cstdio>
 #include <cstdlib>
 
 namespace gateway {
-namespace {
-
-void printHelp(const char* program, std::span<const OptionEntry> allowed) {
-  std::fprintf(stderr, "usage: %s\n", program);
-  for (const OptionEntry& entry : allowed) {
-    const std::string left = "--" + std::string(entry.name) + " " + std::string(entry.value);
-    std::fprintf(stderr, "  %-26s %s\n", left.c_str(), std::string(entry.help).c_str());
-  }
-}
-
-}  // namespace
-
-bool Options::parse(int argc, char** argv, std::span<const OptionEntry> allowed) {
+std::optional<int> Options::parse(int argc, char** argv, const Program& program) {
   const std::span<char*> args(argv, static_cast<std::size_t>(argc));
   for (std::size_t i = 1; i < args.size(); ++i) {
     const std::string_view word = args[i];
@@ -26,18 +13,19 @@ bool Options::parse(int argc, char** argv, std::span<const OptionEntry> allowed)
       plain.emplace_back(word);
       continue;
     }
+    if (tellAbout(word, program)) return 0;
     const std::string_view name = word.substr(2);
-    const auto entry = std::ranges::find(allowed, name, &OptionEntry::name);
-    const bool valueMissing =
-        entry != allowed.end() && !entry->value.empty() && i + 1 == args.size();
-    if (entry == allowed.end() || valueMissing) {
-      if (name != "help") std::fprintf(stderr, "bad option %s\n", args[i]);
-      printHelp(args[0], allowed);
-      return false;
+    const auto entry = std::ranges::find(program.options, name, &OptionEntry::name);
+    if (entry == program.options.end()) {
+      return usageError(program, "bad option " + std::string(word));
     }
-    values[std::string(name)].emplace_back(entry->value.empty() ? "" : args[++i]);
+    const bool isFlag = entry->value.empty();
+    if (!isFlag && i + 1 == args.size()) {
+      return usageError(program, std::string(word) + " needs a value");
+    }
+    values[std::string(name)].emplace_back(isFlag ? "" : args[++i]);
   }
-  return true;
+  return {};
 }
 
 std::string Options::get(const std::string& name, const std::string& fallback) const {

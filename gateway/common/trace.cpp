@@ -9,11 +9,10 @@
 #include <string>
 
 #include "options.h"
+#include "trace_line.h"
 
 namespace gateway {
 namespace {
-
-constexpr std::size_t kLongestText = 300;
 
 double secondsNow() {
   const auto now = std::chrono::system_clock::now().time_since_epoch();
@@ -42,15 +41,9 @@ int traceDescriptor() {
 }  // namespace
 
 void trace(std::string_view from, std::string_view to, std::string_view what) {
-  char head[96];
-  const double elapsed = secondsNow() - startSeconds();
-  const int length =
-      std::snprintf(head, sizeof head, "%9.3f  %-17s -> %-17s  ", elapsed,
-                    std::string(from.substr(0, 30)).c_str(), std::string(to.substr(0, 30)).c_str());
-  std::string line(head, static_cast<std::size_t>(length));
-  for (const char c : what.substr(0, kLongestText)) line += c == '\n' ? ' ' : c;
-  if (what.size() > kLongestText) line += " ...";
-  line += '\n';
+  char elapsed[32];
+  std::snprintf(elapsed, sizeof elapsed, "%.3f", secondsNow() - startSeconds());
+  const std::string line = traceLine(elapsed, from, to, what);
   // One write, because lines of several programs meet in one file. A trace that is not written (a
   // full disk, a closed terminal) stops nobody.
   if (write(traceDescriptor(), line.data(), line.size()) < 0) return;

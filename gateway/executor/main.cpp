@@ -22,6 +22,14 @@ constexpr gateway::OptionEntry kOptions[] = {
      "misbehave: code:N, code:N@RESOURCE, late:MS, silent, garbage, twice, die"},
 };
 
+constexpr gateway::Program kProgram{"gateway-executor",
+                                    "an executor or parser of the local gateway",
+                                    "Takes a name on the gateway's bus, registers with "
+                                    "task-dispatcher, also when that comes back, and "
+                                    "answers its calls; with --fault not as it should.",
+                                    {},
+                                    kOptions};
+
 std::vector<std::string> splitAtCommas(const std::string& text) {
   std::vector<std::string> words;
   std::istringstream stream(text);
@@ -47,7 +55,7 @@ bool readBehaviour(const gateway::Options& options, gateway::ExecutorBehaviour& 
 
 int main(int argc, char** argv) {
   gateway::Options options;
-  if (!options.parse(argc, argv, kOptions)) return 2;
+  if (const auto status = options.parse(argc, argv, kProgram)) return *status;
   gateway::ExecutorSettings settings{.executorName = options.get("name"),
                                      .busName = options.get("bus-name"),
                                      .path = options.get("path"),
@@ -55,8 +63,7 @@ int main(int argc, char** argv) {
                                      .watchType = splitAtCommas(options.get("watch-types")),
                                      .registerAs = {}};
   if (settings.executorName.empty() || settings.busName.empty() || settings.path.empty()) {
-    std::fputs("--name, --bus-name and --path are needed\n", stderr);
-    return 2;
+    return gateway::usageError(kProgram, "--name, --bus-name and --path are needed");
   }
   if (options.has("executor")) settings.registerAs.emplace_back("registerExecutor");
   if (options.has("parser")) settings.registerAs.emplace_back("registerParser");

@@ -36,11 +36,23 @@ constexpr gateway::OptionEntry kOptions[] = {
     {"web-url", "URL", "where the web server is; default $GATEWAY_WEB_URL"},
 };
 
-constexpr const char* kUsage =
-    "gateway-job add FOLDER | delete FOLDER | delete --job ID | reset | trigger TEXT | watch "
-    "[TOPIC]\n";
+constexpr gateway::CommandEntry kCommands[] = {
+    {"add FOLDER", "deploy the resources of a folder"},
+    {"delete FOLDER", "remove the resources of a folder, or with --job an earlier job"},
+    {"reset", "reset all executors, by a deployment or with --scheduler by the scheduler's order"},
+    {"trigger TEXT", "trigger the rule engine"},
+    {"watch [TOPIC]", "print MQTT messages as they pass"},
+};
+
+constexpr gateway::Program kProgram{
+    "gateway-job", "submits jobs to the local gateway's scheduler",
+    "Prints what became of the order, and exits with 0 only if everything succeeded, or with "
+    "--expect only if "
+    "the result is the one described there.\n\n"
+    "A folder of resources has a manifest.json, as gateway/README.md describes it.",
+    kCommands, kOptions};
+
 constexpr int kFailed = 1;
-constexpr int kUsageError = 2;
 constexpr int kStoreTimeoutMs = 10000;
 
 int fail(const std::string& why) {
@@ -151,7 +163,7 @@ int judge(const Options& options, const Json::Value& result) {
 
 int main(int argc, char** argv) {
   Options options;
-  if (!options.parse(argc, argv, kOptions)) return kUsageError;
+  if (const auto status = options.parse(argc, argv, kProgram)) return *status;
   const auto& words = options.words();
   const std::string command = words.empty() ? "" : words[0];
   const std::string argument = words.size() > 1 ? words[1] : "";
@@ -164,10 +176,7 @@ int main(int argc, char** argv) {
   }
   const bool complete = command == "reset" || ((command == "add" || command == "delete") &&
                                                (!argument.empty() || options.has("job")));
-  if (!complete) {
-    std::fputs(kUsage, stderr);
-    return kUsageError;
-  }
+  if (!complete) return gateway::usageError(kProgram, "no command, or not all of it");
   Order order;
   Json::Value result;
   std::string failure = makeOrder(options, command, order);

@@ -1,5 +1,3 @@
-#include <cstdio>
-
 #include "cloud.h"
 #include "common/options.h"
 
@@ -14,14 +12,22 @@ constexpr gateway::OptionEntry kOptions[] = {
     {"record", "FILE", "append every message of the gateway and every event of a job to FILE"},
 };
 
+constexpr gateway::Program kProgram{
+    "gateway-scheduler",
+    "the local gateway's cloud",
+    "Grants runner ids, hands out the jobs that gateway-job submits, acknowledges status reports, "
+    "collects "
+    "deployment results, and traces as FAULT what a gateway should not have sent.",
+    {},
+    kOptions};
+
 }  // namespace
 
 int main(int argc, char** argv) {
   gateway::Options options;
-  if (!options.parse(argc, argv, kOptions)) return 2;
+  if (const auto status = options.parse(argc, argv, kProgram)) return *status;
   if (!options.has("product-key") || !options.has("device-name")) {
-    std::fputs("--product-key and --device-name are needed\n", stderr);
-    return 2;
+    return gateway::usageError(kProgram, "--product-key and --device-name are needed");
   }
   gateway::Cloud cloud({.productKey = options.get("product-key"),
                         .deviceName = options.get("device-name"),

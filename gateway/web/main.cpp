@@ -2,8 +2,12 @@
 
 #include <httplib.h>
 
+#include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <memory>
+#include <string>
+#include <thread>
 
 #include "common/options.h"
 #include "common/trace.h"
@@ -15,8 +19,18 @@ constexpr gateway::OptionEntry kOptions[] = {
     {"port", "NUMBER", "the port on 127.0.0.1; default 0, a free one"},
     {"certificate", "FILE", "serve over TLS, with this certificate (PEM)"},
     {"key", "FILE", "the certificate's private key (PEM)"},
+    {"fault", "KIND",
+     "misbehave: 404, slow (500 bytes a second), cut (in the middle of each file)"},
 };
 
+constexpr gateway::Program kProgram{
+    "gateway-web",
+    "the local gateway's web server",
+    "Serves a folder on the loopback interface, for job packages and resources to be fetched from.",
+    {},
+    kOptions};
+
+constexpr std::size_t kBytesASecond = 500;
 constexpr const char* kHost = "127.0.0.1";
 
 void logRequest(const httplib::Request& request, const httplib::Response& response) {
@@ -25,17 +39,59 @@ void logRequest(const httplib::Request& request, const httplib::Response& respon
   gateway::trace("task-dispatcher", "gateway-web", what);
 }
 
+// Sends a part of the body a second.
+void sendSlowly(const httplib::Request&, httplib::Response& response) {
+  const auto body = std::make_shared<std::string>(std::move(response.body));
+  response.body.clear();
+  response.set_content_provider(
+      body->size(), "application/octet-stream",
+      [body](std::size_t offset, std::size_t length, httplib::DataSink& sink) {
+        std::this_thread::sleep_for(std::chrono::seconds(1));
+        return sink.write(body->data() + offset, std::min(length, kBytesASecond));
+      });
+}
+
+// Announces the whole body and closes the connection behind the first half.
+void cut(const httplib::Request&, httplib::Response& response) {
+  const auto body = std::make_shared<std::string>(std::move(response.body));
+  response.body.clear();
+  response.set_content_provider(body->size(), "application/octet-stream",
+                                [body](std::size_t offset, std::size_t, httplib::DataSink& sink) {
+                                  return offset == 0 && body->size() > 1 &&
+                                         sink.write(body->data(), body->size() / 2);
+                                });
+}
+
+void hide(const httplib::Request&, httplib::Response& response) {
+  response.status = 404;
+  response.body.clear();
+}
+
+// Returns whether there is such a fault, or none at all.
+bool misbehave(httplib::Server& server, const std::string& kind) {
+  if (kind == "404") server.set_file_request_handler(hide);
+  if (kind == "slow") server.set_file_request_handler(sendSlowly);
+  if (kind == "cut") server.set_file_request_handler(cut);
+  return kind.empty() || kind == "404" || kind == "slow" || kind == "cut";
+}
+
 std::unique_ptr<httplib::Server> makeServer(const gateway::Options& options) {
   if (!options.has("certificate")) return std::make_unique<httplib::Server>();
   return std::make_unique<httplib::SSLServer>(options.get("certificate").c_str(),
                                               options.get("key").c_str());
 }
 
+// Returns the port, -1 if it is not to be had.
+int bindTo(httplib::Server& server, int port) {
+  if (port == 0) return server.bind_to_any_port(kHost);
+  return server.bind_to_port(kHost, port) ? port : -1;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   gateway::Options options;
-  if (!options.parse(argc, argv, kOptions)) return 2;
+  if (const auto status = options.parse(argc, argv, kProgram)) return *status;
   const std::unique_ptr<httplib::Server> made = makeServer(options);
   httplib::Server& server = *made;
   if (!server.is_valid()) {
@@ -46,15 +102,13 @@ int main(int argc, char** argv) {
     std::fputs("--root must name a folder\n", stderr);
     return 2;
   }
+  if (!misbehave(server, options.get("fault"))) {
+    return gateway::usageError(kProgram, "no fault " + options.get("fault"));
+  }
   server.set_logger(logRequest);
   // Over a kept connection an answer's second packet would wait 40 ms for the first one's receipt.
   server.set_tcp_nodelay(true);
-  int port = options.number("port", 0);
-  if (port == 0) {
-    port = server.bind_to_any_port(kHost);
-  } else if (!server.bind_to_port(kHost, port)) {
-    port = -1;
-  }
+  const int port = bindTo(server, options.number("port", 0));
   if (port < 0) {
     std::fputs("no port to listen on\n", stderr);
     return 1;

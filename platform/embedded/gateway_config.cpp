@@ -5,12 +5,27 @@
 #include <string>
 #include <string_view>
 
+#include "common/options.h"
 #include "config_store.h"
 
 namespace {
 
 constexpr int kTimeoutMs = 10000;
-constexpr int kUsage = 2;
+
+constexpr gateway::CommandEntry kCommands[] = {
+    {"get KEY", "print the value of a key; status 1 when there is none"},
+    {"set KEY VALUE", "store a value; it has survived a power cut when the program ends"},
+    {"list", "print all keys with their values"},
+};
+
+constexpr gateway::Program kProgram{
+    "gateway-config",
+    "reads and writes the gateway's configuration store",
+    "The store is the file that the environment's GATEWAY_CONFIG_DB names, by default "
+    "/tarnvale/config/gateway.db. A gateway with a configuration library of its own has its own "
+    "tool.",
+    kCommands,
+    {}};
 
 // Output that could not be written is a failure.
 int finishOutput() { return std::fflush(stdout) == 0 ? 0 : 1; }
@@ -36,20 +51,14 @@ int list() {
   return finishOutput();
 }
 
-int usage() {
-  std::fprintf(stderr,
-               "usage: gateway-config get KEY | set KEY VALUE | list\n"
-               "store: $GATEWAY_CONFIG_DB, now %s\n",
-               config_store::databasePath().c_str());
-  return kUsage;
-}
-
 int run(int argc, char** argv) {
   const std::string_view command = argc > 1 ? argv[1] : "";
   if (command == "get" && argc == 3) return get(argv[2]);
   if (command == "set" && argc == 4) return set(argv[2], argv[3]);
   if (command == "list" && argc == 2) return list();
-  return usage();
+  // Only here, because a key or a value may look like an option.
+  if (argc == 2 && gateway::tellAbout(command, kProgram)) return finishOutput();
+  return gateway::usageError(kProgram, "no command, or not its arguments");
 }
 
 }  // namespace

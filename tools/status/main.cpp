@@ -19,6 +19,16 @@ constexpr gateway::OptionEntry kOptions[] = {
      "the service's; default status.json in $RUNTIME_DIRECTORY or /run/task-dispatcher"},
 };
 
+constexpr gateway::Program kProgram{
+    "gateway-status",
+    "shows the state of a gateway's job dispatcher",
+    "Reads what the bus, the configuration store and task-dispatcher's status file tell, and "
+    "changes nothing. "
+    "The status is 0 when all is well, 1 when something is not, 2 when nothing can be asked.\n\n"
+    "The object of --json is described in docs/gateway-status.md.",
+    {},
+    kOptions};
+
 constexpr const char* kFolder = "/run/task-dispatcher";
 constexpr unsigned kPauseSeconds = 1;
 
@@ -71,7 +81,7 @@ int watch(const gateway::Options& options) {
 int main(int argc, char** argv) {
   try {
     gateway::Options options;
-    if (!options.parse(argc, argv, kOptions)) return kNothingToAsk;
+    if (const auto status = options.parse(argc, argv, kProgram)) return *status;
     return options.has("watch") ? watch(options) : show(options);
   } catch (const std::exception& e) {
     std::fprintf(stderr, "gateway-status: %s\n", e.what());
