@@ -11,6 +11,7 @@
 
 #include "answers.h"
 #include "call_fault.h"
+#include "common/payload.h"
 #include "common/trace.h"
 #include "dbus_wrap/LoopTasks.h"
 #include "lib/file_text.h"
@@ -32,16 +33,6 @@ int lastOrder(const std::string& folder) {
     last = std::max(last, std::atoi(entry.path().filename().c_str()));
   }
   return last;
-}
-
-// The resources of a payload in short, for the trace.
-std::string summary(const std::string& payload) {
-  Json::Value value;
-  if (!jobm::json::parse(payload, value)) return payload;
-  if (value.isObject()) return jobm::json::textOf(value, "snapshotId");
-  std::string ids;
-  for (const Json::Value& resource : value) ids += jobm::json::textOf(resource, "resourceId") + " ";
-  return ids;
 }
 
 }  // namespace
@@ -79,7 +70,7 @@ Answer ExecutorServer::called(const Received& call) {
   const std::string payload = call.text();
   // The file first: who sees the line in the trace finds the file.
   record(method, payload);
-  trace(kService, settings.executorName, method + " " + summary(payload));
+  trace(kService, settings.executorName, method + " " + payloadSummary(payload));
 
   std::string wrong = addressFault(call);
   if (wrong.empty()) wrong = callFault(method, call.signature, payload);

@@ -8,8 +8,6 @@
 namespace gateway {
 namespace {
 
-constexpr const char* kAddress = "unix:path=/tmp/var/run/mbusd/mbusd_socket";
-
 struct PendingRelease {
   void operator()(DBusPendingCall* call) const { dbus_pending_call_unref(call); }
 };
@@ -28,12 +26,12 @@ void require(bool condition, const char* what) {
 }
 
 bool isBusThere() {
-  const Connection connection(dbus_connection_open_private(kAddress, nullptr));
+  const Connection connection(dbus_connection_open_private(kBusAddress, nullptr));
   return connection != nullptr;
 }
 
 Connection connectBus() {
-  Connection connection(dbus_connection_open_private(kAddress, nullptr));
+  Connection connection(dbus_connection_open_private(kBusAddress, nullptr));
   require(connection && dbus_bus_register(connection.get(), nullptr), "no bus daemon");
   dbus_connection_set_exit_on_disconnect(connection.get(), FALSE);
   return connection;

@@ -23,6 +23,9 @@ using Message = std::unique_ptr<DBusMessage, MessageRelease>;
 /// Says `what` and ends the program when `condition` does not hold.
 void require(bool condition, const char* what);
 
+/// The service's bus.
+inline constexpr const char* kBusAddress = "unix:path=/tmp/var/run/mbusd/mbusd_socket";
+
 /// Whether a daemon takes connections at the service's address.
 bool isBusThere();
 
