@@ -14,7 +14,7 @@ declare -A pid_of=()
 declare -A options_of=()
 service_starts=0
 # Which build of the service is started.
-service_program=task-dispatcher
+service_program=${service_program:-task-dispatcher}
 # true: the broker notes every change on disk, so that one that was killed still knows who has subscribed.
 broker_remembers=
 # Options that gateway-web gets besides, and what its URLs begin with.
@@ -36,6 +36,8 @@ prepare_home() {
   : >"$home/trace"
   export GATEWAY_TRACE=$home/trace GATEWAY_TRACE_START=${EPOCHREALTIME/,/.}
   export GATEWAY_CONFIG_DB=$home/store.db GATEWAY_WEB_ROOT=$home/web RUNTIME_DIRECTORY=$home/run
+  # By which others know that somebody lives here, and enter.
+  echo "${SANDBOX_PROCESS:-}" >"$home/process"
   # The broker is not on everyone's path.
   PATH=$PATH:/usr/sbin
   print_trace &
@@ -61,6 +63,8 @@ finish() {
   local status=$?
   trap - EXIT INT TERM
   end_all
+  # What says that a gateway is here.
+  rm -f "$home"/{process,environment,control,answer}
   say '== end'
   wait "$printer" 2>/dev/null || true
   exit "$status"
@@ -71,11 +75,13 @@ say() { printf '%s\n' "$*" >>"$GATEWAY_TRACE"; }
 
 title() { say $'\n'"== $1"; }
 
-# start NAME COMMAND...: in the background, known as NAME from then on.
+# start NAME COMMAND...: in the background, known as NAME from then on. A program ends with this script, even when
+# that is killed.
 start() {
-  local name=$1
+  local name=$1 ends=(setpriv --pdeathsig TERM)
   shift
-  "$@" >>"$home/logs/$name.log" 2>&1 </dev/null &
+  [[ $(type -t "$1") != function ]] || ends=()
+  "${ends[@]}" "$@" >>"$home/logs/$name.log" 2>&1 </dev/null &
   pid_of[$name]=$!
 }
 
@@ -94,8 +100,22 @@ end() {
 
 end_all() {
   local name
+  # Or the bus daemon would start them again while the others end.
+  rm -f /tmp/var/run/mbusd/services/*.service
   for name in "${!pid_of[@]}"; do
     end "$name" || true
+  done
+  end_owners
+}
+
+# end_owners: whoever is on the bus under the name of a part: what the daemon has started, and what an earlier
+# script has left behind. They know a home that is gone by the next start.
+end_owners() {
+  local name pid
+  for name in iot.bridge.mqtt iot.job.manager iot.runtime.js iot.edge.Rillmark iot.gateway.cvbase iot.driver.manager; do
+    pid=$(bus_pid "$name") || continue
+    kill "$pid" 2>/dev/null || continue
+    timeout 10 tail -s 0.05 --pid="$pid" -f /dev/null || kill -s KILL "$pid" 2>/dev/null || true
   done
 }
 
@@ -207,10 +227,12 @@ start_scheduler() {
     ${record_messages:+--record "$home/messages"}
 }
 
+# start_web: on a free port, or on the one it had before.
 start_web() {
-  start gateway-web "$build/gateway-web" --root "$GATEWAY_WEB_ROOT" "${web_options[@]}"
+  start gateway-web "$build/gateway-web" --root "$GATEWAY_WEB_ROOT" --port "${web_port:-0}" "${web_options[@]}"
   await_trace 'listens on port'
-  GATEWAY_WEB_URL=$web_scheme://127.0.0.1:$(sed -n 's/.*listens on port //p' "$GATEWAY_TRACE" | tail -n 1)
+  web_port=$(sed -n 's/.*listens on port //p' "$GATEWAY_TRACE" | tail -n 1)
+  GATEWAY_WEB_URL=$web_scheme://127.0.0.1:$web_port
   export GATEWAY_WEB_URL
 }
 
@@ -275,6 +297,7 @@ start_gateway() {
 # start_neighbours: all but the service. Returns when they are connected.
 start_neighbours() {
   local name
+  end_owners
   set_identity
   start_broker
   start_bridge
