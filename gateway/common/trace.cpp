@@ -1,6 +1,7 @@
 #include "trace.h"
 
 #include <fcntl.h>
+#include <gateway/wall_clock.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -15,7 +16,7 @@ namespace gateway {
 namespace {
 
 double secondsNow() {
-  const auto now = std::chrono::system_clock::now().time_since_epoch();
+  const auto now = wallClock().time_since_epoch();
   return std::chrono::duration<double>(now).count();
 }
 

@@ -11,6 +11,7 @@
 #include <gateway/log_context.h>
 #include <gateway/output.h>
 #include <gateway/signal_context.h>
+#include <gateway/wall_clock.h>
 
 #include <algorithm>
 #include <atomic>
@@ -90,7 +91,7 @@ char* putNumber(char* to, Number value, int digits, char next) {
 
 char* putTime(char* to) {
   using std::chrono::floor;
-  const auto now = floor<std::chrono::milliseconds>(std::chrono::system_clock::now());
+  const auto now = floor<std::chrono::milliseconds>(gateway::wallClock());
   const auto day = floor<std::chrono::days>(now);
   const std::chrono::year_month_day date(day);
   const std::chrono::hh_mm_ss time(now - day);

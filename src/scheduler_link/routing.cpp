@@ -1,6 +1,7 @@
 #include "scheduler_link/routing.h"
 
 #include <gateway/log_macros.h>
+#include <gateway/wall_clock.h>
 
 #include <chrono>
 #include <map>
@@ -25,7 +26,7 @@ std::mutex idReqMapLock;
 std::map<std::int64_t, ReplyHandler> idReqMap;
 
 std::int64_t microseconds() {
-  const auto now = std::chrono::system_clock::now().time_since_epoch();
+  const auto now = gateway::wallClock().time_since_epoch();
   return std::chrono::duration_cast<std::chrono::microseconds>(now).count();
 }
 

@@ -2,6 +2,7 @@
 
 #include <gateway/log_context.h>
 #include <gateway/log_macros.h>
+#include <gateway/wall_clock.h>
 
 #include <algorithm>
 #include <chrono>
@@ -147,7 +148,7 @@ void publishKept() {
 
 // The next number, for the order of arrival over restarts.
 std::int64_t nextOrder() {
-  const auto now = std::chrono::system_clock::now().time_since_epoch();
+  const auto now = gateway::wallClock().time_since_epoch();
   const std::int64_t clock = std::chrono::duration_cast<std::chrono::microseconds>(now).count();
   journal.lastOrder = std::max(clock, journal.lastOrder + 1);
   return journal.lastOrder;
