@@ -13,9 +13,12 @@ namespace {
 
 constexpr const char* kFloor = "bench.floor.start";
 
-// When the bus says that `name` has an owner.
-double ownedAt(DBusConnection* connection, const std::string& name) {
+// When the bus says that `name` has an owner. `child` is who is to own it: nothing is to be waited
+// for once it has ended.
+double ownedAt(DBusConnection* connection, const std::string& name, Child& child) {
   while (dbus_connection_read_write(connection, 1000)) {
+    const bool isSilent = dbus_connection_get_dispatch_status(connection) == DBUS_DISPATCH_COMPLETE;
+    if (isSilent && child.end(0)) break;
     while (DBusMessage* raw = dbus_connection_pop_message(connection)) {
       const Message message(raw);
       if (!dbus_message_is_signal(raw, DBUS_INTERFACE_DBUS, "NameOwnerChanged")) continue;
@@ -31,7 +34,7 @@ void measure(const char* side, DBusConnection* connection, const std::string& na
              const std::vector<std::string>& command) {
   double begin = now();
   Child child(command);
-  sample("start", "start ms", side, (ownedAt(connection, name) - begin) * 1e3);
+  sample("start", "start ms", side, (ownedAt(connection, name, child) - begin) * 1e3);
   begin = now();
   child.signal(SIGTERM);
   child.wait();
