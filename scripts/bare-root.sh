@@ -1,5 +1,6 @@
 # shellcheck shell=bash
-# A bare Debian 12 in a folder: making it, and running commands in it. Sourced, by root.
+# A bare Debian 12 in a folder: making it, and running commands in it. Sourced, by root; its own commands source it
+# for quiet_apt.
 
 # bare_sources: where this machine itself gets Debian 12 from, as lines of a sources.list.
 bare_sources() {
@@ -39,4 +40,20 @@ in_bare_root() {
     mount -t tmpfs -o mode=755 tmpfs "$root/run"
     exec env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root TERM=dumb LC_ALL=C.UTF-8 \
       DEBIAN_FRONTEND=noninteractive chroot "$root" "$@"' bash "$@"
+}
+
+# new_bare_root: sets root to the folder of a new one, which is removed when the caller's shell ends.
+new_bare_root() {
+  root=$(mktemp -d)
+  # shellcheck disable=SC2064 # the name is meant to be filled in now
+  trap "rm -rf --one-file-system '$root' '$root.log'" EXIT
+  make_bare_root "$root" >"$root.log" 2>&1 || { tail "$root.log" >&2 && return 1; }
+  mkdir "$root/trial"
+}
+
+# quiet_apt WORD...: apt-get, whose output is only shown when it fails.
+quiet_apt() {
+  apt-get -qq -y --no-install-recommends "$@" >/trial/apt.log 2>&1 && return
+  tail -n 30 /trial/apt.log >&2
+  return 1
 }
