@@ -75,6 +75,12 @@ std::string nextText() {
   return json::styled(members);
 }
 
+// Nobody else would notice before the next change that the file lacks this one.
+void putOff() {
+  const std::lock_guard guard(status().lock);
+  status().isChanged = true;
+}
+
 // Whoever reads sees the old file or the new one, never a part.
 bool replace(const std::string& path, const std::string& text) {
   const std::string fresh = path + ".new";
@@ -91,6 +97,7 @@ void writeChanges(const std::string& path) {
     if (!isWritten && wasWritten) {
       LOGW("%s can't be written: %s\n", path.c_str(), std::strerror(errno));
     }
+    if (!isWritten) putOff();
     wasWritten = isWritten;
     written = isWritten ? std::move(text) : "";
     std::this_thread::sleep_for(kPause);

@@ -4,7 +4,8 @@
 ///
 /// Whoever owns a piece of state puts it here when it changes. A thread writes the file, so that it
 /// is current while the listening thread is busy with a download; it sleeps until something has
-/// changed and writes at most once a second. A file that can't be written costs a log line.
+/// changed and writes at most once a second. A file that can't be written costs a log line and is
+/// tried again every second.
 ///
 /// Any thread may call these, with any lock held: they only note the change.
 #pragma once
