@@ -19,7 +19,7 @@ try_compile(platform_is_complete
 #include <gateway/log.h>
 int main() {
   log_init("check", 0, 0, 0);
-  log_print(0, "", "", "", "", 0, "%d", set_config(nullptr, "", "", GATEWAY_CONFIG_UNREADABLE));
+  log_print(0, "", "", "", "", 0, "%d", set_config(nullptr, "", "", 0));
   createThread_discovery();
   char* value = nullptr;
   const int result = get_config(nullptr, "", &value, 0);
