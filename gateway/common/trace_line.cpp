@@ -1,5 +1,7 @@
 #include "trace_line.h"
 
+#include <gateway/shown_text.h>
+
 #include <algorithm>
 
 namespace gateway {
@@ -10,13 +12,17 @@ constexpr std::size_t kNameWidth = 17;
 constexpr std::size_t kLongestName = 30;
 constexpr std::size_t kLongestText = 300;
 
-std::string padded(std::string_view text, std::size_t width) {
-  std::string column(text);
-  column.resize(std::max(column.size(), width), ' ');
-  return column;
+// Texts of others: they must not move a terminal's cursor.
+std::string cut(std::string_view text, std::size_t longest) {
+  text = text.substr(0, longest);
+  return shownText(text.substr(0, wholeCharacters(text)));
 }
 
-bool isControl(char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7f'; }
+std::string column(std::string_view name) {
+  std::string shown = cut(name, kLongestName);
+  shown.resize(std::max(shown.size(), kNameWidth), ' ');
+  return shown;
+}
 
 }  // namespace
 
@@ -24,11 +30,8 @@ std::string traceLine(std::string_view time, std::string_view from, std::string_
                       std::string_view what) {
   std::string line(time.size() < kTimeWidth ? kTimeWidth - time.size() : 0, ' ');
   line.append(time).append("  ");
-  line.append(padded(from.substr(0, kLongestName), kNameWidth)).append(" -> ");
-  line.append(padded(to.substr(0, kLongestName), kNameWidth)).append("  ");
-  line.append(what.substr(0, kLongestText));
-  // Texts of others must not move a terminal's cursor.
-  std::ranges::replace_if(line, isControl, ' ');
+  line.append(column(from)).append(" -> ").append(column(to)).append("  ");
+  line.append(cut(what, kLongestText));
   if (what.size() > kLongestText) line += " ...";
   return line + '\n';
 }

@@ -1,3 +1,5 @@
+#include <gateway/shown_text.h>
+
 #include <array>
 #include <cstdio>
 #include <string>
@@ -11,10 +13,8 @@ namespace {
 // Whatever it is, in one line and without what a terminal would obey: much of it comes from others.
 std::string shown(const Json::Value& value) {
   if (value.isNull()) return "";
-  std::string text = value.isString() ? value.asString() : jobm::json::compact(value);
-  for (char& c : text) {
-    if (static_cast<unsigned char>(c) < ' ' || c == '\x7f') c = ' ';
-  }
+  const std::string text =
+      shownText(value.isString() ? value.asString() : jobm::json::compact(value));
   const std::size_t last = text.find_last_not_of(' ');
   return text.substr(0, last == text.npos ? 0 : last + 1);
 }
