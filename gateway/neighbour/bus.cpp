@@ -12,6 +12,13 @@ struct PendingRelease {
   void operator()(DBusPendingCall* call) const { dbus_pending_call_unref(call); }
 };
 
+struct Failure : DBusError {
+  Failure() { dbus_error_init(this); }
+  ~Failure() { dbus_error_free(this); }
+  Failure(const Failure&) = delete;
+  Failure& operator=(const Failure&) = delete;
+};
+
 }  // namespace
 
 void ConnectionCloser::operator()(DBusConnection* connection) const {
@@ -30,10 +37,21 @@ bool isBusThere() {
   return connection != nullptr;
 }
 
-Connection connectBus() {
-  Connection connection(dbus_connection_open_private(kBusAddress, nullptr));
-  require(connection && dbus_bus_register(connection.get(), nullptr), "no bus daemon");
+Connection openBus(const std::string& address, std::string& why) {
+  Failure failure;
+  Connection connection(dbus_connection_open_private(address.c_str(), &failure));
+  if (!connection || !dbus_bus_register(connection.get(), &failure)) {
+    why = failure.message;
+    return {};
+  }
   dbus_connection_set_exit_on_disconnect(connection.get(), FALSE);
+  return connection;
+}
+
+Connection connectBus() {
+  std::string why;
+  Connection connection = openBus(kBusAddress, why);
+  require(connection != nullptr, "no bus daemon");
   return connection;
 }
 
@@ -92,7 +110,7 @@ std::vector<std::string> textsOf(DBusMessage* message) {
 Message callAndWait(DBusConnection* connection, DBusMessage* call, int milliseconds) {
   DBusPendingCall* raw = nullptr;
   dbus_connection_send_with_reply(connection, call, &raw, milliseconds);
-  require(raw != nullptr, "a call could not be sent");
+  if (raw == nullptr) return {};
   const std::unique_ptr<DBusPendingCall, PendingRelease> pending(raw);
   dbus_pending_call_block(raw);
   Message reply(dbus_pending_call_steal_reply(raw));

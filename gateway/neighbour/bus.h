@@ -29,7 +29,11 @@ inline constexpr const char* kBusAddress = "unix:path=/tmp/var/run/mbusd/mbusd_s
 /// Whether a daemon takes connections at the service's address.
 bool isBusThere();
 
-/// A private connection to the daemon at the service's address. Ends the program without one.
+/// A private connection that the daemon at `address` has registered. None without a daemon, and
+/// when it refuses; `why` then says what was wrong.
+Connection openBus(const std::string& address, std::string& why);
+
+/// The same at the service's address. Ends the program without one.
 Connection connectBus();
 
 /// Takes a name, or ends the program. For the connection's own thread.
@@ -54,7 +58,7 @@ void append(DBusMessage* message, const std::vector<std::string>& texts);
 std::vector<std::string> textsOf(DBusMessage* message);
 
 /// Sends a call and waits up to `milliseconds` for its reply, an error's included. None when the
-/// time is over or the connection lost. Ends the program when the call can't be sent.
+/// time is over or the connection lost.
 Message callAndWait(DBusConnection* connection, DBusMessage* call, int milliseconds);
 
 }  // namespace gateway

@@ -82,6 +82,9 @@ int main(int argc, char** argv) {
   try {
     gateway::Options options;
     if (const auto status = options.parse(argc, argv, kProgram)) return *status;
+    if (!options.words().empty()) {
+      return gateway::usageError(kProgram, "what is '" + options.words()[0] + "'?");
+    }
     return options.has("watch") ? watch(options) : show(options);
   } catch (const std::exception& e) {
     std::fprintf(stderr, "gateway-status: %s\n", e.what());

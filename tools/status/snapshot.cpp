@@ -100,6 +100,12 @@ Json::Value parsersOf(const Json::Value& said, const BusView& view, StoreView& s
   return registrationsOf(said.isObject() ? said : store.registrations(key::kParsers), view);
 }
 
+Json::Value listOfOne(const std::string& text) {
+  Json::Value list(Json::arrayValue);
+  list.append(text);
+  return list;
+}
+
 Json::Value listOf(const Json::Value& said) {
   return said.isArray() ? said : Json::Value(Json::arrayValue);
 }
@@ -126,7 +132,7 @@ Json::Value takeSnapshot(const std::string& statusFile) {
   snapshot["waiting"] = said["waiting"].isIntegral() ? said["waiting"] : Json::Value(0);
   snapshot["deployments"] = listOf(said["deployments"]);
   snapshot["unreported"] = store.unreportedDeployments();
-  snapshot["problems"] = problemsOf(snapshot);
+  snapshot["problems"] = view.isThere() ? problemsOf(snapshot) : listOfOne(view.problem);
   snapshot["ok"] = snapshot["problems"].empty();
   return snapshot;
 }

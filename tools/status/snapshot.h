@@ -11,7 +11,7 @@ namespace gateway {
 /// Everything, in the form of docs/gateway-status.md. `statusFile` is the service's.
 Json::Value takeSnapshot(const std::string& statusFile);
 
-/// What is not well in a snapshot, one sentence each.
+/// What is not well in a snapshot of a bus that answers, one sentence each.
 Json::Value problemsOf(const Json::Value& snapshot);
 
 /// A snapshot for people.

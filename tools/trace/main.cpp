@@ -2,7 +2,9 @@
 
 #include <cstdio>
 #include <exception>
+#include <string>
 #include <utility>
+#include <vector>
 
 #include "common/options.h"
 #include "neighbour/wait.h"
@@ -38,13 +40,6 @@ constexpr gateway::Program kProgram{
 
 constexpr int kFailed = 1;
 
-struct Error : DBusError {
-  Error() { dbus_error_init(this); }
-  ~Error() { dbus_error_free(this); }
-  Error(const Error&) = delete;
-  Error& operator=(const Error&) = delete;
-};
-
 int fail(const std::string& what) {
   std::fprintf(stderr, "gateway-trace: %s\n", what.c_str());
   return kFailed;
@@ -52,14 +47,23 @@ int fail(const std::string& what) {
 
 // None, with a message, where there is no daemon.
 Connection connect(const std::string& address) {
-  Error error;
-  Connection connection(dbus_connection_open_private(address.c_str(), &error));
-  if (!connection || !dbus_bus_register(connection.get(), &error)) {
-    fail("no bus daemon at " + address + ": " + error.message);
-    return {};
-  }
-  dbus_connection_set_exit_on_disconnect(connection.get(), FALSE);
+  std::string why;
+  Connection connection = gateway::openBus(address, why);
+  if (!connection) fail("no bus daemon at " + address + ": " + why);
   return connection;
+}
+
+// The answer that the daemon permits none, or no answer.
+void tellRefusal(DBusMessage* reply) {
+  if (reply == nullptr) {
+    fail("the bus daemon does not answer");
+    return;
+  }
+  const std::vector<std::string> texts = gateway::textsOf(reply);
+  fail("the bus daemon permits no monitor: " + (texts.empty() ? "no reason given" : texts[0]));
+  if (dbus_message_is_error(reply, DBUS_ERROR_ACCESS_DENIED)) {
+    std::fputs("  Run it as root or as the user that the bus daemon runs as.\n", stderr);
+  }
 }
 
 // Everything that passes: the service's own calls come over connections without a name, which no
@@ -73,11 +77,8 @@ bool becomeMonitor(DBusConnection* connection) {
   dbus_message_append_args(call.get(), DBUS_TYPE_ARRAY, DBUS_TYPE_STRING, &rules, 0,
                            DBUS_TYPE_UINT32, &flags, DBUS_TYPE_INVALID);
   const Message reply = gateway::callAndWait(connection, call.get(), 10000);
-  Error error;
-  if (reply && !dbus_set_error_from_message(&error, reply.get())) return true;
-  fail(std::string("the bus daemon permits no monitor: ") +
-       (error.message == nullptr ? "no answer" : error.message));
-  std::fputs("  Run it as root or as the user that the bus daemon runs as.\n", stderr);
+  if (reply && dbus_message_get_type(reply.get()) != DBUS_MESSAGE_TYPE_ERROR) return true;
+  tellRefusal(reply.get());
   return false;
 }
 
