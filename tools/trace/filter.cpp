@@ -1,6 +1,7 @@
 #include "filter.h"
 
 #include <algorithm>
+#include <array>
 #include <functional>
 #include <utility>
 
@@ -10,7 +11,8 @@ namespace gateway {
 namespace {
 
 using Ids = std::set<std::string>;
-using Visitor = std::function<void(const Json::Value& value)>;
+// `member` is what an object calls the value, "" elsewhere.
+using Visitor = std::function<bool(const std::string& member, const Json::Value& value)>;
 
 // Payloads lie in payloads as texts: order, content, package.
 constexpr int kDeepest = 16;
@@ -20,21 +22,24 @@ std::string scalarText(const Json::Value& value) {
   return "";
 }
 
-// `value` itself, or what its text says where that is JSON.
-Json::Value opened(const Json::Value& value) {
-  Json::Value inner;
-  const std::string text = value.isString() ? value.asString() : "";
-  const bool isJson = text.starts_with('{') || text.starts_with('[');
-  return isJson && jobm::json::parse(text, inner) ? inner : value;
+// Whether `value` is a text that is JSON, which `inner` then is.
+bool isPayload(const Json::Value& value, Json::Value& inner) {
+  const char* begin = nullptr;
+  const char* end = nullptr;
+  if (!value.isString() || !value.getString(&begin, &end) || begin == end) return false;
+  return (*begin == '{' || *begin == '[') && jobm::json::parse({begin, end}, inner);
 }
 
-bool anyOf(const Json::Value& closed, const std::function<bool(const Json::Value&)>& holds,
+bool anyOf(const Json::Value& value, const Visitor& holds, const std::string& member = "",
            int depth = 0) {
-  const Json::Value value = opened(closed);
-  if (holds(value)) return true;
+  Json::Value inner;
+  if (isPayload(value, inner)) return depth <= kDeepest && anyOf(inner, holds, member, depth + 1);
+  if (holds(member, value)) return true;
   if (depth > kDeepest || !(value.isArray() || value.isObject())) return false;
-  return std::any_of(value.begin(), value.end(),
-                     [&](const Json::Value& inner) { return anyOf(inner, holds, depth + 1); });
+  for (auto it = value.begin(); it != value.end(); ++it) {
+    if (anyOf(*it, holds, it.name(), depth + 1)) return true;
+  }
+  return false;
 }
 
 // A snapshot's id is that of its resource, an "@" and a version.
@@ -44,23 +49,30 @@ bool isId(const Json::Value& value, const std::string& id) {
 }
 
 bool names(const Json::Value& value, const std::string& id) {
-  return anyOf(value, [&](const Json::Value& inner) { return isId(inner, id); });
+  return anyOf(value,
+               [&](const std::string&, const Json::Value& inner) { return isId(inner, id); });
 }
 
-bool hasOneOf(const Json::Value& value, const Ids& ids) {
-  return anyOf(value, [&](const Json::Value& inner) { return ids.contains(scalarText(inner)); });
+// A number is an id only where its member says so: codes, states and counts are numbers, too.
+bool isOneOf(const Ids& ids, const std::string& member, const Json::Value& value) {
+  constexpr std::array kMembers = {"jobId", "id", "deployId", "taskId", "snapshotId"};
+  const std::string text = scalarText(value);
+  const bool isNumber = text.find_first_not_of("0123456789") == text.npos;
+  return ids.contains(text) && (!isNumber || std::ranges::find(kMembers, member) != kMembers.end());
 }
 
 // An object that speaks of the job by one of its own members, not further in: a list of orders
 // speaks of many jobs.
 bool isTheJobs(const Json::Value& value, const Ids& ids) {
-  return value.isObject() && std::any_of(value.begin(), value.end(), [&](const Json::Value& inner) {
-           return ids.contains(scalarText(inner));
-         });
+  if (!value.isObject()) return false;
+  for (auto it = value.begin(); it != value.end(); ++it) {
+    if (isOneOf(ids, it.name(), *it)) return true;
+  }
+  return false;
 }
 
 void collectIds(const Json::Value& value, Ids& ids) {
-  anyOf(value, [&](const Json::Value& inner) {
+  anyOf(value, [&](const std::string&, const Json::Value& inner) {
     if (!inner.isObject()) return false;
     for (const char* member : {"deployId", "taskId", "snapshotId", "jobId"}) {
       ids.insert(scalarText(inner[member]));
@@ -79,8 +91,11 @@ Filter::Filter(Wanted given) : wanted(std::move(given)) {
 }
 
 bool Filter::isAboutJob(const Json::Value& arguments) {
-  if (!hasOneOf(arguments, jobIds)) return false;
-  anyOf(arguments, [&](const Json::Value& inner) {
+  const auto isOfJob = [&](const std::string& member, const Json::Value& inner) {
+    return isOneOf(jobIds, member, inner);
+  };
+  if (!anyOf(arguments, isOfJob)) return false;
+  anyOf(arguments, [&](const std::string&, const Json::Value& inner) {
     if (isTheJobs(inner, jobIds)) collectIds(inner, jobIds);
     return false;
   });

@@ -1,7 +1,8 @@
 #include "record.h"
 
+#include <json/writer.h>
+
 #include <array>
-#include <cmath>
 #include <cstdio>
 #include <ctime>
 
@@ -13,16 +14,20 @@
 namespace gateway {
 namespace {
 
-using std::chrono::system_clock;
+using Time = decltype(Record::time);
 
 // In the order of Kind.
 constexpr std::array kKinds = {"call", "answer", "error", "signal", "unanswered"};
 
-std::string fraction(system_clock::time_point time, int digits) {
-  const auto since = std::chrono::duration_cast<std::chrono::microseconds>(time.time_since_epoch());
+std::string fraction(Time time, int digits) {
+  const auto since = std::chrono::floor<std::chrono::microseconds>(time.time_since_epoch());
   char text[16];
   std::snprintf(text, sizeof text, ".%06d", static_cast<int>(since.count() % 1'000'000));
   return std::string(text, static_cast<std::size_t>(digits) + 1);
+}
+
+std::time_t secondsOf(Time time) {
+  return std::chrono::floor<std::chrono::seconds>(time.time_since_epoch()).count();
 }
 
 std::string formatted(const std::tm& parts, const char* format) {
@@ -30,15 +35,15 @@ std::string formatted(const std::tm& parts, const char* format) {
   return std::string(text, std::strftime(text, sizeof text, format, &parts));
 }
 
-std::string wallClock(system_clock::time_point time) {
-  const std::time_t seconds = system_clock::to_time_t(time);
+std::string localTime(Time time) {
+  const std::time_t seconds = secondsOf(time);
   std::tm parts{};
   localtime_r(&seconds, &parts);
   return formatted(parts, "%H:%M:%S") + fraction(time, 3);
 }
 
-std::string universal(system_clock::time_point time) {
-  const std::time_t seconds = system_clock::to_time_t(time);
+std::string universal(Time time) {
+  const std::time_t seconds = secondsOf(time);
   std::tm parts{};
   gmtime_r(&seconds, &parts);
   return formatted(parts, "%Y-%m-%dT%H:%M:%S") + fraction(time, 6) + "Z";
@@ -98,6 +103,15 @@ void setEnd(Json::Value& json, const char* side, const End& end) {
   if (!end.executor.empty()) json[prefix + "Executor"] = end.executor;
 }
 
+// With decimals as far as microseconds; others would print all 17 digits of a number.
+std::string line(const Json::Value& json) {
+  Json::StreamWriterBuilder writer;
+  writer["indentation"] = "";
+  writer["precision"] = 6;
+  writer["precisionType"] = "decimal";
+  return Json::writeString(writer, json) + '\n';
+}
+
 }  // namespace
 
 std::optional<int> codeOf(const Record& record) {
@@ -112,7 +126,7 @@ std::optional<int> codeOf(const Record& record) {
 }
 
 std::string textOf(const Record& record) {
-  return traceLine(wallClock(record.time), shown(record.from), shown(record.to), whatOf(record));
+  return traceLine(localTime(record.time), shown(record.from), shown(record.to), whatOf(record));
 }
 
 std::string jsonOf(const Record& record) {
@@ -128,8 +142,8 @@ std::string jsonOf(const Record& record) {
   if (!record.call.empty()) json["call"] = record.call;
   if (!record.error.empty()) json["error"] = record.error;
   if (const auto code = codeOf(record)) json["code"] = *code;
-  if (record.took) json["took"] = std::round(*record.took * 1e6) / 1e6;
-  return jobm::json::compact(json);
+  if (record.took) json["took"] = *record.took;
+  return line(json);
 }
 
 }  // namespace gateway

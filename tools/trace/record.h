@@ -20,7 +20,7 @@ struct Record {
   enum class Kind { kCall, kAnswer, kError, kSignal, kUnanswered };
 
   Kind kind = Kind::kCall;
-  std::chrono::system_clock::time_point time;
+  std::chrono::sys_time<std::chrono::nanoseconds> time;
   End from;  // of an unanswered call: whoever was silent
   End to;
   std::string path;       // of the call, for what follows it

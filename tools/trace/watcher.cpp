@@ -1,5 +1,7 @@
 #include "watcher.h"
 
+#include <gateway/wall_clock.h>
+
 #include <algorithm>
 #include <array>
 #include <string_view>
@@ -17,6 +19,8 @@ using Seconds = std::chrono::duration<double>;
 constexpr std::chrono::seconds kPatience{30};
 // So long a late answer is still known for what it is.
 constexpr std::chrono::minutes kMemory{10};
+// The daemon's word that a signal can't be delivered comes at once.
+constexpr std::chrono::minutes kSignalMemory{1};
 
 std::string orEmpty(const char* text) { return text == nullptr ? "" : text; }
 
@@ -62,8 +66,7 @@ bool isHeard(DBusMessage* message) {
 Record silenceAfter(const Record& call, Watcher::Clock::duration time) {
   Record record = call;
   record.kind = Record::Kind::kUnanswered;
-  record.time = std::chrono::system_clock::now();
-  record.arguments = Json::Value(Json::arrayValue);
+  record.time = wallClock();
   record.took = Seconds(time).count();
   std::swap(record.from, record.to);
   return record;
@@ -78,7 +81,7 @@ void Watcher::take(DBusMessage* message) {
   names.learn(message);
   if (!concerns(message)) return;
   Record record;
-  record.time = std::chrono::system_clock::now();
+  record.time = wallClock();
   record.from = names.end(orEmpty(dbus_message_get_sender(message)));
   record.to = names.end(orEmpty(dbus_message_get_destination(message)));
   record.path = orEmpty(dbus_message_get_path(message));
@@ -108,13 +111,31 @@ bool Watcher::concerns(DBusMessage* message) {
 void Watcher::takeSent(DBusMessage* message, Record record) {
   const bool isSignal = record.kind == Record::Kind::kSignal;
   const bool isBroadcast = isSignal && record.to.address.empty();
-  std::string id = idOf(record.from.address, dbus_message_get_serial(message));
+  const std::string id = idOf(record.from.address, dbus_message_get_serial(message));
   if (!isBroadcast) record.call = id;
   if (!filter.passes(record)) return;
   sink(record);
   // A signal to somebody is answered when it can't be delivered, and then only.
   if (isBroadcast || dbus_message_get_no_reply(message)) return;
-  calls[std::move(id)] = {std::move(record), Clock::now(), isSignal};
+  keep(id, std::move(record));
+}
+
+void Watcher::keep(const std::string& id, Record record) {
+  const auto now = Clock::now();
+  const bool isSignal = record.kind == Record::Kind::kSignal;
+  record.arguments = Json::Value(Json::arrayValue);  // packages may be large
+  const auto [call, isNew] = calls.try_emplace(id, Call{std::move(record), now, {}, isSignal});
+  if (isNew) await(call, now + (isSignal ? kSignalMemory : Clock::duration(kPatience)));
+}
+
+void Watcher::await(Calls::iterator call, Clock::time_point time) {
+  call->second.due = time;
+  due.emplace(time, call->first);
+}
+
+void Watcher::forget(Calls::iterator call) {
+  due.erase({call->second.due, call->first});
+  calls.erase(call);
 }
 
 void Watcher::takeReply(DBusMessage* message, Record record) {
@@ -131,26 +152,25 @@ void Watcher::takeReply(DBusMessage* message, Record record) {
     record.interface = call.interface;
     record.member = call.member;
     record.took = Seconds(Clock::now() - found->second.time).count();
-    calls.erase(found);
+    forget(found);
   }
   sink(record);
 }
 
+void Watcher::takeDue(Calls::iterator call, Clock::time_point now) {
+  if (call->second.isTold) return forget(call);
+  call->second.isTold = true;
+  sink(silenceAfter(call->second.record, now - call->second.time));
+  due.erase({call->second.due, call->first});
+  await(call, call->second.time + kMemory);
+}
+
 std::optional<int> Watcher::tellUnanswered() {
   const auto now = Clock::now();
-  std::optional<Clock::duration> next;
-  std::erase_if(calls, [&](const auto& entry) { return now - entry.second.time > kMemory; });
-  for (auto& [id, call] : calls) {
-    const auto left = call.time + (call.isTold ? kMemory : Clock::duration(kPatience)) - now;
-    if (!call.isTold && left <= Clock::duration::zero()) {
-      call.isTold = true;
-      sink(silenceAfter(call.record, now - call.time));
-    } else if (!next || left < *next) {
-      next = left;
-    }
-  }
-  if (!next) return {};
-  return static_cast<int>(std::chrono::ceil<std::chrono::milliseconds>(*next).count()) + 1;
+  while (!due.empty() && due.begin()->first <= now) takeDue(calls.find(due.begin()->second), now);
+  if (due.empty()) return {};
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(due.begin()->first - now);
+  return static_cast<int>(left.count()) + 1;
 }
 
 }  // namespace gateway

@@ -5,6 +5,9 @@
 #include <functional>
 #include <map>
 #include <optional>
+#include <set>
+#include <string>
+#include <utility>
 
 #include "filter.h"
 #include "names.h"
@@ -28,20 +31,28 @@ class Watcher {
   std::optional<int> tellUnanswered();
 
  private:
+  // A call, or a signal to somebody, for what may follow it.
   struct Call {
-    Record record;
+    Record record;  // without its arguments
     Clock::time_point time;
-    bool isTold = false;  // that no answer came, or none is to be missed
+    Clock::time_point due;  // when it is told of or forgotten
+    bool isTold = false;    // that no answer came, or none is to be missed
   };
+  using Calls = std::map<std::string, Call>;  // by their ids
 
   bool concerns(DBusMessage* message);
   void takeSent(DBusMessage* message, Record record);
   void takeReply(DBusMessage* message, Record record);
+  void keep(const std::string& id, Record record);
+  void await(Calls::iterator call, Clock::time_point time);
+  void forget(Calls::iterator call);
+  void takeDue(Calls::iterator call, Clock::time_point now);
 
   Names names;
   Filter filter;
   const Sink sink;
-  std::map<std::string, Call> calls;  // that passed and are unanswered, by their ids
+  Calls calls;                                              // that passed and are unanswered
+  std::set<std::pair<Clock::time_point, std::string>> due;  // each of them, by its `due`
 };
 
 }  // namespace gateway
