@@ -8,6 +8,7 @@
 
 #include <chrono>
 #include <fstream>
+#include <functional>
 #include <iostream>
 #include <memory>
 #include <stdexcept>
@@ -44,20 +45,28 @@ void run(const std::string& resourceId) {
   std::cout << "runs " << resourceId << ' ' << steps << std::endl;
 }
 
-// No exception may reach the bus library. Those of jsoncpp tell of values of another type.
-std::string deployJob(const std::string& resources) try {
-  for (const Json::Value& resource : parsed(resources)) run(resource["resourceId"].asString());
+// Whatever the bus library calls goes through this: no exception may reach it. Those of jsoncpp
+// tell of values of another type.
+std::string answered(const std::function<void()>& work) try {
+  work();
   return kSuccess;
 } catch (const std::exception& error) {
   std::cout << "refuses " << error.what() << std::endl;
   return kFailure;
 }
 
+std::string deployJob(const std::string& resources) {
+  return answered([&] {
+    for (const Json::Value& resource : parsed(resources)) run(resource["resourceId"].asString());
+  });
+}
+
 std::string deleteJob(const std::string& resources) {
-  for (const Json::Value& resource : parsed(resources)) {
-    std::cout << "stops " << resource["resourceId"].asString() << std::endl;
-  }
-  return kSuccess;
+  return answered([&] {
+    for (const Json::Value& resource : parsed(resources)) {
+      std::cout << "stops " << resource["resourceId"].asString() << std::endl;
+    }
+  });
 }
 
 std::string resetJobs() {
@@ -81,9 +90,11 @@ void registerAt(sdbus::IProxy& manager) {
       .withTimeout(std::chrono::minutes(10))
       .withArguments(std::string(kRegistration))
       .uponReplyInvoke([](const sdbus::Error* error, const std::string& answer) {
-        const std::string said =
-            error ? error->getMessage() : "code " + parsed(answer)["code"].asString();
-        std::cout << "registerExecutor " << said << std::endl;
+        answered([&] {
+          const std::string said =
+              error ? error->getMessage() : "code " + parsed(answer)["code"].asString();
+          std::cout << "registerExecutor " << said << std::endl;
+        });
       });
 }
 
@@ -110,7 +121,7 @@ int main() {
   daemon->uponSignal("NameOwnerChanged")
       .onInterface("org.freedesktop.DBus")
       .call([&](const std::string& name, const std::string&, const std::string& newOwner) {
-        if (name == kManager && !newOwner.empty()) registerAt(*manager);
+        if (name == kManager && !newOwner.empty()) answered([&] { registerAt(*manager); });
       });
   daemon->finishRegistration();
   registerAt(*manager);

@@ -27,10 +27,23 @@ def answer(code=0, message=""):
     return json.dumps({"code": code, "message": message, "data": None})
 
 
+def answered(work, *arguments):
+    """Whatever the bus library calls goes through this: no exception may reach it."""
+    try:
+        work(*arguments)
+    except Exception as error:
+        print("refuses", error, flush=True)
+        return answer(1, str(error))
+    return answer()
+
+
 def tell(method, value):
     """Calls task-dispatcher without waiting for it: it may be calling us, or downloading, just now."""
+    def told(reply):
+        print(method, "code", json.loads(reply)["code"], flush=True)
+
     bus.call_async(MANAGER, MANAGER_PATH, MANAGER, method, "s", (json.dumps(value),),
-                   lambda reply: print(method, "code", json.loads(reply)["code"], flush=True),
+                   lambda reply: answered(told, reply),
                    lambda error: print(method, error, flush=True), timeout=600)
 
 
@@ -42,22 +55,23 @@ def run(resource):
                                "result": "running", "foreignKey": resource["resourceId"]})
 
 
+def stop(resource):  # one that we never had is no mistake
+    print("stops", resource["resourceId"], flush=True)
+
+
+def each(work, resources):
+    for resource in json.loads(resources):
+        work(resource)
+
+
 class Executor(dbus.service.Object):
     @dbus.service.method(NAME, in_signature="s", out_signature="s")
     def deployJob(self, resources):
-        try:
-            for resource in json.loads(resources):
-                run(resource)
-        except (OSError, ValueError, KeyError, TypeError) as error:
-            print("refuses", error, flush=True)
-            return answer(1, str(error))
-        return answer()
+        return answered(each, run, resources)
 
     @dbus.service.method(NAME, in_signature="s", out_signature="s")
     def deleteJob(self, resources):
-        for resource in json.loads(resources):  # one that we never had is no mistake
-            print("stops", resource["resourceId"], flush=True)
-        return answer()
+        return answered(each, stop, resources)
 
     @dbus.service.method(NAME, in_signature="", out_signature="s")
     def resetJobs(self):
