@@ -16,6 +16,11 @@ arguments=("$@")
 # What enter_sandbox builds.
 targets=(local-gateway)
 
+fail() {
+  echo "${LOCAL_GATEWAY:-${self##*/}}: $*" >&2
+  exit 1
+}
+
 # usage: the comment at the script's top.
 usage() {
   help_text >&2
@@ -59,9 +64,18 @@ while [[ $# != 0 ]]; do
   shift
 done
 
+# choose_home: the home of a gateway that several commands know: the one given, else GATEWAY_HOME, else the default one
+# of the repository. The packaged commands give GATEWAY_HOME, where they know one.
+choose_home() {
+  [[ $home || ${GATEWAY_HOME:-} || ! ${LOCAL_GATEWAY:-} ]] || fail "HOME is not set; name a folder by --home"
+  home=${home:-$(readlink -m "${GATEWAY_HOME:-$build/local-gateway}")}
+}
+
 # enter_sandbox: builds, and begins again inside a sandbox; returns there.
 enter_sandbox() {
   [[ ! ${IN_SANDBOX:-} ]] || return 0
+  # Inside, what is new in /tmp would be the sandbox's own, and nobody outside could see it.
+  mkdir -p "$home"
   if [[ ! $no_build ]]; then
     # shellcheck source=scripts/packages
     source "$repository/scripts/packages"

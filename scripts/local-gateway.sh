@@ -13,6 +13,7 @@ declare -A pid_of=()
 # name of an executor -> options of gateway-executor that it gets besides
 declare -A options_of=()
 service_starts=0
+broker_port=
 # Which build of the service is started.
 service_program=${service_program:-task-dispatcher}
 # true: the broker notes every change on disk, so that one that was killed still knows who has subscribed.
@@ -27,12 +28,32 @@ brief_trace=
 # Lines of the trace that await_trace passes over.
 trace_mark=0
 
+# refuse TEXT
+refuse() {
+  echo "local-gateway: $*" >&2
+  exit 1
+}
+
+# empty_home: of what an earlier gateway has left there, and of nothing else. The folder itself may be a mount point.
+empty_home() (
+  mark=.local-gateway
+  # A second gateway on this bus would end the first one's parts.
+  [[ ! ${GATEWAY_ENTERED:-} ]] || refuse "this shell is inside the gateway of $GATEWAY_HOME; leave it first"
+  mkdir -p "$home"
+  cd "$home" || exit
+  # The last two are from before there was a mark.
+  [[ -e $mark || -z $(ls -A) || (-e mosquitto.conf && -e trace) ]] ||
+    refuse "$home has files that are no local gateway's; choose another --home"
+  : >"$mark"
+  find . -mindepth 1 ! -path "./$mark" -delete
+)
+
 # prepare_home: an empty home, the environment of every part, the trace on standard output; everything is
 # ended when the caller exits.
 prepare_home() {
   export LC_ALL=C.UTF-8
-  rm -rf "$home"
-  mkdir -p "$home"/{web,logs,calls,run}
+  empty_home
+  mkdir "$home"/{web,logs,calls,run}
   : >"$home/trace"
   export GATEWAY_TRACE=$home/trace GATEWAY_TRACE_START=${EPOCHREALTIME/,/.}
   export GATEWAY_CONFIG_DB=$home/store.db GATEWAY_WEB_ROOT=$home/web RUNTIME_DIRECTORY=$home/run
@@ -163,11 +184,11 @@ await_log() {
   return 1
 }
 
-# start_broker: on a free port of the loopback interface, or on the one it had before.
+# start_broker: on a free port of the loopback interface, or on the one it had before, which others know.
 start_broker() {
-  local tries
-  for ((tries = 0; tries < 20; tries++)); do
-    broker_port=${broker_port:-$((20000 + RANDOM))}
+  local tries known=$broker_port
+  for ((tries = known ? 5 : 20; tries > 0; tries--)); do
+    broker_port=${known:-$((20000 + RANDOM))}
     cat >"$home/mosquitto.conf" <<END
 listener $broker_port 127.0.0.1
 allow_anonymous true
@@ -182,13 +203,14 @@ user $(id -un)
 END
     : >"$home/logs/broker.log"
     start broker mosquitto -v -c "$home/mosquitto.conf"
-    await_log broker 'mosquitto version .* running|Error: ' 20
+    await_log broker 'mosquitto version .* running|Error: ' 20 || return
     if ! grep -q '^[0-9: ]*Error: ' "$home/logs/broker.log"; then
       export GATEWAY_BROKER=127.0.0.1:$broker_port
       return 0
     fi
     end broker || true
-    broker_port=
+    # Somebody has it for a moment, perhaps.
+    [[ ! $known ]] || sleep 1
   done
   echo "local-gateway: the broker does not start: $(<"$home/logs/broker.log")" >&2
   return 1
@@ -218,6 +240,13 @@ start_bridge() {
   ask_bus StartServiceByName string:iot.bridge.mqtt uint32:0 >/dev/null
 }
 
+# stop_bridge: and keeps it away: the daemon does not know how to start it.
+stop_bridge() {
+  rm -f /tmp/var/run/mbusd/services/iot.bridge.mqtt.service
+  ask_bus ReloadConfig >/dev/null || return
+  end_owner iot.bridge.mqtt || true
+}
+
 # end_owner NAME [SIGNAL]: ends the owner of a bus name that the daemon has started.
 end_owner() { kill -s "${2:-TERM}" "$(bus_pid "$1")"; }
 
@@ -229,8 +258,13 @@ start_scheduler() {
 
 # start_web: on a free port, or on the one it had before.
 start_web() {
+  local before
+  before=$(wc -l <"$GATEWAY_TRACE")
   start gateway-web "$build/gateway-web" --root "$GATEWAY_WEB_ROOT" --port "${web_port:-0}" "${web_options[@]}"
-  await_trace 'listens on port'
+  if ! await_line "$GATEWAY_TRACE" $((before + 1)) 30 'listens on port'; then
+    echo "local-gateway: the web server does not start: $(tail -n 1 "$home/logs/gateway-web.log")" >&2
+    return 1
+  fi
   web_port=$(sed -n 's/.*listens on port //p' "$GATEWAY_TRACE" | tail -n 1)
   GATEWAY_WEB_URL=$web_scheme://127.0.0.1:$web_port
   export GATEWAY_WEB_URL
@@ -270,13 +304,15 @@ activate_engine() {
   activate iot.runtime.js IFTTTEngine "${command[@]}"
 }
 
-# start_service: task-dispatcher, which reads the VERSION of the folder above its own. Returns when it has
-# been granted its runner id and the executors that register have done so.
+# launch_service: task-dispatcher, which reads the VERSION of the folder above its own.
+launch_service() { start task-dispatcher env --chdir="$repository/scripts" "$build/$service_program"; }
+
+# start_service: returns when it has been granted its runner id and the executors that register have done so.
 start_service() {
   local log=$home/logs/task-dispatcher.log
   [[ ! -e $log ]] || mv "$log" "$log.$((++service_starts))"
   mark_trace
-  start task-dispatcher env --chdir="$repository/scripts" "$build/$service_program"
+  launch_service
   await_trace 'registerExecutor succeeded'
   await_trace 'registerParser succeeded'
   await_log task-dispatcher 'runnerId ='
