@@ -160,7 +160,7 @@ void DServer::noteUse() {
 // What libdbus has read but nobody has popped, or a daemon that a send has found gone, whereupon
 // libdbus has closed the descriptor.
 bool DServer::hasUnread() const {
-  return dbus_connection_get_dispatch_status(connection.get()) == DBUS_DISPATCH_DATA_REMAINS ||
+  return dbus_connection_get_dispatch_status(connection.get()) != DBUS_DISPATCH_COMPLETE ||
          !dbus_connection_get_is_connected(connection.get());
 }
 

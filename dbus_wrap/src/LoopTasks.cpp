@@ -32,14 +32,6 @@ LoopState& loopState() {
   return state;
 }
 
-void runTask(const LoopTask& task) {
-  try {
-    task();
-  } catch (const std::exception& e) {
-    LOGE("runTask Exception e = %s\n", e.what());
-  }
-}
-
 void runQueue(uv_async_t*) {
   LoopState& state = loopState();
   std::vector<LoopTask> tasks;
@@ -58,6 +50,14 @@ void prepareWakeUp(LoopState& state) {
 }
 
 }  // namespace
+
+void runTask(const LoopTask& task) {
+  try {
+    task();
+  } catch (const std::exception& e) {
+    LOGE("runTask Exception e = %s\n", e.what());
+  }
+}
 
 void runOnLoop(LoopTask task) {
   LoopState& state = loopState();

@@ -122,11 +122,12 @@ void ProxyWorker::readUntilToldToStop() {
   while (waitUntilReady()) {
     if (!dbus_connection_read_write(mConnectionAsync.get(), kReadWriteMs)) {
       LOGE("DProxy connection to dbus-daemon disconnected, quit.\n");
-      // The flag alone: this thread can't join itself, and the timers stop on the loop's thread.
+      // This thread can't join itself, and the timers stop on the loop's thread.
       endAllWorkers();
+      postToLoop([keep = shared_from_this()] { keep->stopTimers(); });
       return;
     }
-    popMessages();
+    runTask([this] { popMessages(); });
   }
   sendRest();
 }
@@ -147,10 +148,9 @@ bool ProxyWorker::waitUntilReady() {
 }
 
 // No descriptor tells of what lies in libdbus's queue already (whoever waits for a reply reads what
-// comes before it, too), nor of a daemon that a send has found gone.
+// comes before it, too) or still lacks memory there, nor of a daemon that a send has found gone.
 bool ProxyWorker::hasUnread() {
-  return dbus_connection_get_dispatch_status(mConnectionAsync.get()) ==
-             DBUS_DISPATCH_DATA_REMAINS ||
+  return dbus_connection_get_dispatch_status(mConnectionAsync.get()) != DBUS_DISPATCH_COMPLETE ||
          !dbus_connection_get_is_connected(mConnectionAsync.get());
 }
 
@@ -210,13 +210,15 @@ void ProxyWorker::startTimers() {
 }
 
 void ProxyWorker::stopTimers() {
+  stopped = true;
   if (!timersReady) return;
   uv_timer_stop(&timeoutTimer);
   uv_timer_stop(&replyTimer);
 }
 
-// Tasks of the loop may come before the timers are there and after they have been closed.
-bool ProxyWorker::mayRunTimers() const { return timersReady && !released && !quit; }
+// Tasks of the loop may come before the timers are there and after they have been closed. The
+// timers of other proxies go on when this one's are stopped: what is pending there has its outcome.
+bool ProxyWorker::mayRunTimers() const { return timersReady && !stopped; }
 
 void ProxyWorker::startDraining() {
   if (mayRunTimers()) uv_timer_start(&replyTimer, onReplyTimer, 0, 0);
@@ -281,16 +283,16 @@ void ProxyWorker::agePending() {
 void ProxyWorker::onReplyTimer(uv_timer_t* timer) {
   // A callback may drop the last proxy and with it everything but this share.
   const auto keep = static_cast<ProxyWorker*>(timer->data)->shared_from_this();
-  if (!quit) keep->drainReplies();
+  runTask([&] { keep->drainReplies(); });
 }
 
 void ProxyWorker::onTimeoutTimer(uv_timer_t* timer) {
   const auto keep = static_cast<ProxyWorker*>(timer->data)->shared_from_this();
-  if (quit) {
-    keep->stopTimers();
-    return;
-  }
-  keep->agePending();
+  // After a turn that took long, this timer comes before the one that such an answer has armed.
+  runTask([&] {
+    keep->drainReplies();
+    if (!keep->released) keep->agePending();
+  });
 }
 
 void ProxyWorker::onTimerClosed(uv_handle_t* handle) {

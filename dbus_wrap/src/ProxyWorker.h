@@ -104,6 +104,7 @@ class ProxyWorker : public std::enable_shared_from_this<ProxyWorker>, private DC
   uv_timer_t replyTimer{};
   uv_timer_t timeoutTimer{};
   bool timersReady = false;
+  bool stopped = false;   // for good: the timers of this proxy
   bool finished = false;  // the worker is past its last use of the connection
   int openTimers = 0;
   std::shared_ptr<ProxyWorker> self;

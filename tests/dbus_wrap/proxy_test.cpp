@@ -102,6 +102,7 @@ void sendWhenAgeingStops(std::vector<std::unique_ptr<DProxy>>& proxies, std::ato
 // The one test that waits for real time to pass: 32 s.
 TEST_F(Proxy, gives_up_on_a_reply_after_half_a_minute_and_drops_it_when_it_still_comes) {
   DProxy crowded(kService, kPath, kService);
+  DProxy blocked(kService, kPath, kService);
   std::vector<std::unique_ptr<DProxy>> rested;
   std::atomic<int> ofCrowd = 0;
   std::atomic<int> ofRested = 0;
@@ -114,11 +115,17 @@ TEST_F(Proxy, gives_up_on_a_reply_after_half_a_minute_and_drops_it_when_it_still
   }
   for (int i = 0; i < 101; ++i) sendUnanswered(crowded, ofCrowd);
   sendWhenAgeingStops(rested, ofRested);
+  std::atomic<bool> cameInTime = false;
+  const auto sent = std::chrono::steady_clock::now();
+  send(blocked, "late", "29000", [&](const Message& reply) { cameInTime = reply != nullptr; });
   EXPECT_EQ(call(proxy, "silent"), "none");
   EXPECT_EQ(ofCrowd + ofRested + aroundTheTick, 0) << "a blocking call gives up earlier";
   EXPECT_EQ(service.count("silent"), 121U) << "one of the crowd waits for its turn";
+  std::this_thread::sleep_until(sent + std::chrono::milliseconds(28500));
+  quillon::runOnLoop([] { std::this_thread::sleep_for(std::chrono::milliseconds(2000)); });
   EXPECT_TRUE(eventually([&] { return ofCrowd == 100 && ofRested == 20; }));
   EXPECT_TRUE(eventually([&] { return service.count("silent") == 122; }));
+  EXPECT_TRUE(cameInTime) << "while the loop was busy";
   std::atomic<bool> goesOn = false;
   send(proxy, "echo", "", [&](const Message&) { goesOn = true; });
   EXPECT_TRUE(eventually([&] { return goesOn.load(); }));
@@ -135,15 +142,18 @@ void endTheWorkers(bool byLoss) {
   close(next);
   auto ending = std::make_unique<DProxy>(kService, kPath, kService);
   for (int file = next; byLoss && file < next + 16; ++file) shutdown(file, SHUT_RDWR);
+  std::atomic<int> outcomes = 0;
+  if (!byLoss) sendUnanswered(*other, outcomes);
   if (!byLoss) ending->stopWorkers();
   const bool ended = eventually([&] { return entriesOf("/proc/self/task") == threads; }, 2);
   const bool lives =
       (call(*ending, "hello") == "none") == byLoss && call(*other, "hello") != "none";
+  const bool aged = byLoss || eventually([&] { return outcomes == 1; }, 40);
   other.reset();
   ending.reset();
   // One more: the event that all workers wait on.
   const bool closed = eventually([&] { return entriesOf("/proc/self/fd") == descriptors + 1; });
-  _exit(ended && lives && closed ? 0 : 3);
+  _exit(ended && lives && aged && closed ? 0 : 3);
 }
 
 TEST(ProxyDeathTest, ends_the_workers_of_all_proxies_but_not_the_process) {

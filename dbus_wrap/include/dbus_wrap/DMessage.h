@@ -18,8 +18,9 @@ class DMessage {
   static constexpr int kWrite = 1;
 
   /// The most that one message may carry. A daemon closes the connection of whoever sends it more
-  /// than its limit, and with the connection this process ends, so larger messages never reach
-  /// libdbus. The number is the limit of a daemon that was configured without one.
+  /// than its limit: with the server's connection this process ends, with a proxy's all workers do.
+  /// So larger messages never reach libdbus. The number is the limit of a daemon that was
+  /// configured without one.
   static constexpr std::size_t kMaxBytes = std::size_t{32} * 1024 * 1024;
 
   /// A method call in write mode. The empty pointer (and an error line) when one of the four names

@@ -27,7 +27,8 @@ class DProxy : public DConnection {
   DProxy(const char* wellknownName, const char* path, const char* interface);
 
   /// Closes the connections. Calls in flight or waiting for their turn are forgotten, their
-  /// callbacks not called; what was sent still goes out.
+  /// callbacks not called (but for one that the loop's thread is calling while another thread comes
+  /// here); what was sent still goes out.
   virtual ~DProxy();
   DProxy(const DProxy&) = delete;
   DProxy& operator=(const DProxy&) = delete;

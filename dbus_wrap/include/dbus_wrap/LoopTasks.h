@@ -9,6 +9,9 @@ namespace quillon {
 
 using LoopTask = std::function<void()>;
 
+/// Runs `task` here and now, and logs what it throws: for code that a C library calls. Any thread.
+void runTask(const LoopTask& task);
+
 /// Runs `task` on the loop's thread: at once when called there, or when no thread runs the loop yet
 /// (the loop then can't start before the task is done); otherwise later, in the order of the calls.
 /// `task` may not call runOnLoop itself. Any thread.
