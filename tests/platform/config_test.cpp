@@ -1,9 +1,18 @@
 #include <gateway/config.h>
 #include <sqlite3.h>
+#include <sys/syscall.h>
 
 #include "support/test.h"
 
 using namespace test;
+
+static std::atomic<int> syncs{0};
+
+// In the place of the C library's, which SQLite calls.
+extern "C" int fdatasync(int file) {
+  ++syncs;
+  return static_cast<int>(syscall(SYS_fdatasync, file));
+}
 
 namespace {
 
@@ -31,6 +40,9 @@ TEST_F(Config, gives_back_every_byte_to_its_owner_from_a_file_that_may_be_delete
   const std::string odd = "it's \"quoted\"\n\xFF\xFE no UTF-8 \xC3";
   ASSERT_TRUE(set(odd, odd));
   EXPECT_EQ(get(odd), odd);
+  const int before = syncs;
+  ASSERT_TRUE(set("key", "on the disk"));
+  EXPECT_GT(syncs, before);
   for (const char* suffix : {"", "-wal"}) {
     EXPECT_EQ(fs::status(path + suffix).permissions(), fs::perms(0600));
   }

@@ -96,6 +96,12 @@ TEST(Registry, refuses_and_forgets_who_cannot_be_connected_to) {
     crowd.push_back(quillon::DConnection::getDbusConnection());
   } while (dbus_bus_get_unique_name(crowd.back().get()) != nullptr);
   areRefused("the bus refuses the connections for another service");
+  const std::string fresh = registration("fresh", "iot.test.fresh", R"(["fresh"])");
+  for (const char* key : {kExecutors, kParsers}) setConfig(key, R"({"fresh":)" + fresh + "}");
+  const CapturedLog log;
+  EXPECT_TRUE(initAllExecutors());
+  EXPECT_EQ(log.count(" fresh is skipped: the bus refuses"), 2U);
+  EXPECT_FALSE(getExecutor("fresh") || getParser("fresh"));
   crowd.clear();
   addExecutor(moved);
 }
@@ -115,7 +121,8 @@ TEST(Registry, replaces_the_record_of_a_name_while_its_watch_sets_only_grow) {
 
 TEST(Registry, restores_unchecked_what_was_stored_and_always_has_the_built_in_executors) {
   setConfig(kExecutors,
-            R"({"broken":{"executorName":{}},"IFTTTEngine":)" +
+            R"({"broken":{"executorName":{}},"gw_jobm_r":)" +
+                registration("gw_jobm_r", "iot.test.r", "[]", R"(["x"])") + R"(,"IFTTTEngine":)" +
                 registration("IFTTTEngine", "iot.test.impostor", "[]", R"(["x"])") +
                 R"(,"Rillmark":)" +
                 registration("Rillmark", "iot.edge.Rillmark", R"(["old2"])", R"(["kept"])") + "}");
@@ -125,7 +132,7 @@ TEST(Registry, restores_unchecked_what_was_stored_and_always_has_the_built_in_ex
   EXPECT_THAT(getParsersByWatchType("old1"), ElementsAre("oldParser"));
   // Unlike a parser's, an executor's types are not served before it registers anew.
   EXPECT_TRUE(getExecutorsByWatchType("old2").empty());
-  EXPECT_FALSE(getExecutor("broken") || getParser("badParser"));
+  EXPECT_FALSE(getExecutor("broken") || getExecutor("gw_jobm_r") || getParser("badParser"));
 
   setConfig(kExecutors, "no JSON");
   EXPECT_TRUE(initAllExecutors());

@@ -1,5 +1,6 @@
 // The service as a process of its own, beside a bus daemon of the test's own that may be ended.
 
+#include <fcntl.h>
 #include <gateway/config.h>
 #include <sys/resource.h>
 
@@ -180,12 +181,16 @@ class Restarts : public Process {
     parser.answer("deployConfig", std::monostate());
   }
 
-  // Returns when it is registered and has sent what it has to.
-  void restart() {
+  // Returns when it is registered and has sent what it has to, none of it before.
+  void restart(const std::function<void()>& beforeItIsRegistered = [] {}) {
     const std::size_t subscribed = bridge.count("subscribe");
     service.reset();
+    const std::size_t reported = published(kReports).size();
     service = std::make_unique<Service>(std::vector<std::string>{SHORT_PERIODS});
-    reply(bridge, next("registerRunner"), R"([{"code":200,"data":55}])");
+    const Received registering = next("registerRunner");
+    EXPECT_EQ(published(kReports).size(), reported);
+    beforeItIsRegistered();
+    reply(bridge, registering, R"([{"code":200,"data":55}])");
     ASSERT_TRUE(bridge.await("subscribe", subscribed + 2));  // the second is for the triggers
     ASSERT_TRUE(busCall(kService, kPath, "getSelfDescribing", {}));
     ASSERT_TRUE(busCall("iot.bridge.mqtt", "/iot/bridge/mqtt", "any", {}));
@@ -277,6 +282,31 @@ TEST_F(Restarts, lose_and_repeat_no_report_of_what_was_accepted) {
   }
   restart();
   reports(10);
+}
+
+void swapStores() {
+  EXPECT_EQ(renameat2(AT_FDCWD, "/tarnvale/config", AT_FDCWD, "/tarnvale/away", RENAME_EXCHANGE),
+            0);
+}
+
+TEST_F(Restarts, read_what_is_stored_as_soon_as_it_can_be_read) {
+  fs::create_directories("/tarnvale/away/gateway.db");
+  std::jthread mending;
+  const auto hideUntil = [&](const char* noticed) {
+    swapStores();
+    mending = std::jthread([noticed] {
+      EXPECT_TRUE(Service::awaits(kServing) && Service::awaits(noticed)) << noticed;
+      EXPECT_TRUE(busCall(kService, kPath, "getSelfDescribing", {})) << "it serves meanwhile";
+      swapStores();
+    });
+  };
+  hideUntil("initAllExecutors payload = \n");
+  restart();
+  give({R"({"deployId":"kept","deployType":0,"resources":[
+            {"operate":0,"snapshotId":"s","resourceId":"r","resourceType":"silent"}]})"});
+  ASSERT_TRUE(parser.await("deployConfig")) << "nobody is registered";
+  restart([&] { hideUntil("the accepted deployments could not be read, trying again.\n"); });
+  reports(1);
 }
 
 }  // namespace

@@ -1,3 +1,5 @@
+#include <sqlite3.h>
+
 #include <future>
 
 #include "communicate_scene/queue.h"
@@ -180,7 +182,14 @@ TEST(Jobs, are_refused_where_too_many_wait_and_leave_nothing_behind) {
   }
 }
 
-TEST(Jobs, take_their_turn_also_when_they_are_to_reset_all) {
+TEST(Jobs, take_their_turn_whatever_they_are_and_are_written_down_before_anybody_is_told) {
+  std::unique_ptr<sqlite3, decltype(&sqlite3_close)> other(nullptr, sqlite3_close);
+  const auto lockStore = [&] {
+    sqlite3* raw = nullptr;
+    sqlite3_open("/tarnvale/config/gateway.db", &raw);
+    other.reset(raw);
+    EXPECT_EQ(sqlite3_exec(raw, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr), SQLITE_OK);
+  };
   std::latch gate(1);
   FakePeer peer("iot.test.turns");
   addExecutor(registration("turns", "iot.test.turns", R"(["turns"])", R"(["file"])"));
@@ -190,20 +199,32 @@ TEST(Jobs, take_their_turn_also_when_they_are_to_reset_all) {
   });
   const std::string deployment = contentOf(R"({"deployId":"d","deployType":0,"resources":[
       {"operate":0,"resourceType":"turns","resourceId":"r","snapshotId":"s"}]})");
-  onLoop([&] {
-    for (const int code : {10201, 10201, 10219}) {
-      handleJob(9, code, 41, "ConfigManager", deployment);
-    }
+  const std::string reset = contentOf(R"({"deployId":"r","deployType":1})");
+  const std::pair<int, const std::string&> orders[] = {
+      {10201, deployment}, {10201, deployment}, {10219, deployment}, {10201, reset}};
+  const std::size_t told = bridge().count("publish");
+  lockStore();
+  auto ordered = std::async(std::launch::async, [&] {
+    onLoop([&] {
+      for (const auto& [code, content] : orders) handleJob(9, code, 41, "ConfigManager", content);
+    });
   });
+  EXPECT_FALSE(bridge().await("publish", told + 1, 0.3)) << "of the acceptance";
+  other.reset();
+  ordered.get();
   EXPECT_TRUE(peer.await("deployJob"));
-  EXPECT_EQ(reports(), (Texts{kDeployed, kDeployed}));
+  EXPECT_EQ(reports(), (Texts{kDeployed, kDeployed, kDeployed}));
+  lockStore();
   gate.count_down();
-  EXPECT_TRUE(peer.await("resetJobs"));
+  EXPECT_FALSE(bridge().await("publish", bridge().count("publish") + 1, 0.3)) << "of the end";
+  other.reset();
+  EXPECT_TRUE(peer.await("resetJobs", 2));
+  EXPECT_TRUE(eventually([] { return !onLoop(isQueueHeld); }));
   Texts calls;
   for (const Received& call : peer.received()) {
     if (!call.isSignal) calls.push_back(call.member);
   }
-  EXPECT_EQ(calls, (Texts{"deployJob", "deployJob", "resetJobs"}));
+  EXPECT_EQ(calls, (Texts{"deployJob", "deployJob", "resetJobs", "resetJobs"}));
   EXPECT_EQ(reports().at(2), kDone[0]);
 }
 
