@@ -122,9 +122,9 @@ void ProxyWorker::readUntilToldToStop() {
   while (waitUntilReady()) {
     if (!dbus_connection_read_write(mConnectionAsync.get(), kReadWriteMs)) {
       LOGE("DProxy connection to dbus-daemon disconnected, quit.\n");
-      // This thread can't join itself, and the timers stop on the loop's thread.
+      // This thread can't join itself. The timers go on: where the process outlives this, nobody
+      // waits for an outcome for ever.
       endAllWorkers();
-      postToLoop([keep = shared_from_this()] { keep->stopTimers(); });
       return;
     }
     runTask([this] { popMessages(); });
