@@ -34,9 +34,12 @@ def fault(value):
 class Parser(dbus.service.Object):
     @dbus.service.method(NAME, in_signature="s", out_signature="s")
     def deployConfig(self, text):
-        config = json.loads(text)
-        wrong = fault(config["value"])
-        print("refuses" if wrong else "takes", config["snapshotId"], wrong, flush=True)
+        try:
+            config = json.loads(text)
+            wrong = fault(config["value"])
+            print("refuses" if wrong else "takes", config["snapshotId"], wrong, flush=True)
+        except Exception as error:  # none may reach the bus library
+            wrong = str(error)
         return json.dumps({"code": 7 if wrong else 0, "message": wrong, "data": None})
 
 

@@ -54,8 +54,12 @@ while [[ $# != 0 ]]; do
     --version) sed -n "2s/^# \\([a-z-]*\\).*/\\1 $(<"$repository/VERSION")/p" "$self" && exit ;;
     --describe) describe && exit ;;
     --no-build) no_build=yes ;;
-    --build) build=$(readlink -f "${2:?}") && shift ;;
-    --home) home=$(readlink -m "${2:?}") && shift ;;
+    --build | --home)
+      [[ ${2:-} ]] || usage
+      [[ $1 == --home ]] || build=$(readlink -f "$2")
+      [[ $1 == --build ]] || home=$(readlink -m "$2")
+      shift
+      ;;
     # The command has options of its own.
     --enter) words+=("$@") && break ;;
     --*) takes "$1" || usage && words+=("$1") ;;

@@ -12,7 +12,7 @@ readonly working_tree=/tarnvale/run/downloaded-job
 declare -A pid_of=()
 # name of an executor -> options of gateway-executor that it gets besides
 declare -A options_of=()
-service_starts=0
+service_starts=0 broker_starts=0
 broker_port=
 # Which build of the service is started.
 service_program=${service_program:-task-dispatcher}
@@ -201,6 +201,8 @@ max_inflight_messages 0
 set_tcp_nodelay true
 user $(id -un)
 END
+    # What an earlier one said stays, apart from what is looked at.
+    [[ ! -s $home/logs/broker.log ]] || mv "$home/logs/broker.log" "$home/logs/broker.log.$((++broker_starts))"
     : >"$home/logs/broker.log"
     start broker mosquitto -v -c "$home/mosquitto.conf"
     await_log broker 'mosquitto version .* running|Error: ' 20 || return

@@ -38,7 +38,9 @@ enter_gateway() {
     enter=(sudo -n -E env "PATH=$PATH" "${enter[@]}")
     command=(setpriv --reuid="$EUID" --regid="$(id -g)" --init-groups "${command[@]}")
   fi
-  exec "${enter[@]}" --target "$process" --wdns="$PWD" "${command[@]}"
+  # What came to /tmp later than the gateway is not in there.
+  exec "${enter[@]}" --target "$process" --wdns="$([[ -d /proc/$process/root$PWD ]] && echo "$PWD" || echo /)" \
+    -- "${command[@]}"
 }
 
 # write_environment: what makes a shell one inside. Of scripts/, last in PATH, some are called like commands of the system.
@@ -60,17 +62,21 @@ own_command() {
 }
 
 print_invitation() {
-  local enter first logs calls
+  local enter first logs calls readme
   enter="$(own_command) --enter"
   printf -v first %q "$repository/gateway/samples/first"
   printf -v logs %q "$home/logs"
+  readme=$repository/gateway/README.md
+  # Where the package has it.
+  [[ -e $readme ]] || readme=$(readlink -m "$repository/../../share/doc/${repository##*/}/gateway/README.md")
   printf -v calls %q "$home/calls"
   cat >>"$GATEWAY_TRACE" <<END_OF_TEXT
 
 The gateway stays up until Ctrl-C. A shell in it, from another terminal, or a command:
   $enter
   $enter gateway-job add $first --encrypt
-In there, to submit a folder of your own, delete it, or reset the gateway (manifest: gateway/README.md):
+In there, to submit a folder of your own, delete it, or reset the gateway (manifest: $readme).
+What you make in /tmp from now on is not seen in there:
   gateway-job add $first --encrypt
   gateway-job delete $first
   gateway-job reset

@@ -1,5 +1,7 @@
 #include "outcome.h"
 
+#include <gateway/shown_text.h>
+
 #include <algorithm>
 #include <array>
 #include <set>
@@ -12,10 +14,10 @@ namespace {
 constexpr std::size_t kColumns = 6;
 using Row = std::array<std::string, kColumns>;
 
-// A text as it is, anything else as JSON; "-" for what is not there.
+// A text in one line, anything else as JSON; "-" for what is not there.
 std::string cell(const Json::Value& value) {
   if (value.isNull()) return "-";
-  if (value.isString()) return value.asString();
+  if (value.isString()) return shownText(value.asString());
   std::string text = jobm::json::compact(value);
   while (text.ends_with('\n')) text.pop_back();
   return text;

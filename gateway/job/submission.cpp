@@ -1,8 +1,12 @@
 #include "submission.h"
 
+#include <gateway/shown_text.h>
+
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <functional>
+#include <string_view>
 
 #include "common/mqtt_client.h"
 #include "lib/json_helper.h"
@@ -19,6 +23,17 @@ constexpr int kQos = 1;
 constexpr int kStatusFailed = 4;
 constexpr int kLongestPump = 20000;  // milliseconds
 constexpr int kConnectSeconds = 10;
+
+// Each of its lines with a line end.
+std::string shownLines(std::string_view text) {
+  std::string shown;
+  while (!text.empty()) {
+    const std::string_view line = text.substr(0, text.find('\n'));
+    shown += shownText(line) + '\n';
+    text.remove_prefix(std::min(line.size() + 1, text.size()));
+  }
+  return shown;
+}
 
 bool isLastWord(const Order& order, const Json::Value& event) {
   const std::string kind = jobm::json::textOf(event, "event");
@@ -100,7 +115,7 @@ std::string publishOnce(const Broker& broker, const std::string& topic,
 
 std::string watchTopics(const Broker& broker, const std::string& filter) {
   MqttClient mqtt("", false, {.message = [](const std::string& topic, const std::string& payload) {
-                    std::printf("%s\n%s\n\n", topic.c_str(), payload.c_str());
+                    std::printf("%s\n%s\n", shownText(topic).c_str(), shownLines(payload).c_str());
                     std::fflush(stdout);
                   }});
   if (!mqtt.connect(broker.host, broker.port) || !mqtt.subscribe(filter, kQos)) {

@@ -25,7 +25,8 @@ constexpr gateway::Program kProgram{
     "Reads what the bus, the configuration store and task-dispatcher's status file tell, and "
     "changes nothing. "
     "The status is 0 when all is well, 1 when something is not, 2 when nothing can be asked.\n\n"
-    "The object of --json is described in docs/gateway-status.md.",
+    "The object of --json is described in gateway-status.md, which is in docs or "
+    "/usr/share/doc/task-dispatcher.",
     {},
     kOptions};
 

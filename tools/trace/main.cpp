@@ -34,7 +34,9 @@ constexpr gateway::Program kProgram{
     "line, too. It reads along as a monitor of the bus and changes nothing there. Bus daemons "
     "permit that to "
     "root and to the user that they run as.\n\n"
-    "The objects of --json and what the filters can know are described in docs/gateway-trace.md.",
+    "The objects of --json and what the filters can know are described in gateway-trace.md, which "
+    "is in docs or "
+    "/usr/share/doc/task-dispatcher.",
     {},
     kOptions};
 
