@@ -18,7 +18,7 @@ file(MAKE_DIRECTORY ${manual}/tables)
 foreach(program ${manual_programs})
   if(TARGET ${program})
     add_custom_command(OUTPUT ${manual}/tables/${program}
-      COMMAND ${program} --describe > ${manual}/tables/${program} VERBATIM)
+      COMMAND ${program} --describe > ${manual}/tables/${program} DEPENDS ${program} VERBATIM)
     list(APPEND manual_tables ${manual}/tables/${program})
   endif()
 endforeach()
