@@ -26,7 +26,7 @@ struct Record {
   std::string path;       // of the call, for what follows it
   std::string interface;  // likewise
   std::string member;     // likewise
-  std::string call;       // an id that a call shares with what follows it; empty for broadcast signals
+  std::string call;       // an id that a call shares with what follows it; empty for broadcasts
   std::string error;      // its name
   Json::Value arguments{Json::arrayValue};
   std::optional<double> took;  // seconds since the call
