@@ -28,15 +28,11 @@ constexpr gateway::Program kProgram{
     "gateway-trace",
     "shows what task-dispatcher says on its bus, and hears",
     "One line for each call, answer and signal of task-dispatcher, as it passes: the time, from "
-    "whom, to whom, "
-    "what; an answer has its result and how long it took. A call that has no answer after 30 "
-    "seconds gets a "
-    "line, too. It reads along as a monitor of the bus and changes nothing there. Bus daemons "
-    "permit that to "
-    "root and to the user that they run as.\n\n"
+    "whom, to whom, what; an answer has its result and how long it took. A call that has no answer "
+    "after 30 seconds gets a line, too. It reads along as a monitor of the bus and changes nothing "
+    "there. Bus daemons permit that to root and to the user that they run as.\n\n"
     "The objects of --json and what the filters can know are described in gateway-trace.md, which "
-    "is in docs or "
-    "/usr/share/doc/task-dispatcher.",
+    "is in docs or /usr/share/doc/task-dispatcher.",
     {},
     kOptions};
 
