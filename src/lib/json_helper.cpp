@@ -28,9 +28,8 @@ bool isRestEmpty(std::string_view rest) {
   }
 }
 
-}  // namespace
-
-bool parse(std::string_view text, Json::Value& value) {
+// May leave a part in `value` where it returns false.
+bool isRead(std::string_view text, Json::Value& value) {
   try {
     Json::Reader reader;
     if (!reader.parse(text.data(), text.data() + text.size(), value, false)) return false;
@@ -38,6 +37,14 @@ bool parse(std::string_view text, Json::Value& value) {
   } catch (const std::exception&) {
     return false;  // nested too deep: no JSON that this program understands
   }
+}
+
+}  // namespace
+
+bool parse(std::string_view text, Json::Value& value) {
+  if (isRead(text, value)) return true;
+  value = Json::Value();
+  return false;
 }
 
 std::string styled(const Json::Value& value) { return Json::StyledWriter().write(value); }

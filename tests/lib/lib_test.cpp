@@ -30,7 +30,9 @@ TEST(Json, may_have_comments_and_nothing_else_is_taken) {
   EXPECT_TRUE(jobm::json::parse("// before\n{} /* behind */ // and at the end", value));
   EXPECT_EQ(jobm::json::styled(value), "{}\n") << "the comments are gone";
   for (const std::string& text : {""s, "{} {}"s, "{} /* open"s, "[1\0]"s, std::string(5000, '[')}) {
+    value = 1;
     EXPECT_FALSE(jobm::json::parse(text, value)) << text;
+    EXPECT_TRUE(value.isNull()) << "nobody can take a part for the whole";
   }
 }
 

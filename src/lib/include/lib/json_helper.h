@@ -9,7 +9,8 @@
 namespace jobm::json {
 
 /// Parses `text` (comments allowed) into `value`. Returns false for everything that is not JSON,
-/// also for documents nested deeper than the reader takes; `value` is then unspecified.
+/// also for documents nested deeper than the reader takes; `value` is null then, so that nobody can
+/// take the part that was read for the whole.
 bool parse(std::string_view text, Json::Value& value);
 
 /// `value` as multi-line text, three spaces of indentation, members in key order.
