@@ -38,15 +38,17 @@ void endAbandoned(Deployment& deployment) {
 
 void endFailed(Deployment& deployment) {
   const DeploymentReport& identity = deployment.identity;
-  LOGE("deployment %s has failed: %s\n", identity.deployId.c_str(), deployment.failure.c_str());
+  LOGE("deployment %s has failed: %s\n", identity.deployId.c_str(), deployment.failure->c_str());
   const Json::Value snapshotIds = snapshotIdsOf(deployment.resources);
-  endDeployment(deployment, failedDetails(identity.deployType, snapshotIds, deployment.failure));
+  endDeployment(deployment, failedDetails(identity.deployType, snapshotIds, *deployment.failure));
 }
 
 void endUnfinished(Deployment& deployment) {
   const DeploymentLogScope scope(deployment.identity);
-  const bool hasFailed = !deployment.failure.empty();
-  if (hasFailed && !isReported(deployment.identity.ticket)) return endFailed(deployment);
+  // What is not in the journal may have been reported as soon as it tried to.
+  const Ticket ticket = deployment.identity.ticket;
+  const bool isOpen = ticket == kNoTicket ? !deployment.ended : !isReported(ticket);
+  if (deployment.failure && isOpen) return endFailed(deployment);
   if (!deployment.ended) endAbandoned(deployment);
 }
 
@@ -72,7 +74,7 @@ SharedDeployment beginDeployment(Deployment&& deployment) {
 }
 
 void runStep(Deployment& deployment, const std::function<void()>& step) {
-  if (!deployment.failure.empty()) return;
+  if (deployment.failure) return;
   try {
     step();
   } catch (const std::exception& e) {

@@ -37,7 +37,7 @@ struct Deployment {
   int expected = 0;                    // calls to parsers
   std::map<std::string, int> awaited;  // snapshotId to its calls that no parser has answered yet
   bool ended = false;
-  std::string failure;  // why it ends as failed as a whole: what a step of it has thrown
+  std::optional<std::string> failure;  // what a step of it has thrown, which fails it as a whole
 };
 
 /// Held by whoever may still add to the deployment: the phase under way and every reply handler.

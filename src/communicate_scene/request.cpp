@@ -213,18 +213,6 @@ std::optional<AcceptedDeployment> readAccepted(const Json::Value& request) {
                             *deployType, snapshotIdsOf(request["resources"])};
 }
 
-// What was accepted is reported, even if it could not be carried out.
-void reportFailure(const JobRequest& job, const std::string& why) {
-  if (isReported(job.ticket)) return;
-  Json::Value request;
-  if (!json::parse(job.payload, request)) return;
-  const auto accepted = readAccepted(std::as_const(request));
-  if (!accepted) return;
-  Json::Value details = failedDetails(accepted->deployType, accepted->snapshotIds, why);
-  reportDeployment({job.ticket, accepted->deployId, accepted->taskId, accepted->deployType},
-                   details);
-}
-
 void startRequest(JobRequest& job) {
   const std::string jobId = job.jobId != 0 ? std::to_string(job.jobId) : "";
   const gateway::LogScope scope(gateway::LogSubject::kJob, jobId);
@@ -254,6 +242,17 @@ JobRequest acceptJob(std::string payload) {
     LOGI("no deployment is expected of this request: %s\n", e.what());
   }
   return job;
+}
+
+void reportFailure(const JobRequest& job, const std::string& why) {
+  if (isReported(job.ticket)) return;
+  Json::Value request;
+  if (!json::parse(job.payload, request)) return;
+  const auto accepted = readAccepted(std::as_const(request));
+  if (!accepted) return;
+  Json::Value details = failedDetails(accepted->deployType, accepted->snapshotIds, why);
+  reportDeployment({job.ticket, accepted->deployId, accepted->taskId, accepted->deployType},
+                   details);
 }
 
 void handle1Job(JobRequest&& request) {

@@ -14,6 +14,7 @@
 #include "lib/file_text.h"
 #include "lib/json_helper.h"
 #include "scheduler_link/identity.h"
+#include "sync_job_status/journal.h"
 #include "sync_job_status/sync_job_status.h"
 #include "util/http_download_kiv.h"
 #include "wire/codes.h"
@@ -39,7 +40,7 @@ void reportSuccess(const JobOrder& order, int status, const std::string& name) {
 // Refuses a job that would have to wait when the queue is full, before anything of it counts as
 // accepted.
 bool refuseWithoutRoom(const JobOrder& order, std::size_t bytes, const std::string& name) {
-  if (hasRoomFor(bytes)) return false;
+  if (hasRoomFor(bytes) && !isJournalFull()) return false;
   LOGW("job %lld is refused: too many deployments waiting\n", static_cast<long long>(order.jobId));
   reportStatus(order, kJobFailed, "too many deployments waiting", name);
   return true;
@@ -63,10 +64,15 @@ void addJob(const JobOrder& order, const std::string& jobDirectory, const Json::
   if (refuseWithoutRoom(order, text.size(), name)) return;
   JobRequest request = acceptJob(text);
   request.jobId = order.jobId;
-  // Before anything is stored or deployed: the deployment reports its own results.
-  reportSuccess(order, kJobDeployed, name);
-  setConfig(key::kJobContent, text);
-  setConfig(key::kJobId, std::to_string(order.jobId));
+  try {
+    // Before anything is stored or deployed: the deployment reports its own results.
+    reportSuccess(order, kJobDeployed, name);
+    setConfig(key::kJobContent, text);
+    setConfig(key::kJobId, std::to_string(order.jobId));
+  } catch (const std::exception& e) {
+    reportFailure(request, e.what());
+    throw;
+  }
   handle1Job(std::move(request));
   rmDir(jobDirectory);
 }

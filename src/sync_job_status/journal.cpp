@@ -8,6 +8,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <exception>
 #include <map>
 #include <thread>
 #include <utility>
@@ -24,6 +25,9 @@ namespace jobm {
 namespace {
 
 constexpr auto kPauseBetweenWrites = std::chrono::minutes(1);
+constexpr auto kLongestHold = std::chrono::minutes(10);
+constexpr std::size_t kMaxKept = 256;
+constexpr std::size_t kMaxKeptBytes = std::size_t{64} * 1024 * 1024;
 constexpr const char* kInterrupted = "interrupted by a restart";
 
 struct Message {
@@ -36,6 +40,8 @@ struct Message {
 struct Report {
   std::int64_t order = 0;  // of arrival
   std::string deployId;
+  bool isAcceptedInStore = false;
+  std::chrono::steady_clock::time_point heldUntil;  // unless it is written before
   std::vector<Message> messages;
   std::size_t underWay = 0;  // how many messages wait for the bridge's answer
 };
@@ -80,6 +86,7 @@ void writeAgain() {
   for (const auto& [ticket, text] : texts) {
     if (!write(ticket, text)) return;
   }
+  journal.nextWriteAgain = {};
 }
 
 Ticket takeFreeSlot() {
@@ -137,11 +144,22 @@ void publishMessages(Ticket ticket) {
   }
 }
 
-// What the bridge did not take.
+// While the store has not taken a report, but says that its deployment was accepted, a restart
+// would contradict it. A store that stays broken must not keep it for ever.
+bool isHeld(Ticket ticket, const Report& report) {
+  return report.isAcceptedInStore && journal.unwritten.contains(ticket) &&
+         std::chrono::steady_clock::now() < report.heldUntil;
+}
+
+bool isReady(Ticket ticket, const Report& report) {
+  return report.underWay == 0 && !report.messages.empty() && !isHeld(ticket, report);
+}
+
+// What the bridge did not take, or the store not before.
 void publishKept() {
   std::map<std::int64_t, Ticket> kept;  // by order of arrival
   for (const auto& [ticket, report] : journal.reports) {
-    if (report.underWay == 0 && !report.messages.empty()) kept[report.order] = ticket;
+    if (isReady(ticket, report)) kept[report.order] = ticket;
   }
   for (const auto& [order, ticket] : kept) publishMessages(ticket);
 }
@@ -200,7 +218,8 @@ Ticket acceptDeployment(const AcceptedDeployment& deployment) {
   entry["taskId"] = deployment.taskId;
   entry["deployType"] = deployment.deployType;
   entry["snapshotIds"] = deployment.snapshotIds;
-  if (write(ticket, json::compact(entry)) || !isNew) return ticket;
+  journal.reports[ticket].isAcceptedInStore = write(ticket, json::compact(entry));
+  if (journal.reports[ticket].isAcceptedInStore || !isNew) return ticket;
   journal.unwritten.erase(ticket);
   journal.reports.erase(ticket);
   journal.isUsed.pop_back();
@@ -227,14 +246,28 @@ void publishReport(Ticket ticket, const std::vector<std::string>& payloads) {
     report.messages.push_back({payload});
     entry["messages"].append(payload);
   }
-  // A report is worth more than the chance that it contradicts what a restart finds.
+  report.heldUntil = std::chrono::steady_clock::now() + kLongestHold;
   static_cast<void>(write(ticket, json::compact(entry)));
-  publishMessages(ticket);
+  if (!isHeld(ticket, report)) publishMessages(ticket);
 }
 
 void publishAgain() {
-  writeAgain();
-  publishKept();
+  try {
+    writeAgain();
+    publishKept();
+  } catch (const std::exception& e) {
+    LOGE("publishAgain Exception e = %s\n", e.what());
+  }
+}
+
+bool isJournalFull() {
+  std::size_t reports = 0;
+  std::size_t bytes = 0;
+  for (const auto& entry : journal.reports) {
+    if (!entry.second.messages.empty()) ++reports;
+    for (const Message& message : entry.second.messages) bytes += message.payload.size();
+  }
+  return reports >= kMaxKept || bytes > kMaxKeptBytes;
 }
 
 Slots readJournal() {

@@ -10,6 +10,7 @@
 #include "runner_api/runner.h"
 #include "scheduler_link/routing.h"
 #include "support/WebServer.h"
+#include "sync_job_status/journal.h"
 #include "util/http_download_kiv.h"
 
 using namespace test;
@@ -89,6 +90,7 @@ Texts reports() {
 const std::string kDeployed = "/scheduler/publish/syncStatusPassive 9 3 job deploy success";
 const Texts kDone = {"/scheduler/publish/syncStatusPassive 9 0 job deploy success"};
 const Texts kUnreadable = {"result [null]\n"};
+const Texts kTooMany = {"/scheduler/publish/syncStatusPassive 9 4 too many deployments waiting"};
 const Texts kNotFetched = {"/scheduler/publish/syncStatusPassive 9 4 Download job package fail"};
 
 TEST(Jobs, are_carried_out_by_their_code) {
@@ -106,6 +108,12 @@ TEST(Jobs, are_carried_out_by_their_code) {
       {"unknown code", "ConfigManager", "{}", {}, 10220, true},
       {"refused name", "../up", "{}", kUnreadable, 10220, false},
       {"no download", "ConfigManager", R"({"content":"m:","type":"kiv"})", kNotFetched, 10201,
+       false},
+      {"no package",
+       "ConfigManager",
+       R"({"content":"{\"deployId\":\"d\",\"deployType\":1} x","type":"inline"})",
+       {kDeployed},
+       10201,
        false},
   };
   for (const Case& c : cases) {
@@ -157,13 +165,12 @@ void answerHeartbeat(const std::string& members) {
 TEST(Jobs, are_refused_where_too_many_wait_and_leave_nothing_behind) {
   const std::string request = R"({"deployId":"d","deployType":0,"resources":[]})";
   const std::size_t room = (std::size_t{64} << 20) - request.size();
-  const Texts refused{"/scheduler/publish/syncStatusPassive 9 4 too many deployments waiting"};
   const Texts accepted{kDeployed, "result []\n"};
   const std::tuple<int, std::size_t, Texts> cases[] = {// how many wait, of how many bytes
                                                        {255, 0, accepted},
-                                                       {256, 0, refused},
+                                                       {256, 0, kTooMany},
                                                        {1, room, accepted},
-                                                       {1, room + 1, refused}};
+                                                       {1, room + 1, kTooMany}};
   for (const auto& [waiting, bytes, expected] : cases) {
     setConfig("gw_jobm_jobId", "of another");
     bool isWrittenDown = false;
@@ -180,6 +187,24 @@ TEST(Jobs, are_refused_where_too_many_wait_and_leave_nothing_behind) {
     EXPECT_TRUE(eventually([] { return !isStored(); }));
     EXPECT_EQ(getConfig("gw_jobm_jobId"), expected == accepted ? "41" : "of another");
   }
+}
+
+TEST(Jobs, are_refused_where_the_bridge_takes_no_reports) {
+  bridge().on("publish", [](const Received& call) {
+    return call.text(1).starts_with("[") ? R"({"code":5})" : "{}";
+  });
+  onLoop([] {
+    while (!isJournalFull()) publishReport(acceptDeployment({"d", "t"}), {"[]"});
+  });
+  EXPECT_EQ(news().size(), 256U);
+  const std::string request = R"({"deployId":"d","deployType":0,"resources":[]})";
+  onLoop([&] { handleJob(9, 10201, 41, "ConfigManager", contentOf(request)); });
+  EXPECT_EQ(reports(), kTooMany);
+  bridge().on("publish", {});
+  EXPECT_TRUE(eventually([] {
+    onLoop(publishAgain);
+    return !isStored();
+  }));
 }
 
 TEST(Jobs, take_their_turn_whatever_they_are_and_are_written_down_before_anybody_is_told) {

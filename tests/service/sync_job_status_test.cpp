@@ -86,6 +86,14 @@ TEST(Journal, keeps_a_report_until_the_bridge_has_taken_every_message_of_it) {
     return parsed(getConfig("gw_jobm_deployment_" + std::to_string(ticket)));
   };
   EXPECT_EQ(stored()["deployId"], "d");
+  setenv("GATEWAY_CONFIG_DB", "/dev/null/none", 1);
+  onLoop([&] { publishReport(ticket, {"[0]"}); });
+  unsetenv("GATEWAY_CONFIG_DB");
+  EXPECT_TRUE(news().empty()) << "a restart would contradict it";
+  onLoop(publishAgain);
+  EXPECT_EQ(news().at(0).payload, parsed("[0]"));
+  EXPECT_TRUE(eventually([&] { return stored().isNull(); }));
+  EXPECT_EQ(accept(), ticket);
   const CapturedLog log;
   bridge().on("publish",
               [](const Received& call) { return call.text(1) == "[2]" ? R"({"code":5})" : "{}"; });

@@ -21,6 +21,10 @@ struct JobRequest {
 /// it before the scheduler is told so.
 [[nodiscard]] JobRequest acceptJob(std::string payload);
 
+/// Reports an accepted request that could not be carried out: every resource failed, with the text
+/// `why`. Nothing if it is reported already, or was not accepted.
+void reportFailure(const JobRequest& job, const std::string& why);
+
 /// Carries out a deployment request. One that arrives while another one is with the parsers or
 /// executors waits for its turn; the order stays. Every outcome is reported to the deploy channel;
 /// a text that isn't a request is only logged. Blocks for the downloads.

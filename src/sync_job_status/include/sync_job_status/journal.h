@@ -34,15 +34,20 @@ struct AcceptedDeployment {
 [[nodiscard]] Ticket acceptDeployment(const AcceptedDeployment& deployment);
 
 /// Publishes the messages of a deployment's report, in order, after writing them down: one durable
-/// write, and another one when the bridge has taken the last of them.
+/// write, and another one when the bridge has taken the last of them. A report that the store does
+/// not take, though it knows of the deployment, is held back until it does, ten minutes at most.
 void publishReport(Ticket ticket, const std::vector<std::string>& payloads);
 
 /// False when the deployment is in the journal and its report is still to come.
 [[nodiscard]] bool isReported(Ticket ticket);
 
 /// Publishes again what the bridge did not take, and writes again what the store did not. Call it
-/// when something shows that the cloud can be reached.
+/// when something shows that the cloud can be reached. Throws nothing.
 void publishAgain();
+
+/// Whether as many reports wait for the bridge (256, or 64 MiB) as may: nothing further should be
+/// accepted.
+[[nodiscard]] bool isJournalFull();
 
 /// What a former process left: one entry a slot.
 using Slots = std::vector<Json::Value>;
