@@ -175,10 +175,17 @@ void recordDeleteReply(const JobCall& call, const Message& message, Json::Value&
 
 using ReplyReader = void (*)(const JobCall&, const Message&, Json::Value& summary);
 
-// Sends the call with the resources as its argument; the reply handler holds copies.
-void sendJobCall(const Executor& executor, const Message& call, const std::string& payload,
-                 JobCall&& job, ReplyReader reader, const JobReplyHandler& onReply) {
-  if (!payload.empty()) call->writeString(payload);
+// The call with the resources, `payload`, as its argument; null for an address that can't be
+// called.
+Message makeJobCall(const Executor& executor, const char* method, const std::string& payload) {
+  Message call = executor.proxy->makeMethodCall(method);
+  if (call && !payload.empty()) call->writeString(payload);
+  return call;
+}
+
+// Sends it; the reply handler holds copies.
+void sendJobCall(const Executor& executor, const Message& call, JobCall&& job, ReplyReader reader,
+                 const JobReplyHandler& onReply) {
   sendMessageWithReply(
       executor.proxy, call,
       [job = std::make_shared<const JobCall>(std::move(job)), reader, onReply](const Message& reply,
@@ -207,6 +214,12 @@ Json::Value unknownExecutor(const std::string& executorName) {
 // The address of the record can't be called at all.
 Json::Value noService() { return immediateResult(kNoService, "Service not exist"); }
 
+// Never sent, never waited for, and not in the job list: nobody would ever have heard of it.
+Json::Value tooLong(const char* method, const Executor& executor) {
+  LOGE("%s for %s is too long for the bus\n", method, executor.executorName.c_str());
+  return immediateResult(kReplyFormat, replyFormatError().message);
+}
+
 }  // namespace
 
 Json::Value deployEJob(const std::string& deployId, const std::string& taskId,
@@ -219,15 +232,16 @@ Json::Value deployEJob(const std::string& deployId, const std::string& taskId,
   }
   logRegistered();
   for (Json::Value& item : resources) item.removeMember("data");
-  const Message call = executor->proxy->makeMethodCall("deployJob");
+  const std::string payload = json::styled(resources);
+  const Message call = makeJobCall(*executor, "deployJob", payload);
   if (!call) return noService();
+  if (!call->fitsBus()) return tooLong("deployJob", *executor);
   if (updateStoredJobs(executorName, resources, kAddJob) != 0) {
     return immediateResult(kStoreFailed, "SetConfigManager_Fail");
   }
-  const std::string payload = json::styled(resources);
   LOGI("deployJob executor :%s payload =%s\n", executorName.c_str(), payload.c_str());
-  sendJobCall(*executor, call, payload, {deployId, taskId, executorName, resources},
-              recordDeployReply, onReply);
+  sendJobCall(*executor, call, {deployId, taskId, executorName, resources}, recordDeployReply,
+              onReply);
   return immediateResult(0, "deploy success");
 }
 
@@ -238,12 +252,13 @@ Json::Value deleteEJob(const std::string& deployId, const std::string& taskId,
   const std::optional<Executor> executor = getExecutor(executorName);
   if (!executor) return unknownExecutor(executorName);
   const bool stored = updateStoredJobs(executorName, resources, kDeleteJob) == 0;
-  const Message call = executor->proxy->makeMethodCall("deleteJob");
-  if (!call) return noService();
   const std::string payload = json::styled(resources);
+  const Message call = makeJobCall(*executor, "deleteJob", payload);
+  if (!call) return noService();
+  if (!call->fitsBus()) return tooLong("deleteJob", *executor);
   LOGI("deleteJob executor :%s payload =%s\n", executorName.c_str(), payload.c_str());
-  sendJobCall(*executor, call, payload, {deployId, taskId, executorName, resources},
-              recordDeleteReply, onReply);
+  sendJobCall(*executor, call, {deployId, taskId, executorName, resources}, recordDeleteReply,
+              onReply);
   return stored ? immediateResult(0, "delete success")
                 : immediateResult(kStoreFailed, "SetConfigManager_Fail");
 }

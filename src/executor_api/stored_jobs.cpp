@@ -46,6 +46,7 @@ Json::Value withAdded(const Json::Value& list, const Json::Value& items) {
 // Positions are visited from the last to the first; `behind` holds what is left behind the present
 // one, nearest last.
 Json::Value withDeleted(const Json::Value& list, const Json::Value& items) {
+  if (list.isNull()) return list;
   std::unordered_map<std::string, std::size_t> given;
   for (const Json::Value& item : items) ++given[idOf(item)];
   std::vector<const Json::Value*> behind;

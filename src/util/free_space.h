@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 namespace jobm {
 
@@ -15,7 +16,13 @@ class Reserve {
   /// or when the reserve is nearer; a file system that doesn't tell its size has room.
   bool isKept(int file, std::uint64_t written, std::uint64_t ahead = 0);
 
+  /// The same for what was made at `path`.
+  bool isKept(const std::string& path, std::uint64_t written);
+
  private:
+  bool isWithinStep(std::uint64_t written);
+  bool takeStep(std::uint64_t left, std::uint64_t ahead);
+
   std::uint64_t unasked = 0;  // bytes that may be written before the kernel is asked again
 };
 

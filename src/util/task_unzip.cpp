@@ -41,8 +41,8 @@ enum Result {
 
 constexpr std::size_t kNameBytes = 512;
 constexpr std::size_t kCopyBytes = 8192;
-/// What a file takes up that has no content, roughly.
-constexpr std::uint64_t kFileCost = 4096;
+/// What a file that has no content takes up, and a directory, roughly.
+constexpr std::uint64_t kEmptyCost = 4096;
 constexpr mode_t kUnpackedMode = 0775;
 /// The greatest number of entries that an archive without the ZIP64 record can state. Some
 /// archivers omit that record and write this for every larger number, too.
@@ -165,6 +165,21 @@ bool readEntry(unzFile archive, const Destination& destination, Entry& entry) {
   return true;
 }
 
+int damaged(int code) {
+  LOGI("error %d\n", code);
+  return kDamaged;
+}
+
+int notWritten(Destination& destination) {
+  destination.writeFailed = true;
+  return damaged(UNZ_ERRNO);
+}
+
+/// Takes note of a directory that was made.
+int countDirectory(Destination& destination, const std::string& directory) {
+  return destination.reserve.isKept(directory, kEmptyCost) ? kDone : notWritten(destination);
+}
+
 int makeDirectory(Destination& destination, const Entry& entry) {
   const std::string path = entry.path.substr(0, entry.path.size() - 1);
   const std::string parent = parentOf(path);
@@ -172,8 +187,7 @@ int makeDirectory(Destination& destination, const Entry& entry) {
     return notCreated(entry.path, EPERM);
   }
   // Fails mostly because it exists; any other reason shows when its files are created.
-  static_cast<void>(mkdir(path.c_str(), kUnpackedMode));
-  return kDone;
+  return mkdir(path.c_str(), kUnpackedMode) == 0 ? countDirectory(destination, path) : kDone;
 }
 
 int makeDirectoryOfFile(Destination& destination, const Entry& entry) {
@@ -181,9 +195,10 @@ int makeDirectoryOfFile(Destination& destination, const Entry& entry) {
   LOGI("dirName = %s\n", directory.c_str());
   if (destination.known.contains(directory)) return kDone;
   if (!isInside(destination, directory)) return notCreated(entry.path, EPERM);
-  if (!isOpenable(directory)) mkDir(directory);
   destination.known.insert(directory);
-  return kDone;
+  if (isOpenable(directory)) return kDone;
+  mkDir(directory);
+  return countDirectory(destination, directory);
 }
 
 /// First pass, one entry. The only place where names are checked: no file is created before all of
@@ -211,16 +226,6 @@ int deleteExisting(const std::string& path) {
   }
   if (!S_ISDIR(found.st_mode)) static_cast<void>(unlink(path.c_str()));
   return kDone;
-}
-
-int damaged(int code) {
-  LOGI("error %d\n", code);
-  return kDamaged;
-}
-
-int notWritten(Destination& destination) {
-  destination.writeFailed = true;
-  return damaged(UNZ_ERRNO);
 }
 
 bool write(Destination& destination, const OutputFile& file, const char* data, int length) {
@@ -257,7 +262,7 @@ int writeFileOf(unzFile archive, const Entry& entry, Destination& destination) {
   if (const int result = deleteExisting(entry.path); result != kDone) return result;
   OutputFile file(entry.path);
   if (!file) return notCreated(entry.path, errno);
-  if (!destination.reserve.isKept(file.get(), kFileCost)) return notWritten(destination);
+  if (!destination.reserve.isKept(file.get(), kEmptyCost)) return notWritten(destination);
   if (const int result = copyData(archive, entry, destination, file); result != kDone) {
     return result;
   }

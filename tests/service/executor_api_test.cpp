@@ -196,6 +196,9 @@ TEST(StoredJobs, are_replaced_appended_and_removed_by_their_ids_with_repeated_on
     EXPECT_EQ(updateStoredJobs("listed", jobsOf(items), ackCode), 0);
     EXPECT_EQ(getConfig("listed"), json::styled(jobsOf(after))) << before << " " << ackCode;
   }
+  setConfig("listed", "no list");
+  EXPECT_EQ(updateStoredJobs("listed", jobsOf("a"), kDeleteJob), 0);
+  EXPECT_EQ(getConfig("listed"), "null\n");
 }
 
 TEST(MethodCalls, tell_the_driver_manager_of_a_finished_batch_once_as_executor_or_as_parser) {

@@ -15,6 +15,7 @@
 #include "scene.h"
 #include "sync_job_status/journal.h"
 #include "sync_job_status/sync_job_status.h"
+#include "util/task_unzip.h"
 #include "wire/codes.h"
 
 using namespace test;
@@ -314,6 +315,11 @@ TEST_F(Faults, of_the_tree_are_reported_where_they_keep_a_resource_from_being_st
   };
   // Where there was no room for the first resource, there is for the one behind it.
   for (const Case& c : cases) EXPECT_EQ(show(c)[1]["success"], c.expected["code"] != 101202);
+  // Directories take room, too.
+  const std::string folders = "/tmp/var/folders.zip";
+  ASSERT_TRUE(writeFile(folders, zipOf({{"folder/", ""}})));
+  ASSERT_TRUE(small(elsewhere, "size=8m")() && writeFile(elsewhere / "large", large));
+  EXPECT_EQ(unzipTask(folders, elsewhere), 6);
 }
 
 TEST_F(Faults, of_an_address_cost_the_resources_of_its_owner_and_no_reset) {
@@ -368,7 +374,9 @@ TEST_F(Faults, of_a_text_are_mended_on_the_bus_and_kept_in_the_store) {
   Json::Value tooLong = text("long", "long");
   tooLong["more"] = std::string(33 << 20, 'x');
   deploy("long", {tooLong});
-  EXPECT_EQ(outcomeOf(detailsOf("long")), outcome(false, {}, {}));
+  EXPECT_EQ(outcomeOf(detailsOf("long")),
+            outcome(false, "101206", "JOBM_ERROR_ExecutorReplyFormatError"));
+  EXPECT_EQ(getConfig("long").find("s-long"), std::string::npos) << "in the executor's job list";
   EXPECT_EQ(parser.count("deployJob"), 0U);
   ordinaryJob();
 }
