@@ -4,7 +4,6 @@
 #include <sys/resource.h>
 
 #include <filesystem>
-#include <iterator>
 #include <system_error>
 
 #include "tables.h"
@@ -26,10 +25,12 @@ bool isShortOfDescriptors() {
   rlimit limit{};
   if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY) return false;
   std::error_code error;
-  const auto open = std::filesystem::directory_iterator("/proc/self/fd", error);
+  std::filesystem::directory_iterator open("/proc/self/fd", error);
+  std::size_t used = 0;
+  for (; !error && open != std::filesystem::directory_iterator(); open.increment(error)) ++used;
   if (error) return error == std::errc::too_many_files_open;
-  const auto used = static_cast<std::size_t>(std::distance(begin(open), end(open)));
-  return used + kReservedDescriptors > limit.rlim_cur;
+  // The listing has one of its own.
+  return used - 1 + kReservedDescriptors > limit.rlim_cur;
 }
 
 }  // namespace

@@ -53,14 +53,21 @@ bool isServed(const Json::Value& registration, const Executor* previous) {
 
 // What the store has under `key` while a registration may still be refused for want of
 // connections: what is stored comes back at the next start.
-ConfigRead rememberStored(const Json::Value& registration, const Executor* previous,
-                          const char* key) {
-  return isServed(registration, previous) ? ConfigRead{} : readConfig(key);
+std::optional<ConfigRead> rememberStored(const Json::Value& registration, const Executor* previous,
+                                         const char* key) {
+  if (isServed(registration, previous)) return std::nullopt;
+  return readConfig(key);
 }
 
-std::string connectOrPutBack(Executor& record, const char* key, const ConfigRead& before) {
+// To read it again would take as long again, and its caller has gone by then.
+bool isUnreadable(const std::optional<ConfigRead>& read) {
+  return read && read->state == ConfigState::kUnreadable;
+}
+
+std::string connectOrPutBack(Executor& record, const char* key,
+                             const std::optional<ConfigRead>& before) {
   std::string error = connectRecord(record);
-  if (!error.empty()) putBack(key, before);
+  if (!error.empty() && before) putBack(key, *before);
   return error;
 }
 
@@ -74,8 +81,9 @@ std::string takeExecutor(const std::string& payload, const Json::Value& registra
   }
   Tables& all = tables();
   const Executor* previous = find(all.executorMap, executorName);
-  const ConfigRead before = rememberStored(registration, previous, key::kExecutors);
-  const int stored = saveExecutor2ConfigManager(executorName, payload);
+  const std::optional<ConfigRead> before = rememberStored(registration, previous, key::kExecutors);
+  const int stored =
+      isUnreadable(before) ? kStoreUnreadable : saveExecutor2ConfigManager(executorName, payload);
   LOGI("saveExecutor2ConfigManager result = %d", stored);
   if (stored == kStoreUnreadable) return "registerExecutor configuration store can't be read";
   LOGI("user executorName = %s", executorName.c_str());
@@ -112,8 +120,9 @@ std::string fillParser(const Json::Value& registration, Origin origin) {
   if (!isPathComponent(executorName)) return "registerParser executorName error";
   Tables& all = tables();
   const Executor* previous = find(all.parserMap, executorName);
-  const ConfigRead before = rememberStored(registration, previous, key::kParsers);
-  const int stored = storeParser(executorName, registration, origin);
+  const std::optional<ConfigRead> before = rememberStored(registration, previous, key::kParsers);
+  const int stored =
+      isUnreadable(before) ? kStoreUnreadable : storeParser(executorName, registration, origin);
   // What is restored is in the store already.
   if (stored == kStoreUnreadable && origin == Origin::kLive) {
     return "registerParser configuration store can't be read";

@@ -19,7 +19,9 @@ std::optional<Json::Value> storedRegistrations(const std::string& key) {
 
 void putBack(const std::string& key, const ConfigRead& before) {
   if (before.state == ConfigState::kUnreadable) return;
-  if (setConfig(key, before.value) != 0) LOGE("%s keeps a refused registration\n", key.c_str());
+  const bool wasAbsent = before.state == ConfigState::kAbsent;
+  if (setConfig(key, wasAbsent ? "{}" : before.value) != 0)
+    LOGE("%s keeps a refused registration\n", key.c_str());
 }
 
 }  // namespace registry
