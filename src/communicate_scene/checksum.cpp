@@ -41,11 +41,13 @@ struct Md5 {
 
 // Empty when the digest can't be had.
 std::string md5Of(const std::vector<char>& bytes) {
-  static const Md5& md5 = *std::make_unique<Md5>().release();  // never freed
+  static auto& md5 = *std::make_unique<std::unique_ptr<Md5>>().release();  // never freed
+  // Tried again where there was no memory for it.
+  if (!md5 || !md5->digest) md5 = std::make_unique<Md5>();
   std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
   unsigned int length = 0;
-  if (!md5.digest || EVP_Digest(bytes.data(), bytes.size(), digest.data(), &length,
-                                md5.digest.get(), nullptr) != 1) {
+  if (!md5->digest || EVP_Digest(bytes.data(), bytes.size(), digest.data(), &length,
+                                 md5->digest.get(), nullptr) != 1) {
     return {};
   }
   std::string text;

@@ -98,6 +98,14 @@ void describe(CURL* handle, const std::string& url, std::FILE* file, Guard& guar
   curl_easy_setopt(handle, CURLOPT_XFERINFODATA, &guard);
 }
 
+bool hasConnected(CURL* handle) {
+  long connections = 0;
+  curl_off_t connectTime = 0;
+  curl_easy_getinfo(handle, CURLINFO_NUM_CONNECTS, &connections);
+  curl_easy_getinfo(handle, CURLINFO_CONNECT_TIME_T, &connectTime);
+  return connections > 0 && connectTime > 0;
+}
+
 Transfer attempt(const std::string& url, std::FILE* file) {
   Transfer done;
   const EasyPtr easy(curl_easy_init());
@@ -108,6 +116,7 @@ Transfer attempt(const std::string& url, std::FILE* file) {
   done.result = curl_easy_perform(easy.get());
   if (done.result == CURLE_ABORTED_BY_CALLBACK) done.result = guard.verdict;
   curl_easy_getinfo(easy.get(), CURLINFO_RESPONSE_CODE, &done.status);
+  done.hasConnected = hasConnected(easy.get());
   done.seconds = std::difftime(std::time(nullptr), begin);
   return done;
 }
@@ -119,23 +128,26 @@ bool emptied(std::FILE* file) {
 
 }  // namespace
 
-// Whether another connection could bring nothing else: the whole file, or a verdict of our own.
+// Whether another connection could bring nothing else: a whole answer, or a verdict of our own; not
+// 200 only if this transfer has opened its connection.
 bool isFinal(const Transfer& done) {
-  return done.status == kOkStatus && (done.result == CURLE_OK || done.result == CURLE_WRITE_ERROR ||
-                                      done.result == CURLE_OPERATION_TIMEDOUT);
+  const bool isWhole = done.result == CURLE_OK || done.result == CURLE_WRITE_ERROR ||
+                       done.result == CURLE_OPERATION_TIMEDOUT;
+  return isWhole && (done.status == kOkStatus || done.hasConnected);
 }
 
 // A kept connection may lead nowhere any more, a kept name to where the server once was; and into a
 // connection that it is about to close a server may write an answer, 408 or 400, to a request that
-// it never got. So only a transfer that had nothing kept is believed when it brings no file, and
+// it never got. So only a transfer that used nothing kept is believed when it brings no file, and
 // after one that brought none nothing is kept.
 Transfer transfer(const std::string& url, std::FILE* file) {
   const bool hadNothing = !kept;
   if (hadNothing) kept = makeShare();
   Transfer done = attempt(url, file);
-  if (isFinal(done)) return done;
+  const bool isBelieved = isFinal(done);
+  if (isBelieved && done.status == kOkStatus) return done;
   releaseConnections();
-  if (hadNothing || !emptied(file)) return done;
+  if (isBelieved || hadNothing || !emptied(file)) return done;
   LOGI("nothing fetched over kept connections (%d, status %ld), again over a new one\n",
        static_cast<int>(done.result), done.status);
   const double before = done.seconds;

@@ -11,8 +11,9 @@ namespace jobm {
 /// How a transfer ended.
 struct Transfer {
   CURLcode result = CURLE_FAILED_INIT;
-  long status = -1;    // of the HTTP answer; 0 when none came
-  double seconds = 0;  // whole ones
+  long status = -1;           // of the HTTP answer; 0 when none came
+  double seconds = 0;         // whole ones
+  bool hasConnected = false;  // over a connection of its own
 };
 
 /// Fetches `url` (http or https) into the open, empty `file` with a fresh easy handle. Connections,

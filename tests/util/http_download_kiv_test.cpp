@@ -40,6 +40,9 @@ TEST(HttpDownload, uses_a_connection_again_and_gets_the_same_over_a_spoilt_one) 
     }
     EXPECT_EQ(server.connections, connections);
   }
+  WebServer another;  // of which nothing was kept
+  EXPECT_EQ(jobm::http_download(another.serve({.status = 404}), kFile), 404);
+  EXPECT_EQ(another.connections, 1);
 }
 
 TEST(HttpDownload, tells_of_a_server_that_fails_after_it_was_reached_what_it_tells_of_a_new_one) {
