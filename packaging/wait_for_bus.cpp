@@ -1,10 +1,11 @@
 // wait-for-bus SOCKET [SECONDS]: ends with status 0 as soon as a bus daemon answers at SOCKET, with
-// 1 when none did within SECONDS (30). For the service's unit: a service that starts without its
-// bus stays without one.
+// 1 when none did within SECONDS (30), or its folder was removed. For the service's unit: a service
+// that starts without its bus stays without one.
 
 #include <dbus/dbus.h>
 #include <poll.h>
 #include <sys/inotify.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -52,12 +53,19 @@ class Folder {
   // Comes back when something in the folder appeared or changed, or after `limit`. From the first
   // call on nothing is missed between two calls.
   void awaitChange(milliseconds limit) const {
-    inotify_add_watch(events, path.c_str(), IN_CREATE | IN_MOVED_TO | IN_ATTRIB);
+    inotify_add_watch(events, path.c_str(), IN_CREATE | IN_MOVED_TO | IN_ATTRIB | IN_DELETE_SELF);
     pollfd waiting{events, POLLIN, 0};
     poll(&waiting, 1, static_cast<int>(limit.count()));
     std::array<char, 4096> seen;
     while (read(events, seen.data(), seen.size()) > 0) {
     }
+  }
+
+  // Whether what the path leads to is removed: it is bound into the unit's view of the file system,
+  // which never gets to see a folder that is made anew.
+  bool isRemoved() const {
+    struct stat info {};
+    return stat(path.c_str(), &info) == 0 && info.st_nlink == 0;
   }
 
  private:
@@ -75,6 +83,10 @@ bool awaitDaemon(const std::string& socket, seconds limit) {
     const auto left = std::chrono::ceil<milliseconds>(end - Clock::now());
     folder.awaitChange(std::min(left, kLongestWait));
     if (answers(socket)) return true;
+    if (folder.isRemoved()) {
+      std::fprintf(stderr, "wait-for-bus: the folder of %s is gone\n", socket.c_str());
+      return false;
+    }
   }
   std::fprintf(stderr, "wait-for-bus: none within %lld s\n", static_cast<long long>(limit.count()));
   return false;
