@@ -15,6 +15,7 @@
 #include <exception>
 #include <utility>
 
+#include "Burst.h"
 #include "DBusErrorGuard.h"
 #include "dbus_wrap/LoopTasks.h"
 
@@ -46,7 +47,7 @@ DServer::DServer(const char* serverName, const char* serverPath)
     : DServer(serverName, serverPath, uv_default_loop()) {}
 
 DServer::DServer(const char* serverName, const char* serverPath, uv_loop_t* serverLoop)
-    : name(serverName), path(serverPath), loop(serverLoop) {}
+    : name(serverName), path(serverPath), loop(serverLoop), burst(std::make_unique<Burst>()) {}
 
 DServer::~DServer() {
   stop();
@@ -197,6 +198,7 @@ void DServer::uvIdleCallback(uv_idle_t* handle) {
 void DServer::takeTurn() {
   if (watch && !std::exchange(ready, false) && !hasUnread()) {
     uv_idle_stop(idle.get());
+    burst->rest();
     return;
   }
   if (!dbus_connection_read_write(connection.get(), kReadWriteMs)) {
@@ -222,6 +224,7 @@ void DServer::popMessages() {
   while (dbus_connection_get_is_connected(connection.get())) {
     DBusMessage* raw = dbus_connection_pop_message(connection.get());
     if (raw == nullptr) return;
+    burst->addTurn();
     try {
       dispatch(raw);
     } catch (const std::exception& e) {

@@ -137,11 +137,13 @@ bool ProxyWorker::waitUntilReady() {
   while (!quit && !released) {
     if (hasUnread()) return true;
     const bool unsent = dbus_connection_has_messages_to_send(mConnectionAsync.get());
+    if (!unsent) burst.rest();
     const auto events = static_cast<short>(unsent ? POLLIN | POLLOUT : POLLIN);
     std::array<pollfd, 3> files{
         {{descriptor, events, 0}, {wakeUp.get(), POLLIN, 0}, {quitEvent().get(), POLLIN, 0}}};
     if (!waitFor(files.data(), files.size(), -1)) continue;
     if (files[1].revents != 0) wakeUp.clear();
+    if ((files[0].revents & POLLOUT) != 0) burst.addTurn();
     if (files[0].revents != 0) return true;
   }
   return false;

@@ -24,6 +24,7 @@
 #include <mutex>
 #include <vector>
 
+#include "Burst.h"
 #include "EventDescriptor.h"
 #include "PendingRequests.h"
 #include "dbus_wrap/DConnection.h"
@@ -91,6 +92,7 @@ class ProxyWorker : public std::enable_shared_from_this<ProxyWorker>, private DC
   ConnectionPtr mConnectionAsync;
   int descriptor = -1;  // the connection's, for waiting; libdbus closes it when the daemon goes
   const EventDescriptor wakeUp;
+  Burst burst;  // of what the socket did not take at once
   PendingRequests requests;
   std::mutex replyLock;
   std::vector<ReceivedReply> replyQueue;  // under replyLock

@@ -12,6 +12,8 @@
 
 namespace quillon {
 
+class Burst;
+
 class DServer : public DConnection {
  public:
   /// A server on the default loop.
@@ -98,6 +100,7 @@ class DServer : public DConnection {
   // start() to stop(), wakes it.
   std::unique_ptr<uv_idle_t> idle;
   std::unique_ptr<uv_poll_t> watch;
+  const std::unique_ptr<Burst> burst;  // of what was popped
   int watchedEvents = 0;
   bool ready = false;  // the descriptor's event has come and no turn has followed yet
   bool runLoop = false;
