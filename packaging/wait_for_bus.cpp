@@ -53,7 +53,7 @@ class Folder {
   // Comes back when something in the folder appeared or changed, or after `limit`. From the first
   // call on nothing is missed between two calls.
   void awaitChange(milliseconds limit) const {
-    inotify_add_watch(events, path.c_str(), IN_CREATE | IN_MOVED_TO | IN_ATTRIB | IN_DELETE_SELF);
+    inotify_add_watch(events, path.c_str(), IN_CREATE | IN_MOVED_TO | IN_ATTRIB);
     pollfd waiting{events, POLLIN, 0};
     poll(&waiting, 1, static_cast<int>(limit.count()));
     std::array<char, 4096> seen;

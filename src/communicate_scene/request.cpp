@@ -237,7 +237,9 @@ JobRequest acceptJob(std::string payload) {
   try {
     if (!json::parse(job.payload, job.parsed)) return job;
     const std::optional<AcceptedDeployment> accepted = readAccepted(std::as_const(job.parsed));
-    if (accepted) job.ticket = acceptDeployment(*accepted);
+    if (!accepted) return job;
+    job.isAccepted = true;
+    job.ticket = acceptDeployment(*accepted);
   } catch (const std::exception& e) {
     LOGI("no deployment is expected of this request: %s\n", e.what());
   }
@@ -245,7 +247,8 @@ JobRequest acceptJob(std::string payload) {
 }
 
 void reportFailure(const JobRequest& job, const std::string& why) {
-  if (isReported(job.ticket)) return;
+  // What is not in the journal was not reported either: nothing throws behind that.
+  if (!job.isAccepted || (job.ticket != kNoTicket && isReported(job.ticket))) return;
   Json::Value request;
   if (!json::parse(job.payload, request)) return;
   const auto accepted = readAccepted(std::as_const(request));

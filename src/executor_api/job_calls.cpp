@@ -251,11 +251,11 @@ Json::Value deleteEJob(const std::string& deployId, const std::string& taskId,
   LOGI("deleteJob executor =%s", executorName.c_str());
   const std::optional<Executor> executor = getExecutor(executorName);
   if (!executor) return unknownExecutor(executorName);
-  const bool stored = updateStoredJobs(executorName, resources, kDeleteJob) == 0;
   const std::string payload = json::styled(resources);
   const Message call = makeJobCall(*executor, "deleteJob", payload);
+  if (call && !call->fitsBus()) return tooLong("deleteJob", *executor);
+  const bool stored = updateStoredJobs(executorName, resources, kDeleteJob) == 0;
   if (!call) return noService();
-  if (!call->fitsBus()) return tooLong("deleteJob", *executor);
   LOGI("deleteJob executor :%s payload =%s\n", executorName.c_str(), payload.c_str());
   sendJobCall(*executor, call, {deployId, taskId, executorName, resources}, recordDeleteReply,
               onReply);

@@ -37,8 +37,8 @@ void reportSuccess(const JobOrder& order, int status, const std::string& name) {
   reportStatus(order, status, "job deploy success", name);
 }
 
-// Refuses a job that would have to wait when the queue is full, before anything of it counts as
-// accepted.
+// Refuses a job when what waits, for its turn or to be reported, is as much as may; before anything
+// of it counts as accepted.
 bool refuseWithoutRoom(const JobOrder& order, std::size_t bytes, const std::string& name) {
   if (hasRoomFor(bytes) && !isJournalFull()) return false;
   LOGW("job %lld is refused: too many deployments waiting\n", static_cast<long long>(order.jobId));

@@ -41,6 +41,7 @@ struct Report {
   std::int64_t order = 0;  // of arrival
   std::string deployId;
   bool isAcceptedInStore = false;
+  bool hasToWait = false;                           // the bridge has refused it, or the store
   std::chrono::steady_clock::time_point heldUntil;  // unless it is written before
   std::vector<Message> messages;
   std::size_t underWay = 0;  // how many messages wait for the bridge's answer
@@ -70,6 +71,9 @@ bool write(Ticket ticket, const std::string& text) {
   const gateway::LogScope scope(gateway::LogSubject::kDeployment, deployId);
   if (setConfig(keyOf(ticket), text) == 0) {
     journal.unwritten.erase(ticket);
+    const auto report = journal.reports.find(ticket);
+    const bool isAcceptance = report != journal.reports.end() && report->second.messages.empty();
+    if (isAcceptance) report->second.isAcceptedInStore = true;
     return true;
   }
   LOGE("%s could not be written, a restart would not know of it.\n", keyOf(ticket).c_str());
@@ -125,6 +129,7 @@ void handleOutcome(Ticket ticket, std::size_t index, int code) {
   } else {
     LOGW("the bridge did not take the report in %s (%d), it is kept.\n", keyOf(ticket).c_str(),
          code);
+    report.hasToWait = true;
   }
   if (report.underWay > 0) return;
   const auto refused = std::find_if_not(report.messages.begin(), report.messages.end(), isTaken);
@@ -218,8 +223,7 @@ Ticket acceptDeployment(const AcceptedDeployment& deployment) {
   entry["taskId"] = deployment.taskId;
   entry["deployType"] = deployment.deployType;
   entry["snapshotIds"] = deployment.snapshotIds;
-  journal.reports[ticket].isAcceptedInStore = write(ticket, json::compact(entry));
-  if (journal.reports[ticket].isAcceptedInStore || !isNew) return ticket;
+  if (write(ticket, json::compact(entry)) || !isNew) return ticket;
   journal.unwritten.erase(ticket);
   journal.reports.erase(ticket);
   journal.isUsed.pop_back();
@@ -248,7 +252,8 @@ void publishReport(Ticket ticket, const std::vector<std::string>& payloads) {
   }
   report.heldUntil = std::chrono::steady_clock::now() + kLongestHold;
   static_cast<void>(write(ticket, json::compact(entry)));
-  if (!isHeld(ticket, report)) publishMessages(ticket);
+  report.hasToWait = isHeld(ticket, report);
+  if (!report.hasToWait) publishMessages(ticket);
 }
 
 void publishAgain() {
@@ -263,9 +268,10 @@ void publishAgain() {
 bool isJournalFull() {
   std::size_t reports = 0;
   std::size_t bytes = 0;
-  for (const auto& entry : journal.reports) {
-    if (!entry.second.messages.empty()) ++reports;
-    for (const Message& message : entry.second.messages) bytes += message.payload.size();
+  for (const auto& [ticket, report] : journal.reports) {
+    if (!report.hasToWait) continue;
+    ++reports;
+    for (const Message& message : report.messages) bytes += message.payload.size();
   }
   return reports >= kMaxKept || bytes > kMaxKeptBytes;
 }

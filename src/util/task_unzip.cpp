@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdint>
@@ -175,9 +176,11 @@ int notWritten(Destination& destination) {
   return damaged(UNZ_ERRNO);
 }
 
-/// Takes note of a directory that was made.
-int countDirectory(Destination& destination, const std::string& directory) {
-  return destination.reserve.isKept(directory, kEmptyCost) ? kDone : notWritten(destination);
+/// Takes note of a directory that was made for an entry, and of those above it.
+int countDirectories(Destination& destination, const std::string& directory, const Entry& entry) {
+  const auto levels = std::count(entry.name.begin(), entry.name.end(), '/');
+  const std::uint64_t cost = static_cast<std::uint64_t>(levels) * kEmptyCost;
+  return destination.reserve.isKept(directory, cost) ? kDone : notWritten(destination);
 }
 
 int makeDirectory(Destination& destination, const Entry& entry) {
@@ -187,7 +190,8 @@ int makeDirectory(Destination& destination, const Entry& entry) {
     return notCreated(entry.path, EPERM);
   }
   // Fails mostly because it exists; any other reason shows when its files are created.
-  return mkdir(path.c_str(), kUnpackedMode) == 0 ? countDirectory(destination, path) : kDone;
+  return mkdir(path.c_str(), kUnpackedMode) == 0 ? countDirectories(destination, path, entry)
+                                                 : kDone;
 }
 
 int makeDirectoryOfFile(Destination& destination, const Entry& entry) {
@@ -198,7 +202,7 @@ int makeDirectoryOfFile(Destination& destination, const Entry& entry) {
   destination.known.insert(directory);
   if (isOpenable(directory)) return kDone;
   mkDir(directory);
-  return countDirectory(destination, directory);
+  return countDirectories(destination, directory, entry);
 }
 
 /// First pass, one entry. The only place where names are checked: no file is created before all of

@@ -138,8 +138,9 @@ bool isFinal(const Transfer& done) {
 
 // A kept connection may lead nowhere any more, a kept name to where the server once was; and into a
 // connection that it is about to close a server may write an answer, 408 or 400, to a request that
-// it never got. So only a transfer that used nothing kept is believed when it brings no file, and
-// after one that brought none nothing is kept.
+// it never got. So an answer that brings no file is believed only over a connection of its own (to
+// a name that is kept for a minute, as libcurl does), and after one that brought none nothing is
+// kept.
 Transfer transfer(const std::string& url, std::FILE* file) {
   const bool hadNothing = !kept;
   if (hadNothing) kept = makeShare();

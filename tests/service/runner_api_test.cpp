@@ -194,9 +194,11 @@ TEST(Jobs, are_refused_where_the_bridge_takes_no_reports) {
     return call.text(1).starts_with("[") ? R"({"code":5})" : "{}";
   });
   onLoop([] {
-    while (!isJournalFull()) publishReport(acceptDeployment({"d", "t"}), {"[]"});
+    for (int i = 0; i < 256; ++i) publishReport(acceptDeployment({"d", "t"}), {"[]"});
+    EXPECT_FALSE(isJournalFull()) << "nobody has refused them yet";
   });
-  EXPECT_EQ(news().size(), 256U);
+  EXPECT_TRUE(eventually([] { return onLoop(isJournalFull); }));
+  news();
   const std::string request = R"({"deployId":"d","deployType":0,"resources":[]})";
   onLoop([&] { handleJob(9, 10201, 41, "ConfigManager", contentOf(request)); });
   EXPECT_EQ(reports(), kTooMany);

@@ -13,6 +13,7 @@ namespace jobm {
 struct JobRequest {
   std::string payload;
   Json::Value parsed{};  // null until the payload is parsed, and if it can't be
+  bool isAccepted = false;
   Ticket ticket = kNoTicket;
   std::int64_t jobId = 0;  // of the order that brought it, 0 without one
 };

@@ -45,8 +45,8 @@ void publishReport(Ticket ticket, const std::vector<std::string>& payloads);
 /// when something shows that the cloud can be reached. Throws nothing.
 void publishAgain();
 
-/// Whether as many reports wait for the bridge (256, or 64 MiB) as may: nothing further should be
-/// accepted.
+/// Whether as many reports as may (256, or 64 MiB) have to wait for a bridge that has refused them,
+/// or for the store: nothing further should be accepted.
 [[nodiscard]] bool isJournalFull();
 
 /// What a former process left: one entry a slot.
