@@ -23,6 +23,9 @@ class Child {
   pid_t id() const { return process; }
   void signal(int number) const;
 
+  /// The pipe's end, to read from before its own end.
+  int outputDescriptor() const { return output; }
+
   /// Everything that it writes, once it has ended; ends the program unless the status was 0.
   std::string readOutput();
 

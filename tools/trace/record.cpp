@@ -42,19 +42,6 @@ std::string localTime(Time time) {
   return formatted(parts, "%H:%M:%S") + fraction(time, 3);
 }
 
-std::string universal(Time time) {
-  const std::time_t seconds = secondsOf(time);
-  std::tm parts{};
-  gmtime_r(&seconds, &parts);
-  return formatted(parts, "%Y-%m-%dT%H:%M:%S") + fraction(time, 6) + "Z";
-}
-
-std::string shown(const End& end) {
-  if (end.address.empty()) return "*";
-  if (end.name == jobm::bus::kJobManager.name) return "task-dispatcher";
-  return end.executor.empty() ? end.name : end.executor;
-}
-
 std::string took(const Record& record) {
   if (!record.took) return "";
   char text[48];
@@ -82,19 +69,6 @@ std::string resultText(const Record& record) {
   return " code " + std::to_string(*code) + (message.empty() ? "" : ", " + message);
 }
 
-std::string whatOf(const Record& record) {
-  switch (record.kind) {
-    case Record::Kind::kAnswer:
-      return record.member + ":" + resultText(record) + took(record);
-    case Record::Kind::kError:
-      return record.member + ": error " + record.error + argumentsText(record) + took(record);
-    case Record::Kind::kUnanswered:
-      return record.member + ": no answer" + took(record);
-    default:
-      return record.member + argumentsText(record);
-  }
-}
-
 void setEnd(Json::Value& json, const char* side, const End& end) {
   const std::string prefix(side);
   if (end.address.empty()) return;
@@ -114,6 +88,32 @@ std::string line(const Json::Value& json) {
 
 }  // namespace
 
+std::string universalTime(Time time) {
+  const std::time_t seconds = secondsOf(time);
+  std::tm parts{};
+  gmtime_r(&seconds, &parts);
+  return formatted(parts, "%Y-%m-%dT%H:%M:%S") + fraction(time, 6) + "Z";
+}
+
+std::string nameOf(const End& end) {
+  if (end.address.empty()) return "*";
+  if (end.name == jobm::bus::kJobManager.name) return "task-dispatcher";
+  return end.executor.empty() ? end.name : end.executor;
+}
+
+std::string whatOf(const Record& record) {
+  switch (record.kind) {
+    case Record::Kind::kAnswer:
+      return record.member + ":" + resultText(record) + took(record);
+    case Record::Kind::kError:
+      return record.member + ": error " + record.error + argumentsText(record) + took(record);
+    case Record::Kind::kUnanswered:
+      return record.member + ": no answer" + took(record);
+    default:
+      return record.member + argumentsText(record);
+  }
+}
+
 std::optional<int> codeOf(const Record& record) {
   Json::Value answer;
   if (record.kind != Record::Kind::kAnswer || record.arguments.empty() ||
@@ -126,12 +126,12 @@ std::optional<int> codeOf(const Record& record) {
 }
 
 std::string textOf(const Record& record) {
-  return traceLine(localTime(record.time), shown(record.from), shown(record.to), whatOf(record));
+  return traceLine(localTime(record.time), nameOf(record.from), nameOf(record.to), whatOf(record));
 }
 
 std::string jsonOf(const Record& record) {
   Json::Value json(Json::objectValue);
-  json["time"] = universal(record.time);
+  json["time"] = universalTime(record.time);
   json["kind"] = kKinds.at(static_cast<std::size_t>(record.kind));
   setEnd(json, "from", record.from);
   setEnd(json, "to", record.to);

@@ -35,6 +35,15 @@ struct Record {
 /// The code that an answer's text carries, {"code": 0}.
 std::optional<int> codeOf(const Record& record);
 
+/// UTC, with microseconds and a "Z".
+std::string universalTime(decltype(Record::time) time);
+
+/// What people call one end: the service, an executor or a bus name; "*" for everybody.
+std::string nameOf(const End& end);
+
+/// What was said, in short: the member with its arguments, or with its result.
+std::string whatOf(const Record& record);
+
 /// For people: a line with its end.
 std::string textOf(const Record& record);
 
