@@ -11,7 +11,7 @@ endif()
 
 set(manual ${CMAKE_BINARY_DIR}/manual)
 set(manual_programs gateway-config gateway-status gateway-trace
-  mqtt-bridge gateway-scheduler gateway-executor gateway-web gateway-job)
+  mqtt-bridge gateway-scheduler gateway-executor gateway-page gateway-web gateway-job)
 set(manual_scripts run gateway-fault)
 set(manual_tables)
 file(MAKE_DIRECTORY ${manual}/tables)

@@ -95,12 +95,23 @@ To see what becomes of a job when something is wrong (all of them: gateway-fault
 END_OF_TEXT
 }
 
+# start_page: what shows all this in a browser, on a free port or on the one it had before. Sets `page_address`.
+start_page() {
+  start gateway-page env "PATH=$build:$PATH" "$build/gateway-page" --root "$repository" --home "$home" \
+    --port "${page_port:-0}"
+  await_log gateway-page '^http://' || return
+  page_address=$(grep '^http://' "$home/logs/gateway-page.log" | tail -n 1)
+  page_port=${page_address//[!0-9:]/}
+  page_port=${page_port##*:}
+}
+
 # start_part NAME
 start_part() {
   case $1 in
     broker) start_broker ;;
     gateway-scheduler) start_scheduler ;;
     gateway-web) start_web ;;
+    gateway-page) start_page ;;
     # What it needs may be away just now, so its registration is not waited for.
     task-dispatcher) launch_service ;;
     bridge-watch) start bridge-watch watch_bridge ;;

@@ -1,0 +1,188 @@
+#include "commands.h"
+
+#include <algorithm>
+#include <array>
+#include <filesystem>
+
+#include "config_store.h"
+#include "lib/file_text.h"
+#include "lib/json_helper.h"
+#include "package/manifest.h"
+#include "tail.h"
+#include "util/task_unzip.h"
+
+namespace gateway {
+namespace {
+
+namespace fs = std::filesystem;
+using jobm::json::textOf;
+
+constexpr int kStoreTimeoutMs = 2000;
+constexpr const char* kManifest = "manifest.json";
+
+// With the environment that scripts/run has written for those who come from outside; there is none
+// before the gateway is complete.
+Outcome runInside(const Places& places, const std::vector<std::string>& words) {
+  constexpr const char* kScript =
+      "[ -e \"$0/environment\" ] || { echo 'The gateway is not complete yet.'; exit 1; }; "
+      ". \"$0/environment\" && exec \"$@\" 2>&1";
+  std::vector<std::string> command = {"bash", "-c", kScript, places.home};
+  command.insert(command.end(), words.begin(), words.end());
+  Outcome outcome;
+  outcome.isDone = runProgram(command, outcome.text) == 0;
+  return outcome;
+}
+
+// Programs take what begins with a dash for an option.
+bool isWord(const std::string& text) { return !text.empty() && text[0] != '-'; }
+
+fs::path uploads(const Places& places) { return fs::path(places.home) / "uploads"; }
+fs::path samples(const Places& places) { return fs::path(places.root) / "gateway/samples"; }
+
+void listFolders(const fs::path& parent, bool own, Json::Value& list) {
+  std::error_code error;
+  std::vector<std::string> names;
+  for (const auto& entry : fs::directory_iterator(parent, error)) {
+    if (fs::exists(entry.path() / kManifest, error)) names.push_back(entry.path().filename());
+  }
+  std::ranges::sort(names);
+  for (const std::string& name : names) {
+    Json::Value folder(Json::objectValue);
+    folder["name"] = name;
+    folder["own"] = own;
+    list.append(folder);
+  }
+}
+
+// Only what folders() lists.
+std::string pathOf(const Places& places, const Json::Value& request) {
+  for (const Json::Value& folder : folders(places)) {
+    if (folder["name"] != request["folder"] || folder["own"] != request["own"]) continue;
+    const fs::path parent = folder["own"].asBool() ? uploads(places) : samples(places);
+    return parent / folder["name"].asString();
+  }
+  return "";
+}
+
+// A path below the folder, and of nothing but names.
+bool isInside(const fs::path& path) {
+  return !path.empty() && path.is_relative() && path.string().find('\0') == std::string::npos &&
+         std::ranges::none_of(path, [](const fs::path& name) {
+           return name.empty() || name == ".." || name == ".";
+         });
+}
+
+// The folder itself may be the archive's or the dropped folder's only entry.
+std::string raiseManifest(const fs::path& folder) {
+  std::error_code error;
+  if (fs::exists(folder / kManifest, error)) return "";
+  for (const auto& entry : fs::directory_iterator(folder, error)) {
+    if (!fs::exists(entry.path() / kManifest, error)) continue;
+    const fs::path inner = folder.string() + ".inner";
+    fs::rename(entry.path(), inner, error);
+    fs::remove_all(folder, error);
+    fs::rename(inner, folder, error);
+    return error ? error.message() : "";
+  }
+  return "There is no manifest.json in it.";
+}
+
+std::string writeFiles(const fs::path& folder,
+                       const std::vector<std::pair<std::string, std::string>>& files) {
+  std::error_code error;
+  for (const auto& [name, content] : files) {
+    if (!isInside(name)) return "'" + name + "' is no path in a folder.";
+    const fs::path path = folder / name;
+    fs::create_directories(path.parent_path(), error);
+    if (!jobm::writeFile(path, content)) return "'" + name + "' can't be written.";
+  }
+  if (files.size() != 1 || fs::path(files[0].first).extension() != ".zip") return "";
+  const fs::path archive = folder / files[0].first;
+  if (jobm::unzipTask(archive, folder) != 0) return "The archive can't be unpacked.";
+  fs::remove(archive, error);
+  return "";
+}
+
+bool isSecret(std::string key) {
+  constexpr std::array kWords = {"secret", "password", "passwd", "token", "private"};
+  std::ranges::transform(key, key.begin(), [](unsigned char c) { return std::tolower(c); });
+  return std::ranges::any_of(kWords,
+                             [&](const char* word) { return key.find(word) != std::string::npos; });
+}
+
+}  // namespace
+
+Json::Value folders(const Places& places) {
+  Json::Value list(Json::arrayValue);
+  listFolders(samples(places), false, list);
+  listFolders(uploads(places), true, list);
+  return list;
+}
+
+Outcome playFault(const Places& places, const Json::Value& request) {
+  const std::string part = textOf(request, "part");
+  const std::string fault = textOf(request, "fault");
+  if (!isWord(part) || !isWord(fault)) return {false, "A fault has a part and a name."};
+  return runInside(places, {"gateway-fault", "--home", places.home, part, fault});
+}
+
+Outcome listFaults(const Places& places) {
+  Outcome outcome;
+  outcome.isDone =
+      runProgram({places.root + "/scripts/gateway-fault", "--describe"}, outcome.text) == 0;
+  return outcome;
+}
+
+Outcome submitJob(const Places& places, const Json::Value& request) {
+  const std::string command = textOf(request, "command");
+  std::vector<std::string> words = {"gateway-job", command};
+  if (command == "trigger") {
+    words.push_back(textOf(request, "text"));
+  } else if (command == "delete" && request.isMember("jobId")) {
+    words.insert(words.end(), {"--job", textOf(request, "jobId")});
+  } else if (command == "add" || command == "delete") {
+    words.push_back(pathOf(places, request));
+  } else if (command != "reset") {
+    return {false, "There is no such command."};
+  }
+  if (!isWord(words.back())) return {false, "There is no such folder or text."};
+  if (request["scheduler"] == true) words.emplace_back("--scheduler");
+  if (request["encrypt"] == true) words.emplace_back("--encrypt");
+  if (command != "trigger") words.emplace_back("--no-wait");
+  return runInside(places, words);
+}
+
+Outcome takeFolder(const Places& places, const std::string& name,
+                   const std::vector<std::pair<std::string, std::string>>& files) {
+  if (!isInside(name) || fs::path(name).has_parent_path() || files.empty()) {
+    return {false, "Drop a folder with a manifest.json, or a ZIP archive of one."};
+  }
+  const fs::path incoming = uploads(places) / ("." + uniqueText());
+  const fs::path folder = uploads(places) / name;
+  std::error_code error;
+  fs::create_directories(incoming, error);
+  std::string failure = writeFiles(incoming, files);
+  if (failure.empty()) failure = raiseManifest(incoming);
+  if (failure.empty()) {
+    fs::remove_all(folder, error);
+    fs::rename(incoming, folder, error);
+  }
+  if (failure.empty() && error) failure = error.message();
+  if (!failure.empty()) fs::remove_all(incoming, error);
+  return {failure.empty(), failure.empty() ? name : failure};
+}
+
+Json::Value storeContent() {
+  Json::Value content(Json::arrayValue);
+  const auto entries = config_store::list(kStoreTimeoutMs);
+  if (!entries) return content;
+  for (const auto& [key, value] : *entries) {
+    Json::Value entry(Json::objectValue);
+    entry["key"] = key;
+    if (!isSecret(key)) entry["value"] = value;
+    content.append(entry);
+  }
+  return content;
+}
+
+}  // namespace gateway

@@ -1,0 +1,118 @@
+// Every order, what became of it, and how long that took.
+import { by, button, el, offer, oncePerFrame, post, read } from './dom.js';
+
+const jobs = new Map();  // token -> what is known of the order
+const open = new Set();  // tokens whose details somebody looks at
+let advice = { codes: new Map(), numbers: [] };
+
+/** The tables of the document for operators: a code's cause, and a download's number's. */
+async function loadAdvice() {
+  const text = await (await fetch('advice')).text();
+  for (const line of text.split('\n')) {
+    const [, code, cause, remedy] = line.split('|').map(cell => cell.trim());
+    if (!remedy) continue;
+    const sentence = `${cause}: ${remedy}`;
+    if (/^\d{6}$/.test(code)) advice.codes.set(code, sentence);
+    else if (/^[\d−]/.test(code)) advice.numbers.push([code, sentence]);
+  }
+  update();
+}
+
+function isMeant(range, number) {
+  const [low, high] = range.split(' to ').map(Number);
+  return high ? number >= low && number <= high : range.replace('−', '-').split(', ').map(Number).includes(number);
+}
+
+function adviceFor(row) {
+  const number = String(row.code) === '101208' && /Fail_(-?\d+)$/.exec(row.message);
+  const found = number && advice.numbers.find(([range]) => isMeant(range, Number(number[1])));
+  return found ? found[1] : advice.codes.get(String(row.code)) ?? '';
+}
+
+export function forget() { jobs.clear(); }
+
+export function add(event) {
+  const job = jobs.get(event.token) ?? { token: event.token, times: {}, resources: [] };
+  jobs.set(event.token, Object.assign(job, { jobId: event.jobId, deployId: event.deployId || job.deployId }));
+  job.times[event.event] = event.time;
+  if (event.event === 'report') Object.assign(job, { resources: event.resources, succeeded: event.succeeded });
+  if (event.event === 'status') Object.assign(job, { status: event.jobStatus, detail: event.result?.detail });
+  if (event.event === 'status' && (!event.deployId || event.jobStatus === 4)) job.succeeded = event.succeeded;
+  update();
+}
+
+function stateOf(job) {
+  if (job.succeeded === true) return 'succeeded';
+  if (job.succeeded === false) return 'failed';
+  if (job.times.status) return 'accepted';
+  return job.times['handed out'] ? 'handed out' : 'waits for a heartbeat';
+}
+
+const shownValue = value => (value === null || value === undefined ? '–' : String(value));
+
+function resultTable(job) {
+  const heads = ['resource', 'type', 'result', 'code', 'message'];
+  const rows = job.resources.flatMap(row => {
+    const result = `${row.operate === 1 ? 'delete' : 'add'} ${row.succeeded ? 'ok' : 'FAILED'}`;
+    const cells = [row.resourceId ?? row.snapshotId, row.resourceType, result, row.code, row.message];
+    const sentence = row.succeeded ? '' : adviceFor(row);
+    return [el('tr', { className: row.succeeded ? '' : 'bad' }, ...cells.map(value => el('td', {}, shownValue(value)))),
+      ...(sentence ? [el('tr', { className: 'advice' }, el('td', { colSpan: heads.length }, sentence))] : [])];
+  });
+  return el('div', { className: 'wide' },
+    el('table', {}, el('thead', {}, el('tr', {}, ...heads.map(head => el('th', {}, head)))), el('tbody', {}, ...rows)));
+}
+
+const duration = ms => (ms < 10000 ? `${Math.round(ms)} ms` : `${(ms / 1000).toFixed(1)} s`);
+
+async function loadPhases(job) {
+  const { queued, 'handed out': begun, report } = job.times;
+  const phases = [];
+  if (queued && begun) phases.push(`waited ${duration(begun - queued)}`);
+  if (begun && report) {
+    const seen = await read(`phases?from=${new Date(begun - 5).toISOString()}&to=${new Date(report + 5).toISOString()}`)
+      .catch(() => ({}));
+    const inOrder = Object.entries(seen).sort(([, [one]], [, [other]]) => (one < other ? -1 : 1));
+    for (const [name, [from, to]] of inOrder) {
+      phases.push(`${name} ${duration(Date.parse(to) - Date.parse(from))}`);
+    }
+    phases.push(`altogether ${duration(report - begun)}`);
+  }
+  if (job.phases === phases.join(', ')) return;
+  job.phases = phases.join(', ');
+  update();
+}
+
+function entry(job) {
+  const state = stateOf(job);
+  const name = job.deployId || `order of job ${job.jobId}`;
+  const details = el('details', { open: open.has(job.token), className: `job ${state}` },
+    el('summary', {}, el('span', {}, name), el('span', { className: 'state' }, state)));
+  details.ontoggle = () => {
+    if (details.open === open.has(job.token)) return;
+    details.open ? open.add(job.token) : open.delete(job.token);
+    update();
+  };
+  if (!open.has(job.token)) return details;
+  loadPhases(job);
+  details.append(el('p', {}, `job ${job.jobId}`, job.detail ? `, ${job.detail}` : '', job.phases ? `; ${job.phases}` : ''));
+  if (job.resources.length > 0) details.append(resultTable(job));
+  details.append(button('Delete this job', () => post('job', { command: 'delete', jobId: String(job.jobId) })));
+  return details;
+}
+
+const mostShown = 100;
+
+const update = oncePerFrame(() => {
+  const focused = document.activeElement?.closest('details')?.dataset.token;
+  const entries = [...jobs.values()].reverse().slice(0, mostShown).map(job => {
+    const element = entry(job);
+    element.dataset.token = job.token;
+    return element;
+  });
+  by('job-list').replaceChildren(...(entries.length > 0 ? entries : ['none yet']));
+  entries.find(element => element.dataset.token === focused)?.firstChild.focus();
+  offer(by('filter-job'), [...jobs.values()].map(job => job.deployId || String(job.jobId)));
+});
+
+loadAdvice();

@@ -1,0 +1,58 @@
+// The connection to the gateway, and who gets what comes over it.
+import { by } from './dom.js';
+import * as chart from './chart.js';
+import * as gateway from './gateway.js';
+import * as jobs from './jobs.js';
+import { showStore } from './store.js';
+import './submit.js';
+
+let events;
+let page;
+let storeTimer;
+let since;
+
+function say(text, isBad) {
+  by('connection').textContent = text;
+  by('connection').className = isBad ? 'bad' : '';
+}
+
+function begin(start) {
+  // Another process serves it now, whose files and token may be others.
+  if (page && page !== start.page) return void location.reload();
+  page = start.page;
+  say('connected', false);
+  jobs.forget();
+  chart.begin(start);
+  showStore();
+}
+
+function takeOrder(event) {
+  jobs.add(event);
+  clearTimeout(storeTimer);
+  storeTimer = setTimeout(showStore, 500);
+  // Only its report tells which resources the job is about.
+  if (event.event === 'report' && event.time > since && event.deployId === by('filter-job').value) connect();
+}
+
+function connect() {
+  events?.close();
+  const wanted = new URLSearchParams({ job: by('filter-job').value, executor: by('filter-executor').value });
+  for (const name of ['failures', 'routine']) if (by(`filter-${name}`).checked) wanted.set(name, '');
+  since = Date.now();
+  events = new EventSource(`events?${wanted}`);
+  const on = (name, take) => events.addEventListener(name, event => take(JSON.parse(event.data)));
+  on('start', begin);
+  on('rows', chart.add);
+  on('order', takeOrder);
+  on('state', gateway.show);
+  const own = events;
+  events.onerror = () => {
+    say('The connection is lost; trying again …', true);
+    // The browser tries again by itself, but not after a refusal.
+    if (own.readyState === EventSource.CLOSED) setTimeout(() => own === events && connect(), 1000);
+  };
+}
+
+by('filters').onchange = connect;
+by('filters').onsubmit = event => event.preventDefault();
+connect();
