@@ -11,6 +11,7 @@
 namespace gateway {
 namespace {
 
+constexpr int kStatusFailed = 4;
 constexpr std::size_t kColumns = 6;
 using Row = std::array<std::string, kColumns>;
 
@@ -21,13 +22,6 @@ std::string cell(const Json::Value& value) {
   std::string text = jobm::json::compact(value);
   while (text.ends_with('\n')) text.pop_back();
   return text;
-}
-
-// A deletion that nobody reports is no failure: only executors report them, and not every type of
-// resource has one.
-bool isSuccess(const Json::Value& row) {
-  if (row["success"].isNull()) return row["operate"] == 1;
-  return row["success"].isBool() && row["success"].asBool();
 }
 
 std::string operation(const Json::Value& operate) {
@@ -57,6 +51,20 @@ std::string aligned(const std::vector<Row>& rows) {
 }
 
 }  // namespace
+
+bool isLastWord(const Json::Value& event) {
+  const std::string kind = jobm::json::textOf(event, "event");
+  const bool isDeployment = !jobm::json::textOf(event, "deployId").empty();
+  return kind == "report" ||
+         (kind == "status" && (!isDeployment || event["jobStatus"] == kStatusFailed));
+}
+
+// A deletion that nobody reports is no failure: only executors report them, and not every type of
+// resource has one.
+bool isSuccess(const Json::Value& row) {
+  if (row["success"].isNull()) return row["operate"] == 1;
+  return row["success"].isBool() && row["success"].asBool();
+}
 
 bool succeeded(const Json::Value& event) {
   if (jobm::json::textOf(event, "event") == "status") return event["jobStatus"] == 0;

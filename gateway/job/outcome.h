@@ -8,8 +8,15 @@
 
 namespace gateway {
 
+/// Whether `event` is the last word on its order: the deployment's report, or for orders without a
+/// deployment (and for packages that could not be fetched) the status.
+bool isLastWord(const Json::Value& event);
+
 /// True when `event` (the last word on an order) says that everything succeeded.
 bool succeeded(const Json::Value& event);
+
+/// True when a report's row says so of its resource.
+bool isSuccess(const Json::Value& row);
 
 /// The event as a table, one line per resource.
 std::string tableOf(const Json::Value& event);

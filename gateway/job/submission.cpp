@@ -10,6 +10,7 @@
 
 #include "common/mqtt_client.h"
 #include "lib/json_helper.h"
+#include "outcome.h"
 #include "package/manifest.h"
 
 namespace gateway {
@@ -20,7 +21,6 @@ using Clock = std::chrono::steady_clock;
 constexpr const char* kSubmitTopic = "local/scheduler/submit";
 constexpr const char* kResultTopic = "local/scheduler/result/";
 constexpr int kQos = 1;
-constexpr int kStatusFailed = 4;
 constexpr int kLongestPump = 20000;  // milliseconds
 constexpr int kConnectSeconds = 10;
 
@@ -33,13 +33,6 @@ std::string shownLines(std::string_view text) {
     text.remove_prefix(std::min(line.size() + 1, text.size()));
   }
   return shown;
-}
-
-bool isLastWord(const Order& order, const Json::Value& event) {
-  const std::string kind = jobm::json::textOf(event, "event");
-  if (kind == "report") return true;
-  if (kind != "status") return false;
-  return order.ackCode != kAddJob || event["jobStatus"] == kStatusFailed;
 }
 
 // Serves the connection until `done`. Returns false when it is lost or `until` has passed.
@@ -79,7 +72,7 @@ std::string submit(const Broker& broker, const Order& order, int seconds, Json::
                          if (finished || !jobm::json::parse(payload, event) || !event.isObject())
                            return;
                          lastHeard = jobm::json::textOf(event, "event");
-                         finished = isLastWord(order, event);
+                         finished = isLastWord(event);
                          if (finished) result = event;
                        },
                    .subscribed = [&](bool granted) { subscribed = granted; }});
