@@ -1,5 +1,7 @@
 #include "commands.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
 #include <filesystem>
@@ -7,8 +9,8 @@
 #include "config_store.h"
 #include "lib/file_text.h"
 #include "lib/json_helper.h"
+#include "neighbour/child.h"
 #include "package/manifest.h"
-#include "tail.h"
 #include "util/task_unzip.h"
 
 namespace gateway {
@@ -20,6 +22,17 @@ using jobm::json::textOf;
 constexpr int kStoreTimeoutMs = 2000;
 constexpr const char* kManifest = "manifest.json";
 
+Outcome runProgram(const std::vector<std::string>& command) {
+  Child child(command, "/dev/null", true);
+  Outcome outcome;
+  std::array<char, 4096> part;
+  for (ssize_t got = 0; (got = read(child.outputDescriptor(), part.data(), part.size())) > 0;) {
+    outcome.text.append(part.data(), static_cast<std::size_t>(got));
+  }
+  outcome.isDone = child.wait() == 0;
+  return outcome;
+}
+
 // With the environment that scripts/run has written for those who come from outside; there is none
 // before the gateway is complete.
 Outcome runInside(const Places& places, const std::vector<std::string>& words) {
@@ -28,9 +41,7 @@ Outcome runInside(const Places& places, const std::vector<std::string>& words) {
       ". \"$0/environment\" && exec \"$@\" 2>&1";
   std::vector<std::string> command = {"bash", "-c", kScript, places.home};
   command.insert(command.end(), words.begin(), words.end());
-  Outcome outcome;
-  outcome.isDone = runProgram(command, outcome.text) == 0;
-  return outcome;
+  return runProgram(command);
 }
 
 // Programs take what begins with a dash for an option.
@@ -42,8 +53,11 @@ fs::path samples(const Places& places) { return fs::path(places.root) / "gateway
 void listFolders(const fs::path& parent, bool own, Json::Value& list) {
   std::error_code error;
   std::vector<std::string> names;
-  for (const auto& entry : fs::directory_iterator(parent, error)) {
-    if (fs::exists(entry.path() / kManifest, error)) names.push_back(entry.path().filename());
+  for (fs::directory_iterator at(parent, error), end; at != end; at.increment(error)) {
+    const std::string name = at->path().filename();
+    std::error_code ignored;
+    // One that begins with a dot is not complete.
+    if (name[0] != '.' && fs::exists(at->path() / kManifest, ignored)) names.push_back(name);
   }
   std::ranges::sort(names);
   for (const std::string& name : names) {
@@ -127,10 +141,7 @@ Outcome playFault(const Places& places, const Json::Value& request) {
 }
 
 Outcome listFaults(const Places& places) {
-  Outcome outcome;
-  outcome.isDone =
-      runProgram({places.root + "/scripts/gateway-fault", "--describe"}, outcome.text) == 0;
-  return outcome;
+  return runProgram({places.root + "/scripts/gateway-fault", "--describe"});
 }
 
 Outcome submitJob(const Places& places, const Json::Value& request) {
@@ -172,17 +183,31 @@ Outcome takeFolder(const Places& places, const std::string& name,
   return {failure.empty(), failure.empty() ? name : failure};
 }
 
-Json::Value storeContent() {
-  Json::Value content(Json::arrayValue);
-  const auto entries = config_store::list(kStoreTimeoutMs);
-  if (!entries) return content;
-  for (const auto& [key, value] : *entries) {
-    Json::Value entry(Json::objectValue);
-    entry["key"] = key;
-    if (!isSecret(key)) entry["value"] = value;
-    content.append(entry);
+bool hideSecrets(Json::Value& value) {
+  bool found = false;
+  Json::Value inner;
+  if (value.isString() && jobm::json::parse(value.asString(), inner) && hideSecrets(inner)) {
+    value = inner;
+    found = true;
+  } else if (value.isArray()) {
+    for (Json::Value& one : value) found = hideSecrets(one) || found;
+  } else if (value.isObject()) {
+    for (const std::string& name : value.getMemberNames()) {
+      const bool secret = isSecret(name);
+      if (secret) value[name] = "(a secret)";
+      found = secret || hideSecrets(value[name]) || found;
+    }
   }
-  return content;
+  return found;
+}
+
+Outcome storeContent() {
+  const auto entries = config_store::list(kStoreTimeoutMs);
+  if (!entries) return {false, "The store can't be read."};
+  Json::Value content(Json::objectValue);
+  for (const auto& [key, value] : *entries) content[key] = value;
+  hideSecrets(content);
+  return {true, jobm::json::compact(content)};
 }
 
 }  // namespace gateway

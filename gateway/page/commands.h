@@ -12,7 +12,7 @@ namespace gateway {
 /// Where things are.
 struct Places {
   std::string home;  // of the local gateway that runs
-  std::string root;  // its programs' folder, with gateway/samples in it
+  std::string root;  // the folder with gateway/page, gateway/samples, scripts and docs
 };
 
 /// What became of a request: whether it was done, and what is said to people.
@@ -38,7 +38,11 @@ Outcome submitJob(const Places& places, const Json::Value& request);
 Outcome takeFolder(const Places& places, const std::string& name,
                    const std::vector<std::pair<std::string, std::string>>& files);
 
-/// The configuration store, as a list of {"key", "value"}; without the values of secrets.
-Json::Value storeContent();
+/// The configuration store, as an object from keys to values, without those that are secret.
+Outcome storeContent();
+
+/// Replaces in `value`, and in what its texts hold where that is JSON, whatever its name says to be
+/// secret. Returns whether there was any.
+bool hideSecrets(Json::Value& value);
 
 }  // namespace gateway

@@ -1,47 +1,103 @@
 #include "feed.h"
 
 #include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/inotify.h>
 
 #include <algorithm>
 #include <array>
-#include <chrono>
 #include <cstdlib>
+#include <memory>
 #include <string_view>
-#include <utility>
 
 #include "common/options.h"
 #include "job/outcome.h"
 #include "lib/json_helper.h"
+#include "neighbour/child.h"
 
 namespace gateway {
 namespace {
 
 using Clock = std::chrono::steady_clock;
+using jobm::json::textOf;
 
 // A page that is loaded again, or has lost its connection, is back by then and has missed nothing.
 constexpr std::chrono::seconds kLinger{15};
-constexpr std::chrono::milliseconds kTurn{100};
-constexpr const char* kPlayed = "played: ";  // a part and its fault; by scripts/stay.sh
+// What comes together is read together, and put in the order in which it happened.
+constexpr std::chrono::milliseconds kTogether{100};
+constexpr std::chrono::seconds kPause{1};
+constexpr std::size_t kMostRecords = 100'000;
+constexpr std::string_view kPlayed = "played: ";  // a part and its fault; by scripts/stay.sh
 constexpr const char* kOrderTopic = "local/scheduler/result/";
 
-// Adds what gateway-job would say of an order and of each of its resources.
-void judge(Json::Value& event) {
-  event["succeeded"] = succeeded(event);
-  Json::Value one;
-  for (Json::Value& row : event["resources"]) {
-    one["resources"][0] = row;
-    row["succeeded"] = succeeded(one);
+// A program that prints into a file; started again when it has ended, but not at once.
+class Printer {
+ public:
+  Printer(std::vector<std::string> words, std::string path)
+      : command(std::move(words)), file(std::move(path)) {
+    partLines();
+  }
+
+  // Returns when to call this again at the latest.
+  Clock::time_point keep() {
+    if (child && child->end(0)) {
+      child.reset();
+      startAt = Clock::now() + kPause;
+      partLines();
+    }
+    if (!child && Clock::now() >= startAt) child = std::make_unique<Child>(command, file);
+    return child ? Clock::time_point::max() : startAt;
+  }
+
+ private:
+  // An empty line between the lines of two processes, one of which may have ended in a line.
+  void partLines() const { std::ofstream(file, std::ios::app) << "\n\n"; }
+
+  const std::vector<std::string> command;
+  const std::string file;
+  std::unique_ptr<Child> child;
+  Clock::time_point startAt;
+};
+
+// Until one of the descriptors has something to tell, which is then forgotten.
+void awaitAny(const std::array<int, 2>& descriptors, Clock::time_point until) {
+  std::array<pollfd, 2> ready{{{descriptors[0], POLLIN, 0}, {descriptors[1], POLLIN, 0}}};
+  const auto left = std::max(until - Clock::now(), Clock::duration{0});
+  const auto wait = std::chrono::ceil<std::chrono::milliseconds>(left).count();
+  poll(ready.data(), ready.size(), until == Clock::time_point::max() ? -1 : static_cast<int>(wait));
+  std::this_thread::sleep_for(kTogether);
+  std::array<char, 4096> seen;
+  for (const int descriptor : descriptors) {
+    while (read(descriptor, seen.data(), seen.size()) > 0) {
+    }
   }
 }
 
-// The time of a record's line; in a text inside the marks would have backslashes.
-std::string timeOf(const std::string& line) {
-  constexpr std::string_view kMark = "\"time\":\"";
-  const std::size_t begin = line.rfind(kMark);
-  return begin == std::string::npos ? "" : line.substr(begin + kMark.size(), 27);
+// Adds what gateway-job would say of an order that is over, and of each of its resources.
+void judge(Json::Value& event) {
+  if (!isLastWord(event)) return;
+  for (Json::Value& row : event["resources"]) {
+    if (!row.isObject()) return;
+    row["succeeded"] = isSuccess(row);
+  }
+  event["succeeded"] = succeeded(event);
 }
 
 }  // namespace
+
+Tail::Tail(std::string given) : path(std::move(given)) {}
+
+std::vector<std::string> Tail::lines() {
+  if (!in.is_open()) in.open(path);
+  std::vector<std::string> whole;
+  in.clear();
+  for (std::string part; std::getline(in, part); begun.clear()) {
+    begun += part;
+    if (in.eof()) break;
+    whole.push_back(std::move(begun));
+  }
+  return whole;
+}
 
 Feed::Viewer::Viewer(Feed& given) : feed(given) {
   const std::lock_guard guard(feed.lock);
@@ -52,16 +108,18 @@ Feed::Viewer::Viewer(Feed& given) : feed(given) {
 Feed::Viewer::~Viewer() {
   const std::lock_guard guard(feed.lock);
   --feed.viewers;
+  feed.leftAt = Clock::now();
+  eventfd_write(feed.bell.number, 1);
 }
 
-Feed::Feed(const std::string& home)
-    : seen(home + "/page.records"),
-      takenUntil(seen.size() == 0 ? "" : timeOf(seen.at(seen.size() - 1))),
+Feed::Feed(std::string where)
+    : home(std::move(where)),
       traceStart(std::strtod(environment("GATEWAY_TRACE_START").c_str(), nullptr)),
-      notes(environment("GATEWAY_TRACE", home + "/trace")),
+      bell(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
+      bus(home + "/page.trace"),
+      notes(home + "/trace"),
       messages(home + "/messages"),
       noteTime(traceStart),
-      extent{.records = seen.size()},
       thread([this] { run(); }) {
   thread.detach();
 }
@@ -70,6 +128,17 @@ Feed::Extent Feed::waitBeyond(const Extent& known, int seconds) const {
   std::unique_lock guard(lock);
   changed.wait_for(guard, std::chrono::seconds(seconds), [&] { return extent != known; });
   return extent;
+}
+
+std::string Feed::record(std::size_t number) const {
+  const std::lock_guard guard(lock);
+  const std::size_t oldest = extent.records - records.size();
+  return number >= oldest && number < extent.records ? records[number - oldest] : "";
+}
+
+std::size_t Feed::oldestRecord() const {
+  const std::lock_guard guard(lock);
+  return extent.records - records.size();
 }
 
 std::string Feed::order(std::size_t number) const {
@@ -90,7 +159,7 @@ KnownNames Feed::executorNames() const {
   KnownNames names;
   for (const char* list : {"executors", "parsers"}) {
     for (const Json::Value& one : newestState[list]) {
-      names[jobm::json::textOf(one, "busName")] = jobm::json::textOf(one, "name");
+      names[textOf(one, "busName")] = textOf(one, "name");
     }
   }
   return names;
@@ -102,77 +171,93 @@ void Feed::run() {
       std::unique_lock guard(lock);
       changed.wait(guard, [&] { return viewers > 0; });
     }
-    takeNotes(false);
-    addGathered();
     watch();
   }
 }
 
 void Feed::watch() {
-  LineSource trace({"gateway-trace", "--json"});
-  LineSource status({"gateway-status", "--json", "--watch"});
-  auto seenAt = Clock::now();
-  while (Clock::now() - seenAt < kLinger) {
-    if (isWanted()) seenAt = Clock::now();
-    gather(trace, status);
-    takeNotes(trace.descriptor() >= 0);
+  const Descriptor folder(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
+  // A program that ends closes its file.
+  inotify_add_watch(folder.number, home.c_str(), IN_MODIFY | IN_CLOSE_WRITE);
+  const std::string stateFile = home + "/page.status";
+  std::ofstream(stateFile, std::ios::trunc).close();
+  Tail states(stateFile);
+  Printer trace({"gateway-trace", "--json"}, home + "/page.trace");
+  Printer status({"gateway-status", "--json", "--watch"}, stateFile);
+  for (auto until = wantedUntil(); until > Clock::now(); until = wantedUntil()) {
+    until = std::min({until, trace.keep(), status.keep()});
+    // Before the records, so that those of the same messages are there, too.
+    const std::vector<std::string> noted = notes.lines();
+    takeRecords();
+    takeNotes(noted);
     addGathered();
     takeOrders();
+    for (const std::string& line : states.lines()) takeState(line);
+    awaitAny({folder.number, bell.number}, gathered.empty() ? until : Clock::now());
   }
 }
 
-// What comes in one turn.
-void Feed::gather(LineSource& trace, LineSource& status) {
-  const auto end = Clock::now() + kTurn;
-  for (auto left = kTurn; left.count() > 0;
-       left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now())) {
-    std::array<pollfd, 2> ready{
-        {{trace.descriptor(), POLLIN, 0}, {status.descriptor(), POLLIN, 0}}};
-    poll(ready.data(), ready.size(), static_cast<int>(left.count()));
-    if (ready[0].fd < 0 || ready[0].revents != 0) {
-      for (std::string& line : trace.lines()) gathered.emplace_back(timeOf(line), std::move(line));
-    }
-    if (ready[1].fd < 0 || ready[1].revents != 0) {
-      for (const std::string& line : status.lines()) takeState(line);
-    }
+Feed::Clock::time_point Feed::wantedUntil() const {
+  const std::lock_guard guard(lock);
+  return viewers > 0 ? Clock::time_point::max() : leftAt + kLinger;
+}
+
+void Feed::takeRecords() {
+  for (const std::string& line : bus.lines()) {
+    Json::Value record;
+    if (line.empty() && !watched.back().first.empty()) watched.emplace_back();
+    // Its errors stand there, too.
+    if (!parsedObject(line, record) || !record["arguments"].isArray()) continue;
+    const std::string time = textOf(record, "time");
+    auto& [from, to] = watched.back();
+    if (from.empty()) from = time;
+    to = time;
+    gathered.emplace_back(time, line);
   }
 }
 
-// In the order in which it happened: the parts' own trace is read after the bus.
-void Feed::addGathered() {
-  if (gathered.empty()) return;
-  std::ranges::stable_sort(gathered, {}, [](const auto& record) { return record.first; });
-  for (const auto& [time, record] : gathered) seen.add(record);
-  gathered.clear();
-  const std::lock_guard guard(lock);
-  extent.records = seen.size();
-  changed.notify_all();
+// Whether gateway-trace has told of every message of that time.
+bool Feed::isWatched(const std::string& time) const {
+  return std::ranges::any_of(watched, [&](const auto& span) {
+    const auto& [from, to] = span;
+    return !from.empty() && from <= time && (&span == &watched.back() || time <= to);
+  });
 }
 
-bool Feed::isWanted() {
-  const std::lock_guard guard(lock);
-  return viewers > 0;
-}
-
-void Feed::takeNotes(bool busIsWatched) {
-  for (const std::string& line : notes.lines()) {
+void Feed::takeNotes(const std::vector<std::string>& lines) {
+  for (const std::string& line : lines) {
+    if (line.starts_with(kPlayed)) takePlayed(line.substr(kPlayed.size()));
     const auto note = noteOf(line, traceStart, &noteTime);
-    if (line.starts_with(kPlayed)) takePlayed(line.substr(std::string_view(kPlayed).size()));
-    if (!note || (busIsWatched && isOnTheBus(*note))) continue;
-    std::string text = jobm::json::compact(*note);
-    while (text.ends_with('\n')) text.pop_back();
-    const std::string time = timeOf(text);
-    if (time > takenUntil) gathered.emplace_back(time, text);
+    if (!note) continue;
+    const std::string time = textOf(*note, "time");
+    if (isOnTheBus(*note) && isWatched(time)) continue;
+    gathered.emplace_back(time, jobm::json::compact(*note));
   }
+}
+
+// In the order in which it happened: of two messages that come one after the other, the second may
+// be read in an earlier turn.
+void Feed::addGathered() {
+  const auto timeOf = [](const auto& record) -> const std::string& { return record.first; };
+  std::ranges::stable_sort(gathered, {}, timeOf);
+  const auto end = std::ranges::upper_bound(gathered, settled, {}, timeOf);
+  const std::lock_guard guard(lock);
+  for (auto at = gathered.begin(); at != end; ++at, ++extent.records) {
+    records.push_back(std::move(at->second));
+    if (records.size() > kMostRecords) records.pop_front();
+  }
+  gathered.erase(gathered.begin(), end);
+  settled = gathered.empty() ? "" : gathered.back().first;
+  changed.notify_all();
 }
 
 void Feed::takeOrders() {
   for (const std::string& line : messages.lines()) {
     Json::Value message;
     Json::Value event;
-    if (line.find(kOrderTopic) == std::string::npos || !jobm::json::parse(line, message) ||
-        !jobm::json::textOf(message, "topic").starts_with(kOrderTopic) ||
-        !jobm::json::parse(jobm::json::textOf(message, "payload"), event)) {
+    if (line.find(kOrderTopic) == std::string::npos || !parsedObject(line, message) ||
+        !textOf(message, "topic").starts_with(kOrderTopic) ||
+        !parsedObject(textOf(message, "payload"), event)) {
       continue;
     }
     event["time"] = message["time"];
@@ -185,19 +270,23 @@ void Feed::takeOrders() {
 }
 
 void Feed::takePlayed(const std::string& words) {
-  const std::size_t gap = words.find(' ');
-  const std::string fault = words.substr(std::min(gap, words.size() - 1) + 1);
+  const std::size_t gap = std::min(words.find(' '), words.size());
+  const std::string part = words.substr(0, gap);
+  const std::string fault = words.substr(std::min(gap + 1, words.size()));
   const std::lock_guard guard(lock);
-  if (words.starts_with("all ")) played.clear();
+  if (part == "all") played.clear();
+  played.removeMember("all");
   // What was killed comes back.
-  if (fault != "kill") played[words.substr(0, gap)] = fault;
+  if (fault != "kill") played[part] = fault;
   ++extent.states;
   changed.notify_all();
 }
 
 void Feed::takeState(const std::string& line) {
+  Json::Value state;
+  if (!parsedObject(line, state)) return;
   const std::lock_guard guard(lock);
-  if (!jobm::json::parse(line, newestState)) return;
+  newestState = std::move(state);
   ++extent.states;
   changed.notify_all();
 }

@@ -1,23 +1,48 @@
-/// What happens on the gateway, gathered while somebody looks: the records of gateway-trace and of
-/// the parts' own trace, the states of gateway-status, and what became of the orders.
+/// What happens on the gateway, gathered while somebody looks: the records of gateway-trace and the
+/// parts' common trace, the states of gateway-status, and what became of the orders.
 #pragma once
 
 #include <json/value.h>
+#include <unistd.h>
 
+#include <chrono>
 #include <condition_variable>
 #include <cstddef>
-#include <memory>
+#include <deque>
+#include <fstream>
 #include <mutex>
 #include <string>
 #include <thread>
 #include <utility>
 #include <vector>
 
-#include "records.h"
 #include "sight.h"
-#include "tail.h"
 
 namespace gateway {
+
+/// Lines of a file as others append them.
+class Tail {
+ public:
+  explicit Tail(std::string path);
+
+  /// The whole lines that have come since the last call, without their ends.
+  std::vector<std::string> lines();
+
+ private:
+  const std::string path;
+  std::ifstream in;
+  std::string begun;  // a line whose end is not there yet
+};
+
+class Descriptor {
+ public:
+  explicit Descriptor(int opened) : number(opened) {}
+  ~Descriptor() { close(number); }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+
+  const int number;
+};
 
 class Feed {
  public:
@@ -33,7 +58,7 @@ class Feed {
     Feed& feed;
   };
 
-  /// How much there is of everything.
+  /// How much there has been of everything.
   struct Extent {
     std::size_t records = 0;
     std::size_t orders = 0;
@@ -41,13 +66,16 @@ class Feed {
     bool operator==(const Extent&) const = default;
   };
 
-  /// Keeps its records in the folder `home`, where the local gateway lives.
-  explicit Feed(const std::string& home);
-
-  const Records& records() const { return seen; }
+  /// Looks into the folder `home`, where the local gateway lives.
+  explicit Feed(std::string home);
 
   /// Waits up to `seconds` until there is more than `known`. Returns what there is. Any thread.
   Extent waitBeyond(const Extent& known, int seconds) const;
+
+  /// The record with this number, as JSON, and the number of the oldest that is kept; empty for one
+  /// that is not kept any more, and for one to come. Any thread.
+  std::string record(std::size_t number) const;
+  std::size_t oldestRecord() const;
 
   /// The event of an order with this number, as JSON; and {"status", as gateway-status tells it;
   /// "faults", those that were played}. Any thread.
@@ -58,30 +86,40 @@ class Feed {
   KnownNames executorNames() const;
 
  private:
+  using Clock = std::chrono::steady_clock;
+
   [[noreturn]] void run();
   void watch();
-  bool isWanted();
-  void takeNotes(bool busIsWatched);
+  Clock::time_point wantedUntil() const;
+  void takeRecords();
+  void takeNotes(const std::vector<std::string>& lines);
+  void addGathered();
   void takeOrders();
   void takePlayed(const std::string& words);
   void takeState(const std::string& line);
-  void gather(LineSource& trace, LineSource& status);
-  void addGathered();
+  bool isWatched(const std::string& time) const;
 
-  Records seen;
-  const std::string takenUntil;  // by an earlier process
-  const double traceStart;       // seconds since 1970
+  const std::string home;
+  const double traceStart;  // seconds since 1970
+  const Descriptor bell;    // rung when nobody looks any more
 
   // Of the feed's thread.
+  Tail bus;
   Tail notes;
   Tail messages;
   double noteTime;
   std::vector<std::pair<std::string, std::string>> gathered;  // times and records
+  // Until when a turn has been waited for what is older; everything at first.
+  std::string settled = "~";
+  // From when until when each gateway-trace has told everything; the last one does so still.
+  std::vector<std::pair<std::string, std::string>> watched{1};
 
   mutable std::mutex lock;  // guards what follows
   mutable std::condition_variable changed;
   int viewers = 0;
+  Clock::time_point leftAt;  // when the last of them did
   Extent extent;
+  std::deque<std::string> records;  // the newest
   std::vector<std::string> orders;
   Json::Value newestState;
   Json::Value played{Json::objectValue};  // part -> its fault

@@ -1,7 +1,7 @@
 // gateway-page: a page that shows the local gateway at work.
 
 #include <csignal>
-#include <cstdio>
+#include <cstdlib>
 #include <string>
 
 #include "common/options.h"
@@ -21,7 +21,7 @@ constexpr gateway::Program kProgram{"gateway-page",
                                     "address: the messages of the service as they pass, jobs "
                                     "and their results, the gateway's state, switches for its "
                                     "faults, a way to submit jobs, and the configuration "
-                                    "store. While no page is open it does nothing.",
+                                    "store. While no page is open it waits for one.",
                                     {},
                                     kOptions};
 
@@ -36,13 +36,7 @@ int main(int argc, char** argv) {
   }
   std::signal(SIGPIPE, SIG_IGN);
   gateway::Feed feed(home);
-  gateway::PageServer server(feed, {.home = home, .root = options.get("root")});
-  const int port = server.bindTo(options.number("port", 0));
-  if (port < 0) {
-    std::fputs("no port to listen on\n", stderr);
-    return 1;
-  }
-  std::printf("http://127.0.0.1:%d/\n", port);
-  std::fflush(stdout);
-  return server.run() ? 0 : 1;
+  gateway::servePage(feed, {.home = home, .root = options.get("root")}, options.number("port", 0));
+  // The feed's thread goes on until the end.
+  std::_Exit(1);
 }

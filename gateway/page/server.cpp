@@ -1,11 +1,14 @@
 #include "server.h"
 
-#include <algorithm>
+#include <httplib.h>
+
+#include <cstdio>
 #include <functional>
 #include <memory>
+#include <string>
 #include <utility>
+#include <vector>
 
-#include "events.h"
 #include "lib/file_text.h"
 #include "lib/json_helper.h"
 #include "package/manifest.h"
@@ -16,11 +19,15 @@ namespace {
 
 using httplib::Request;
 using httplib::Response;
+using jobm::json::compact;
 
 constexpr const char* kHost = "127.0.0.1";
+constexpr const char* kFiles = "/gateway/page/files";
 constexpr std::size_t kThreads = 24;  // each open page keeps one
+// Only what is written shows that a page is gone.
+constexpr int kQuiet = 2;  // seconds
 constexpr std::size_t kLargestUpload = 64 << 20;
-constexpr std::size_t kMostRows = 200;
+constexpr std::size_t kMostRows = 500;
 constexpr const char* kJson = "application/json";
 constexpr const char* kText = "text/plain; charset=utf-8";
 
@@ -30,190 +37,261 @@ constexpr const char* kPolicy =
     "base-uri 'none'; form-action 'none'; frame-ancestors 'none'; "
     "require-trusted-types-for 'script'; trusted-types 'none'";
 
-// Names that lead here for certain: another name that does is somebody's who wants to come in by
-// the browser.
-bool isOwnHost(const std::string& host) {
-  const std::string name = host.substr(0, host.rfind(':'));
-  return name == kHost || name == "localhost";
-}
-
+// Whether people or the page itself ask. By another name than this machine's comes the page of
+// another site that had its name point here.
 bool isPermitted(const Request& request) {
   const std::string host = request.get_header_value("Host");
   const std::string origin = request.get_header_value("Origin");
-  return isOwnHost(host) && (origin.empty() || origin == "http://" + host);
+  const std::string site = request.get_header_value("Sec-Fetch-Site");
+  return host.substr(0, host.rfind(':')) == kHost &&
+         (origin.empty() || origin == "http://" + host) &&
+         (site.empty() || site == "none" || site == "same-origin");
 }
 
-void send(Response& response, const Json::Value& value) {
-  response.set_content(jobm::json::compact(value), kJson);
+bool isReading(const Request& request) {
+  return request.method == "GET" || request.method == "HEAD";
 }
 
-void send(Response& response, const Outcome& outcome) {
+void send(Response& response, const Outcome& outcome, const char* type = kText) {
   response.status = outcome.isDone ? 200 : 409;
-  response.set_content(outcome.text, kText);
-}
-
-std::size_t numberOf(const Request& request, const char* name) {
-  return std::strtoull(request.get_param_value(name).c_str(), nullptr, 10);
+  response.set_content(outcome.text, outcome.isDone ? type : kText);
 }
 
 Selection selectionOf(const Request& request, const Feed& feed) {
   const std::string job = request.get_param_value("job");
-  Selection selection(
-      {.job = job, .resource = "", .executor = request.get_param_value("executor")},
-      {.onlyFailures = request.has_param("failures"), .routine = request.has_param("routine")},
-      feed.executorNames());
-  for (std::size_t number = 0; !job.empty(); ++number) {
-    const std::string text = feed.order(number);
-    Json::Value order;
-    if (text.empty() || !jobm::json::parse(text, order)) break;
+  Selection selection({.job = job, .resource = "", .executor = request.get_param_value("executor")},
+                      request.has_param("failures"), feed.executorNames());
+  Json::Value order;
+  for (std::size_t n = 0; !job.empty() && parsedObject(feed.order(n), order); ++n) {
     selection.learn(order);
   }
   return selection;
 }
 
-}  // namespace
-
-PageServer::PageServer(Feed& given, Places where)
-    : feed(given), places(std::move(where)), token(uniqueText() + uniqueText()) {
-  server.new_task_queue = [] { return std::make_unique<httplib::ThreadPool>(kThreads).release(); };
-  server.set_tcp_nodelay(true);
-  server.set_payload_max_length(kLargestUpload);
-  server.set_default_headers({{"Content-Security-Policy", kPolicy},
-                              {"X-Content-Type-Options", "nosniff"},
-                              {"Cross-Origin-Resource-Policy", "same-origin"},
-                              {"Referrer-Policy", "no-referrer"},
-                              {"Cache-Control", "no-store"}});
-  server.set_pre_routing_handler([](const Request& request, Response& response) {
-    if (isPermitted(request)) return httplib::Server::HandlerResponse::Unhandled;
-    response.status = 403;
-    return httplib::Server::HandlerResponse::Handled;
-  });
-  server.set_mount_point("/", places.root + "/gateway/page/files");
-  addReading();
-  addChanging();
+// Calls `take` with the number of each record that is asked for, and with the record.
+std::size_t visit(Selection& selection, const Feed& feed, std::size_t begin, std::size_t end,
+                  const std::function<void(std::size_t, const Json::Value&)>& take) {
+  Json::Value record;
+  for (; begin < end; ++begin) {
+    if (parsedObject(feed.record(begin), record) && selection.passes(record)) take(begin, record);
+  }
+  return begin;
 }
 
-void PageServer::addReading() {
-  server.Get("/", [this](const Request&, Response& response) { sendPage(response); });
+/// What one open page is told, as server-sent events:
+///
+///   start    first: {"page", the one that serves; "numbers" or "count" of the records so far}
+///   rows     rows of new records, see rowOf()
+///   order    an event of an order, as the scheduler tells it
+///   state    the gateway's state, as gateway-status tells it
+class Events {
+ public:
+  Events(Feed& given, Selection wanted, std::string name)
+      : feed(given), viewer(given), selection(std::move(wanted)), page(std::move(name)) {}
+
+  // Waits for the next events; a comment when nothing happens for long.
+  std::string next() {
+    if (!std::exchange(hasBegun, true)) return begin();
+    const Feed::Extent extent = feed.waitBeyond(told, kQuiet);
+    std::string text;
+    for (; told.orders < extent.orders; ++told.orders) add(text, "order", feed.order(told.orders));
+    if (std::exchange(told.states, extent.states) != extent.states)
+      add(text, "state", feed.state());
+    addRows(text, std::min(extent.records, told.records + kMostRows));
+    return text.empty() ? ":\n\n" : text;
+  }
+
+ private:
+  static void add(std::string& text, const char* name, const std::string& json) {
+    const std::string data = json.substr(0, json.find_last_not_of('\n') + 1);
+    text.append("event: ").append(name).append("\ndata: ").append(data).append("\n\n");
+  }
+
+  // How many records there are, or the numbers of those that are asked for.
+  std::string begin() {
+    Json::Value start(Json::objectValue);
+    start["page"] = page;
+    // The first one comes before anything has been read.
+    told.records = feed.waitBeyond({}, kQuiet).records;
+    if (selection.isOpen()) {
+      start["count"] = Json::Value::UInt64{told.records};
+    } else {
+      Json::Value& numbers = start["numbers"] = Json::Value(Json::arrayValue);
+      visit(selection, feed, feed.oldestRecord(), told.records,
+            [&](std::size_t n, const Json::Value&) { numbers.append(Json::Value::UInt64{n}); });
+    }
+    std::string text = "retry: 1000\n";
+    add(text, "start", compact(start));
+    return text;
+  }
+
+  void addRows(std::string& text, std::size_t end) {
+    Json::Value rows(Json::arrayValue);
+    const KnownNames names = feed.executorNames();
+    told.records = visit(selection, feed, told.records, end,
+                         [&](std::size_t number, const Json::Value& record) {
+                           rows.append(rowOf(number, record, names));
+                         });
+    if (!rows.empty()) add(text, "rows", compact(rows));
+  }
+
+  Feed& feed;
+  const Feed::Viewer viewer;
+  Selection selection;
+  const std::string page;
+  bool hasBegun = false;
+  Feed::Extent told;
+};
+
+Outcome pageWith(const std::string& token, const Places& places) {
+  constexpr std::string_view kMark = "@TOKEN@";
+  std::string page;
+  jobm::readFile(places.root + kFiles + "/page.html", page);
+  const std::size_t mark = page.find(kMark);
+  if (mark == std::string::npos) return {false, "There is no page."};
+  return {true, page.replace(mark, kMark.size(), token)};
+}
+
+// The rows with these numbers, all of them: a page would ask again for one that is not there.
+Outcome rowsOf(const Request& request, const Feed& feed) {
+  Json::Value numbers;
+  Json::Value rows(Json::arrayValue);
+  const KnownNames names = feed.executorNames();
+  jobm::json::parse(request.get_param_value("numbers"), numbers);
+  for (const Json::Value& number : numbers) {
+    if (!number.isUInt64() || rows.size() == kMostRows) break;
+    Json::Value record;
+    if (!parsedObject(feed.record(number.asUInt64()), record)) {
+      record = Json::Value(Json::objectValue);
+      record["kind"] = "note";
+      record["text"] = "is not kept any more";
+    }
+    rows.append(rowOf(number.asUInt64(), record, names));
+  }
+  return {true, compact(rows)};
+}
+
+// When each phase of a job began.
+Outcome phasesOf(const Request& request, const Feed& feed) {
+  Json::Value begins(Json::objectValue);
+  Selection selection = selectionOf(request, feed);
+  visit(selection, feed, feed.oldestRecord(), feed.waitBeyond({}, 0).records,
+        [&](std::size_t, const Json::Value& record) {
+          const std::string phase = phaseOf(record);
+          if (!phase.empty() && !begins.isMember(phase)) begins[phase] = record["time"];
+        });
+  return {true, compact(begins)};
+}
+
+Outcome recordOf(const Request& request, const Feed& feed) {
+  const std::string number = request.get_param_value("n");
+  const std::string text = feed.record(std::strtoull(number.c_str(), nullptr, 10));
+  Json::Value record;
+  if (!parsedObject(text, record)) return {false, "It is not kept any more."};
+  return {true, hideSecrets(record) ? compact(record) : text};
+}
+
+void addReading(httplib::Server& server, Feed& feed, const Places& places,
+                const std::string& token) {
+  const auto add = [&](const char* path, const char* type,
+                       const std::function<Outcome(const Request&)>& read) {
+    server.Get(path, [type, read](const Request& request, Response& response) {
+      send(response, read(request), type);
+    });
+  };
+  add("/", "text/html; charset=utf-8",
+      [token, &places](const Request&) { return pageWith(token, places); });
+  add("/rows", kJson, [&feed](const Request& request) { return rowsOf(request, feed); });
+  add("/phases", kJson, [&feed](const Request& request) { return phasesOf(request, feed); });
+  add("/record", kJson, [&feed](const Request& request) { return recordOf(request, feed); });
+  add("/store", kJson, [](const Request&) { return storeContent(); });
+  add("/folders", kJson, [&places](const Request&) {
+    return Outcome{true, compact(folders(places))};
+  });
+  add("/faults", kText, [&places](const Request&) { return listFaults(places); });
+  add("/advice", kText, [&places](const Request&) {
+    Outcome advice;
+    advice.isDone = jobm::readFile(places.root + "/docs/troubleshooting.md", advice.text);
+    return advice;
+  });
   // Every browser asks for it.
   server.Get("/favicon.ico", [](const Request&, Response& response) { response.status = 204; });
-  server.Get("/events",
-             [this](const Request& request, Response& response) { sendEvents(request, response); });
-  server.Get("/rows",
-             [this](const Request& request, Response& response) { sendRows(request, response); });
-  server.Get("/phases",
-             [this](const Request& request, Response& response) { sendPhases(request, response); });
-  server.Get("/record", [this](const Request& request, Response& response) {
-    response.set_content(feed.records().at(numberOf(request, "n")), kJson);
-  });
-  server.Get("/store", [](const Request&, Response& response) { send(response, storeContent()); });
-  server.Get("/folders",
-             [this](const Request&, Response& response) { send(response, folders(places)); });
-  server.Get("/faults",
-             [this](const Request&, Response& response) { send(response, listFaults(places)); });
-  server.Get("/advice", [this](const Request&, Response& response) {
-    std::string text;
-    jobm::readFile(places.root + "/docs/troubleshooting.md", text);
-    response.set_content(text, kText);
+}
+
+void addEvents(httplib::Server& server, Feed& feed, const std::string& page) {
+  server.Get("/events", [&feed, page](const Request& request, Response& response) {
+    const auto events = std::make_shared<Events>(feed, selectionOf(request, feed), page);
+    response.set_chunked_content_provider("text/event-stream",
+                                          [events](std::size_t, httplib::DataSink& sink) {
+                                            const std::string text = events->next();
+                                            return sink.write(text.data(), text.size());
+                                          });
   });
 }
 
-void PageServer::addChanging() {
+void addChanging(httplib::Server& server, const Places& places) {
   using Action = std::function<Outcome(const Places&, const Json::Value&)>;
-  const auto add = [this](const char* path, const Action& action) {
-    server.Post(path, [this, action](const Request& request, Response& response) {
+  const auto add = [&](const char* path, const Action& action) {
+    server.Post(path, [&places, action](const Request& request, Response& response) {
       Json::Value wanted;
-      if (!isChangePermitted(request)) {
-        response.status = 403;
-      } else if (!jobm::json::parse(request.body, wanted) || !wanted.isObject()) {
-        response.status = 400;
-      } else {
-        send(response, action(places, wanted));
-      }
+      const bool isObject = parsedObject(request.body, wanted);
+      send(response, isObject ? action(places, wanted) : Outcome{false, "That is no object."});
     });
   };
   add("/fault", playFault);
   add("/job", submitJob);
-  server.Post("/upload", [this](const Request& request, Response& response) {
-    if (!isChangePermitted(request)) {
-      response.status = 403;
-      return;
-    }
+  server.Post("/upload", [&places](const Request& request, Response& response) {
     std::vector<std::pair<std::string, std::string>> files;
     for (const auto& [path, file] : request.files) files.emplace_back(path, file.content);
     send(response, takeFolder(places, request.get_param_value("name"), files));
   });
 }
 
-bool PageServer::isChangePermitted(const Request& request) const {
-  return request.get_header_value("X-Token") == token;
+// Changes need the token that the page was served with.
+void guard(httplib::Server& server, const std::string& token) {
+  server.set_payload_max_length(kLargestUpload);
+  server.set_default_headers({{"Content-Security-Policy", kPolicy},
+                              {"X-Content-Type-Options", "nosniff"},
+                              {"Cross-Origin-Resource-Policy", "same-origin"},
+                              {"Referrer-Policy", "no-referrer"},
+                              {"Cache-Control", "no-store"}});
+  server.set_pre_routing_handler([token](const Request& request, Response& response) {
+    const bool knowsToken = request.get_header_value("X-Token") == token;
+    if (isPermitted(request) && (isReading(request) || knowsToken))
+      return httplib::Server::HandlerResponse::Unhandled;
+    response.status = 403;
+    // The body is not read, and is not to be taken for another request.
+    response.set_header("Connection", "close");
+    return httplib::Server::HandlerResponse::Handled;
+  });
 }
 
-void PageServer::sendPage(Response& response) const {
-  constexpr std::string_view kMark = "@TOKEN@";
-  std::string page;
-  jobm::readFile(places.root + "/gateway/page/files/page.html", page);
-  const std::size_t mark = page.find(kMark);
-  if (mark == std::string::npos) {
-    response.status = 500;
+}  // namespace
+
+void servePage(Feed& feed, const Places& places, int port) {
+  httplib::Server server;
+  const std::string token = uniqueText() + uniqueText();
+  server.new_task_queue = [] { return std::make_unique<httplib::ThreadPool>(kThreads).release(); };
+  server.set_tcp_nodelay(true);
+  guard(server, token);
+  addReading(server, feed, places, token);
+  addEvents(server, feed, token);
+  addChanging(server, places);
+  if (!server.set_mount_point("/", places.root + kFiles)) {
+    std::fprintf(stderr, "no page in %s\n", places.root.c_str());
     return;
   }
-  response.set_content(page.replace(mark, kMark.size(), token), "text/html; charset=utf-8");
-}
-
-// The rows with these numbers, which commas part.
-void PageServer::sendRows(const Request& request, Response& response) const {
-  Json::Value rows(Json::arrayValue);
-  const KnownNames names = feed.executorNames();
-  std::string numbers = request.get_param_value("numbers");
-  const auto append = [&](std::size_t number) {
-    Json::Value record;
-    if (jobm::json::parse(feed.records().at(number), record))
-      rows.append(rowOf(number, record, names));
-  };
-  for (char* at = numbers.data(); *at != '\0' && rows.size() < kMostRows;
-       at += *at == ',' ? 1 : 0) {
-    char* end = at;
-    append(std::strtoull(at, &end, 10));
-    if (end == at) break;
-    at = end;
+  if (port == 0)
+    port = server.bind_to_any_port(kHost);
+  else if (!server.bind_to_port(kHost, port))
+    port = -1;
+  if (port < 0) {
+    std::fputs("no port to listen on\n", stderr);
+    return;
   }
-  send(response, rows);
+  std::printf("http://%s:%d/\n", kHost, port);
+  std::fflush(stdout);
+  server.listen_after_bind();
 }
-
-// How long each phase took of what happened between two times.
-void PageServer::sendPhases(const Request& request, Response& response) const {
-  const std::string from = request.get_param_value("from");
-  const std::string to = request.get_param_value("to");
-  Json::Value spans(Json::objectValue);
-  std::size_t number = feed.records().size();
-  std::vector<Json::Value> meant;
-  for (Json::Value record; number > 0; --number) {
-    if (!jobm::json::parse(feed.records().at(number - 1), record)) continue;
-    const std::string time = jobm::json::textOf(record, "time");
-    // A note may stand behind what came later.
-    if (time < from && record["kind"] != "note") break;
-    if (time >= from && time <= to) meant.push_back(record);
-  }
-  std::ranges::for_each(meant.rbegin(), meant.rend(),
-                        [&](const Json::Value& record) { addToPhases(record, spans); });
-  send(response, spans);
-}
-
-void PageServer::sendEvents(const Request& request, Response& response) {
-  const auto events = std::make_shared<Events>(feed, selectionOf(request, feed), token);
-  response.set_chunked_content_provider("text/event-stream",
-                                        [events](std::size_t, httplib::DataSink& sink) {
-                                          const std::string text = events->next();
-                                          return sink.write(text.data(), text.size());
-                                        });
-}
-
-int PageServer::bindTo(int port) {
-  if (port == 0) return server.bind_to_any_port(kHost);
-  return server.bind_to_port(kHost, port) ? port : -1;
-}
-
-bool PageServer::run() { return server.listen_after_bind(); }
 
 }  // namespace gateway

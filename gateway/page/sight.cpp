@@ -1,9 +1,9 @@
 #include "sight.h"
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <sstream>
-#include <string_view>
 #include <utility>
 
 #include "lib/json_helper.h"
@@ -78,9 +78,11 @@ std::string clipped(std::string text) {
 }
 
 bool isBadNote(const std::string& text) {
+  constexpr std::array kBad = {"FAULT", "has ended", "has left", "can not be", "disconnected"};
   const std::size_t status = text.starts_with("GET ") ? text.rfind(": ") : std::string::npos;
-  return text.starts_with("FAULT") || text.find("has ended") != std::string::npos ||
-         (status != std::string::npos && text.compare(status + 2, 1, "4") >= 0);
+  return (status != std::string::npos && text.compare(status + 2, 1, "4") >= 0) ||
+         std::ranges::any_of(
+             kBad, [&](const char* word) { return text.find(word) != std::string::npos; });
 }
 
 bool isFailure(const Json::Value& record) {
@@ -89,27 +91,16 @@ bool isFailure(const Json::Value& record) {
   return kind == "error" || kind == "unanswered" || record.get("code", 0) != 0;
 }
 
-// Of an answer without a job it says no more than of one with a job; but the scheduler tells of
-// jobs itself.
-bool isRoutineNote(const std::string& text) {
-  return text == "heartbeat" || text.find("/publish/heartbeat ") != std::string::npos ||
-         text.find("/scheduler/sysReply ") != std::string::npos;
-}
-
-std::string phaseOf(const std::string& what) {
-  if (what.starts_with("GET ")) return "downloads";
-  if (what.starts_with("deployConfig")) return "parsers";
-  const bool isCall = what.starts_with("deployJob") || what.starts_with("deleteJob") ||
-                      what.starts_with("resetJobs");
-  return isCall ? "executors" : "";
-}
-
 bool isReply(const Json::Value& record) {
   const std::string kind = textOf(record, "kind");
   return kind == "answer" || kind == "error" || kind == "unanswered";
 }
 
 }  // namespace
+
+bool parsedObject(std::string_view text, Json::Value& value) {
+  return jobm::json::parse(text, value) && value.isObject();
+}
 
 std::optional<Json::Value> noteOf(const std::string& line, double start, double* time) {
   std::istringstream words(line);
@@ -156,17 +147,19 @@ Json::Value rowOf(std::size_t number, const Json::Value& json, const KnownNames&
   return row;
 }
 
-void addToPhases(const Json::Value& record, Json::Value& spans) {
-  const std::string phase = phaseOf(textOf(record, isNote(record) ? "text" : "member"));
-  if (phase.empty()) return;
-  if (!spans.isMember(phase)) spans[phase][0] = record["time"];
-  spans[phase][1] = record["time"];
+std::string phaseOf(const Json::Value& record) {
+  const std::string what = textOf(record, isNote(record) ? "text" : "member");
+  if (what.starts_with("GET ")) return "downloads";
+  if (what.starts_with("deployConfig")) return "parsers";
+  const bool isCall = what.starts_with("deployJob") || what.starts_with("deleteJob") ||
+                      what.starts_with("resetJobs");
+  return isCall ? "executors" : "";
 }
 
-Selection::Selection(const Wanted& wanted, Kinds given, KnownNames known)
-    : filter(wanted), kinds(given), names(std::move(known)) {}
+Selection::Selection(const Wanted& wanted, bool failures, KnownNames known)
+    : filter(wanted), onlyFailures(failures), names(std::move(known)) {}
 
-bool Selection::isOpen() const { return filter.isOpen() && !kinds.onlyFailures && kinds.routine; }
+bool Selection::isOpen() const { return filter.isOpen() && !onlyFailures; }
 
 void Selection::learn(Json::Value order) {
   // An order is acknowledged by this.
@@ -175,22 +168,6 @@ void Selection::learn(Json::Value order) {
   Record record;
   record.arguments[0] = std::move(order);
   filter.passes(record);
-}
-
-// What passes every few seconds for as long as all is well, and what follows it.
-bool Selection::isRoutine(const Json::Value& record) {
-  const std::string call = textOf(record, "call");
-  if (isReply(record)) return routine.erase(call) > 0;
-  if (isNote(record)) return isRoutineNote(textOf(record, "text"));
-  const std::string first =
-      record["arguments"][0].isString() ? record["arguments"][0].asString() : "";
-  const std::string second =
-      record["arguments"][1].isString() ? record["arguments"][1].asString() : "";
-  // An answer to a heartbeat that brings no job.
-  if (first.ends_with("/sysReply") && second.find("\"data\":[]") != std::string::npos) return true;
-  const bool comes = first.ends_with("/heartbeat") || textOf(record, "member") == "feedDog";
-  if (comes) routine.insert(call);
-  return comes;
 }
 
 bool Selection::isAbout(const Json::Value& record) {
@@ -203,8 +180,7 @@ bool Selection::isAbout(const Json::Value& record) {
 }
 
 bool Selection::passes(const Json::Value& record) {
-  if (!kinds.routine && isRoutine(record)) return false;
-  return isAbout(record) && (!kinds.onlyFailures || isFailure(record));
+  return isAbout(record) && (!onlyFailures || isFailure(record));
 }
 
 }  // namespace gateway

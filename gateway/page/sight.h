@@ -1,5 +1,5 @@
 /// What a page shows of a record: of one that gateway-trace printed, or of a line that a part of
-/// the local gateway wrote into the trace of all.
+/// the local gateway wrote into the parts' common trace.
 #pragma once
 
 #include <json/value.h>
@@ -9,6 +9,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <string_view>
 
 #include "trace/filter.h"
 
@@ -18,8 +19,11 @@ namespace gateway {
 /// names.
 using KnownNames = std::map<std::string, std::string>;
 
-/// A line of the trace of all as a record. `start` is when the trace began, in seconds since 1970;
-/// a line that has no time gets `*time`, any other sets it. Nothing for an empty line.
+/// Parses `text`, and returns whether it is a JSON object: others have written it.
+bool parsedObject(std::string_view text, Json::Value& value);
+
+/// A line of the parts' common trace as a record. `start` is when the trace began, in seconds since
+/// 1970; a line that has no time gets `*time`, any other sets it. Nothing for an empty line.
 std::optional<Json::Value> noteOf(const std::string& line, double start, double* time);
 
 /// Whether gateway-trace shows what this note says, too.
@@ -29,19 +33,14 @@ bool isOnTheBus(const Json::Value& note);
 /// them; "text", and "failed".
 Json::Value rowOf(std::size_t number, const Json::Value& record, const KnownNames& names);
 
-/// Widens `spans`, from a deployment's phases to when each began and ended, by what a record says
-/// of one.
-void addToPhases(const Json::Value& record, Json::Value& spans);
+/// The phase of a deployment that a record is of: "downloads", "parsers" or "executors"; or empty.
+std::string phaseOf(const Json::Value& record);
 
 /// The records that somebody asks for. One thread; they must come in their order, without a gap.
 class Selection {
  public:
-  struct Kinds {
-    bool onlyFailures = false;  // errors, silence, codes that are not 0, files that are not there
-    bool routine = false;       // also heartbeats and the feeding of the watchdog
-  };
-
-  Selection(const Wanted& wanted, Kinds kinds, KnownNames names);
+  /// `onlyFailures`: errors, silence, codes that are not 0, files that are not there.
+  Selection(const Wanted& wanted, bool onlyFailures, KnownNames names);
 
   /// Takes note of an order's ids and of its resources, from an event of the scheduler's.
   void learn(Json::Value order);
@@ -52,14 +51,12 @@ class Selection {
   bool passes(const Json::Value& record);
 
  private:
-  bool isRoutine(const Json::Value& record);
   bool isAbout(const Json::Value& record);
 
   Filter filter;
-  const Kinds kinds;
+  const bool onlyFailures;
   const KnownNames names;
-  std::set<std::string> calls;    // that passed; what follows them does, too
-  std::set<std::string> routine;  // calls that did not, because they come all the time
+  std::set<std::string> calls;  // that passed; what follows them does, too
 };
 
 }  // namespace gateway

@@ -29,7 +29,7 @@ const rowHeight = () => parseFloat(getComputedStyle(chart).getPropertyValue('--r
 const center = lane => (lane + 0.5) / lanes.length * 100;
 
 function laneOf(name, row) {
-  if (name in laneOfName) return laneOfName[name];
+  if (Object.hasOwn(laneOfName, name)) return laneOfName[name];
   const isParser = row.member === 'deployConfig' || row.text.startsWith('deployConfig');
   return isParser ? 4 : name.startsWith(':') ? 6 : executors;
 }
@@ -50,7 +50,7 @@ function arrow(row) {
 }
 
 function describe(element, row) {
-  const time = new Date(row.time).toTimeString().slice(0, 8) + row.time.slice(19, 23);
+  const time = row.time && new Date(row.time).toTimeString().slice(0, 8) + row.time.slice(19, 23);
   const hasEnds = row.from !== '*' || row.to !== '*';
   element.className = `row ${row.kind}${row.failed ? ' failed' : ''}${hasEnds ? '' : ' plain'}`;
   const lanesPart = el('span', { className: 'lanes' }, ...(hasEnds ? arrow(row) : [row.text]));
@@ -102,7 +102,7 @@ async function fetchRows(missing) {
   if (isFetching) return;
   isFetching = true;
   try {
-    for (const row of await read(`rows?numbers=${missing.slice(0, fetched).join()}`)) keep(row);
+    for (const row of await read(`rows?numbers=[${missing.slice(0, fetched)}]`)) keep(row);
     for (const [place, element] of shown) {
       const row = cache.get(numberAt(place));
       if (row && element.classList.contains('waiting')) describe(element, row);
@@ -153,7 +153,7 @@ function choose(place) {
 
 async function showRecord() {
   if (chosen < 0) return;
-  const record = await read(`record?n=${numberAt(chosen)}`);
+  const record = await read(`record?n=${numberAt(chosen)}`).catch(error => error.message);
   by('record-title').textContent = record.member || record.from || 'Message';
   by('record-text').textContent = formatted(record);
   by('record').showModal();

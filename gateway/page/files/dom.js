@@ -12,7 +12,11 @@ export function el(name, properties = {}, ...children) {
 export const button = (text, action, properties = {}) =>
   el('button', { type: 'button', onclick: action, ...properties }, text);
 
-export const read = async path => (await fetch(path)).json();
+export async function read(path) {
+  const answer = await fetch(path);
+  if (!answer.ok) throw new Error(await answer.text());
+  return answer.json();
+}
 
 const token = document.querySelector('meta[name=token]').content;
 

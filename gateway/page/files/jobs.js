@@ -35,9 +35,9 @@ export function add(event) {
   const job = jobs.get(event.token) ?? { token: event.token, times: {}, resources: [] };
   jobs.set(event.token, Object.assign(job, { jobId: event.jobId, deployId: event.deployId || job.deployId }));
   job.times[event.event] = event.time;
-  if (event.event === 'report') Object.assign(job, { resources: event.resources, succeeded: event.succeeded });
-  if (event.event === 'status') Object.assign(job, { status: event.jobStatus, detail: event.result?.detail });
-  if (event.event === 'status' && (!event.deployId || event.jobStatus === 4)) job.succeeded = event.succeeded;
+  if (event.event === 'report') job.resources = event.resources;
+  if (event.event === 'status') job.detail = event.result?.detail;
+  job.succeeded = event.succeeded ?? job.succeeded;
   update();
 }
 
@@ -65,21 +65,17 @@ function resultTable(job) {
 
 const duration = ms => (ms < 10000 ? `${Math.round(ms)} ms` : `${(ms / 1000).toFixed(1)} s`);
 
+/** Each phase lasts until the next one begins; the last, until the report. */
 async function loadPhases(job) {
   const { queued, 'handed out': begun, report } = job.times;
-  const phases = [];
-  if (queued && begun) phases.push(`waited ${duration(begun - queued)}`);
-  if (begun && report) {
-    const seen = await read(`phases?from=${new Date(begun - 5).toISOString()}&to=${new Date(report + 5).toISOString()}`)
-      .catch(() => ({}));
-    const inOrder = Object.entries(seen).sort(([, [one]], [, [other]]) => (one < other ? -1 : 1));
-    for (const [name, [from, to]] of inOrder) {
-      phases.push(`${name} ${duration(Date.parse(to) - Date.parse(from))}`);
-    }
-    phases.push(`altogether ${duration(report - begun)}`);
-  }
-  if (job.phases === phases.join(', ')) return;
-  job.phases = phases.join(', ');
+  if (!begun || !report || job.phases !== undefined) return;
+  job.phases = '';
+  const begins = await read(`phases?job=${job.deployId}`).catch(() => ({}));
+  const seen = Object.entries(begins).sort(([, one], [, other]) => (one < other ? -1 : 1));
+  const ends = [...seen.slice(1).map(([, time]) => Date.parse(time)), report];
+  const spans = seen.map(([name, time], i) => [name, ends[i] - Date.parse(time)]);
+  job.phases = [['waited', begun - queued], ...spans, ['altogether', report - begun]]
+    .map(([name, ms]) => `${name} ${duration(ms)}`).join(', ');
   update();
 }
 

@@ -4,7 +4,7 @@ import * as chart from './chart.js';
 import * as gateway from './gateway.js';
 import * as jobs from './jobs.js';
 import { showStore } from './store.js';
-import './submit.js';
+import { showFolders } from './submit.js';
 
 let events;
 let page;
@@ -19,6 +19,7 @@ function say(text, isBad) {
 function begin(start) {
   // Another process serves it now, whose files and token may be others.
   if (page && page !== start.page) return void location.reload();
+  if (!page) showFolders();
   page = start.page;
   say('connected', false);
   jobs.forget();
@@ -37,7 +38,7 @@ function takeOrder(event) {
 function connect() {
   events?.close();
   const wanted = new URLSearchParams({ job: by('filter-job').value, executor: by('filter-executor').value });
-  for (const name of ['failures', 'routine']) if (by(`filter-${name}`).checked) wanted.set(name, '');
+  if (by('filter-failures').checked) wanted.set('failures', '');
   since = Date.now();
   events = new EventSource(`events?${wanted}`);
   const on = (name, take) => events.addEventListener(name, event => take(JSON.parse(event.data)));
@@ -53,6 +54,14 @@ function connect() {
   };
 }
 
+// A browser has six connections for all pages of one address, and each of them keeps one.
+function connectWhenVisible() {
+  if (!document.hidden) return connect();
+  events?.close();
+  events = null;
+}
+
 by('filters').onchange = connect;
 by('filters').onsubmit = event => event.preventDefault();
-connect();
+document.onvisibilitychange = connectWhenVisible;
+connectWhenVisible();

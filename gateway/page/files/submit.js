@@ -1,7 +1,7 @@
 // Orders: the samples, one's own folders and archives, and what needs no folder.
 import { by, button, el, post, read } from './dom.js';
 
-async function showFolders() {
+export async function showFolders() {
   const order = (command, { name, own }, encrypt) =>
     () => post('job', { command, folder: name, own, encrypt });
   const lines = (await read('folders')).map(folder => el('div', { className: 'bar' },
@@ -32,10 +32,11 @@ async function collect(entry, path, files) {
 }
 
 const drop = by('drop');
-drop.addEventListener('dragover', event => { event.preventDefault(); drop.classList.add('over'); });
+// A browser would go to what is dropped elsewhere.
+for (const name of ['dragover', 'drop']) document.addEventListener(name, event => event.preventDefault());
+drop.addEventListener('dragover', () => drop.classList.add('over'));
 drop.addEventListener('dragleave', () => drop.classList.remove('over'));
 drop.addEventListener('drop', async event => {
-  event.preventDefault();
   drop.classList.remove('over');
   const entry = event.dataTransfer.items[0]?.webkitGetAsEntry();
   if (!entry) return;
@@ -57,5 +58,3 @@ by('trigger').onsubmit = event => {
 };
 by('reset').onclick = () => post('job', { command: 'reset' });
 by('scheduler-reset').onclick = () => post('job', { command: 'reset', scheduler: true });
-
-showFolders();
