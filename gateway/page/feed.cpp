@@ -1,8 +1,8 @@
 #include "feed.h"
 
 #include <poll.h>
-#include <sys/eventfd.h>
 #include <sys/inotify.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -28,6 +28,7 @@ constexpr std::chrono::milliseconds kTogether{100};
 constexpr std::chrono::seconds kPause{1};
 constexpr std::size_t kMostRecords = 100'000;
 constexpr std::string_view kPlayed = "played: ";  // a part and its fault; by scripts/stay.sh
+constexpr const char* kStates = "/page.status";
 constexpr const char* kOrderTopic = "local/scheduler/result/";
 
 // A program that prints into a file; started again when it has ended, but not at once.
@@ -59,19 +60,30 @@ class Printer {
   Clock::time_point startAt;
 };
 
-// Until one of the descriptors has something to tell, which is then forgotten.
-void awaitAny(const std::array<int, 2>& descriptors, Clock::time_point until) {
-  std::array<pollfd, 2> ready{{{descriptors[0], POLLIN, 0}, {descriptors[1], POLLIN, 0}}};
-  const auto left = std::max(until - Clock::now(), Clock::duration{0});
-  const auto wait = std::chrono::ceil<std::chrono::milliseconds>(left).count();
-  poll(ready.data(), ready.size(), until == Clock::time_point::max() ? -1 : static_cast<int>(wait));
-  std::this_thread::sleep_for(kTogether);
-  std::array<char, 4096> seen;
-  for (const int descriptor : descriptors) {
-    while (read(descriptor, seen.data(), seen.size()) > 0) {
+// Tells when a file in a folder has been written to, or closed, as programs do that end.
+class FolderWatch {
+ public:
+  explicit FolderWatch(const std::string& path) : events(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {
+    inotify_add_watch(events, path.c_str(), IN_MODIFY | IN_CLOSE_WRITE);
+  }
+  ~FolderWatch() { close(events); }
+  FolderWatch(const FolderWatch&) = delete;
+  FolderWatch& operator=(const FolderWatch&) = delete;
+
+  void await(Clock::time_point until) const {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(until - Clock::now());
+    const bool isForever = until == Clock::time_point::max();
+    pollfd ready{events, POLLIN, 0};
+    poll(&ready, 1, isForever ? -1 : std::max(static_cast<int>(left.count()), 0));
+    std::this_thread::sleep_for(kTogether);
+    std::array<char, 4096> seen;
+    while (read(events, seen.data(), seen.size()) > 0) {
     }
   }
-}
+
+ private:
+  const int events;
+};
 
 // Adds what gateway-job would say of an order that is over, and of each of its resources.
 void judge(Json::Value& event) {
@@ -109,13 +121,13 @@ Feed::Viewer::~Viewer() {
   const std::lock_guard guard(feed.lock);
   --feed.viewers;
   feed.leftAt = Clock::now();
-  eventfd_write(feed.bell.number, 1);
+  // Wakes the feed's thread.
+  std::ofstream(feed.home + kStates, std::ios::app).close();
 }
 
 Feed::Feed(std::string where)
     : home(std::move(where)),
       traceStart(std::strtod(environment("GATEWAY_TRACE_START").c_str(), nullptr)),
-      bell(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
       bus(home + "/page.trace"),
       notes(home + "/trace"),
       messages(home + "/messages"),
@@ -166,40 +178,40 @@ KnownNames Feed::executorNames() const {
 }
 
 void Feed::run() {
-  for (;;) {
-    {
-      std::unique_lock guard(lock);
-      changed.wait(guard, [&] { return viewers > 0; });
-    }
-    watch();
+  for (;; watch()) {
+    std::unique_lock guard(lock);
+    changed.wait(guard, [&] { return viewers > 0; });
   }
 }
 
 void Feed::watch() {
-  const Descriptor folder(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
-  // A program that ends closes its file.
-  inotify_add_watch(folder.number, home.c_str(), IN_MODIFY | IN_CLOSE_WRITE);
-  const std::string stateFile = home + "/page.status";
-  std::ofstream(stateFile, std::ios::trunc).close();
-  Tail states(stateFile);
+  const FolderWatch folder(home);
+  std::ofstream(home + kStates, std::ios::trunc).close();
+  Tail states(home + kStates);
   Printer trace({"gateway-trace", "--json"}, home + "/page.trace");
-  Printer status({"gateway-status", "--json", "--watch"}, stateFile);
+  Printer status({"gateway-status", "--json", "--watch"}, home + kStates);
   for (auto until = wantedUntil(); until > Clock::now(); until = wantedUntil()) {
     until = std::min({until, trace.keep(), status.keep()});
-    // Before the records, so that those of the same messages are there, too.
-    const std::vector<std::string> noted = notes.lines();
-    takeRecords();
-    takeNotes(noted);
-    addGathered();
-    takeOrders();
-    for (const std::string& line : states.lines()) takeState(line);
-    awaitAny({folder.number, bell.number}, gathered.empty() ? until : Clock::now());
+    takeTurn(states);
+    folder.await(gathered.empty() && heard.empty() ? until : Clock::now());
   }
 }
 
 Feed::Clock::time_point Feed::wantedUntil() const {
   const std::lock_guard guard(lock);
   return viewers > 0 ? Clock::time_point::max() : leftAt + kLinger;
+}
+
+void Feed::takeTurn(Tail& states) {
+  // Before the records, so that those of the same messages are there, too.
+  const std::vector<std::string> noted = notes.lines();
+  const std::lock_guard guard(lock);
+  takeRecords();
+  takeNotes(noted);
+  addGathered();
+  takeOrders();
+  for (const std::string& line : states.lines()) takeState(line);
+  changed.notify_all();
 }
 
 void Feed::takeRecords() {
@@ -241,17 +253,18 @@ void Feed::addGathered() {
   const auto timeOf = [](const auto& record) -> const std::string& { return record.first; };
   std::ranges::stable_sort(gathered, {}, timeOf);
   const auto end = std::ranges::upper_bound(gathered, settled, {}, timeOf);
-  const std::lock_guard guard(lock);
   for (auto at = gathered.begin(); at != end; ++at, ++extent.records) {
     records.push_back(std::move(at->second));
     if (records.size() > kMostRecords) records.pop_front();
   }
   gathered.erase(gathered.begin(), end);
   settled = gathered.empty() ? "" : gathered.back().first;
-  changed.notify_all();
 }
 
 void Feed::takeOrders() {
+  // With the messages that came before them, which stay for a turn, too.
+  for (std::string& event : std::exchange(heard, {})) orders.push_back(std::move(event));
+  extent.orders = orders.size();
   for (const std::string& line : messages.lines()) {
     Json::Value message;
     Json::Value event;
@@ -262,10 +275,7 @@ void Feed::takeOrders() {
     }
     event["time"] = message["time"];
     judge(event);
-    const std::lock_guard guard(lock);
-    orders.push_back(jobm::json::compact(event));
-    extent.orders = orders.size();
-    changed.notify_all();
+    heard.push_back(jobm::json::compact(event));
   }
 }
 
@@ -273,22 +283,18 @@ void Feed::takePlayed(const std::string& words) {
   const std::size_t gap = std::min(words.find(' '), words.size());
   const std::string part = words.substr(0, gap);
   const std::string fault = words.substr(std::min(gap + 1, words.size()));
-  const std::lock_guard guard(lock);
   if (part == "all") played.clear();
   played.removeMember("all");
   // What was killed comes back.
   if (fault != "kill") played[part] = fault;
   ++extent.states;
-  changed.notify_all();
 }
 
 void Feed::takeState(const std::string& line) {
   Json::Value state;
   if (!parsedObject(line, state)) return;
-  const std::lock_guard guard(lock);
   newestState = std::move(state);
   ++extent.states;
-  changed.notify_all();
 }
 
 }  // namespace gateway

@@ -3,7 +3,6 @@
 #pragma once
 
 #include <json/value.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <condition_variable>
@@ -32,16 +31,6 @@ class Tail {
   const std::string path;
   std::ifstream in;
   std::string begun;  // a line whose end is not there yet
-};
-
-class Descriptor {
- public:
-  explicit Descriptor(int opened) : number(opened) {}
-  ~Descriptor() { close(number); }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-
-  const int number;
 };
 
 class Feed {
@@ -90,6 +79,7 @@ class Feed {
 
   [[noreturn]] void run();
   void watch();
+  void takeTurn(Tail& states);
   Clock::time_point wantedUntil() const;
   void takeRecords();
   void takeNotes(const std::vector<std::string>& lines);
@@ -101,7 +91,6 @@ class Feed {
 
   const std::string home;
   const double traceStart;  // seconds since 1970
-  const Descriptor bell;    // rung when nobody looks any more
 
   // Of the feed's thread.
   Tail bus;
@@ -111,6 +100,7 @@ class Feed {
   std::vector<std::pair<std::string, std::string>> gathered;  // times and records
   // Until when a turn has been waited for what is older; everything at first.
   std::string settled = "~";
+  std::vector<std::string> heard;  // events of orders, likewise
   // From when until when each gateway-trace has told everything; the last one does so still.
   std::vector<std::pair<std::string, std::string>> watched{1};
 
