@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <array>
 #include <cstdlib>
-#include <memory>
 #include <string_view>
 
 #include "common/options.h"
@@ -25,46 +24,24 @@ using jobm::json::textOf;
 constexpr std::chrono::seconds kLinger{15};
 // What comes together is read together, and put in the order in which it happened.
 constexpr std::chrono::milliseconds kTogether{100};
-constexpr std::chrono::seconds kPause{1};
 constexpr std::size_t kMostRecords = 100'000;
 constexpr std::string_view kPlayed = "played: ";  // a part and its fault; by scripts/stay.sh
+constexpr const char* kTrace = "/page.trace";
 constexpr const char* kStates = "/page.status";
 constexpr const char* kOrderTopic = "local/scheduler/result/";
 
-// A program that prints into a file; started again when it has ended, but not at once.
-class Printer {
- public:
-  Printer(std::vector<std::string> words, std::string path)
-      : command(std::move(words)), file(std::move(path)) {
-    partLines();
-  }
+// Runs a program, and again a second after it has ended. An empty line parts what they print: one
+// may have ended in a line.
+std::vector<std::string> runAgain(const std::string& program) {
+  return {"bash", "-c",
+          "while setpriv --pdeathsig KILL " + program + "; echo; echo; do sleep 1; done"};
+}
 
-  // Returns when to call this again at the latest.
-  Clock::time_point keep() {
-    if (child && child->end(0)) {
-      child.reset();
-      startAt = Clock::now() + kPause;
-      partLines();
-    }
-    if (!child && Clock::now() >= startAt) child = std::make_unique<Child>(command, file);
-    return child ? Clock::time_point::max() : startAt;
-  }
-
- private:
-  // An empty line between the lines of two processes, one of which may have ended in a line.
-  void partLines() const { std::ofstream(file, std::ios::app) << "\n\n"; }
-
-  const std::vector<std::string> command;
-  const std::string file;
-  std::unique_ptr<Child> child;
-  Clock::time_point startAt;
-};
-
-// Tells when a file in a folder has been written to, or closed, as programs do that end.
+// Tells when a file in a folder has been written to.
 class FolderWatch {
  public:
   explicit FolderWatch(const std::string& path) : events(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {
-    inotify_add_watch(events, path.c_str(), IN_MODIFY | IN_CLOSE_WRITE);
+    inotify_add_watch(events, path.c_str(), IN_MODIFY);
   }
   ~FolderWatch() { close(events); }
   FolderWatch(const FolderWatch&) = delete;
@@ -122,13 +99,13 @@ Feed::Viewer::~Viewer() {
   --feed.viewers;
   feed.leftAt = Clock::now();
   // Wakes the feed's thread.
-  std::ofstream(feed.home + kStates, std::ios::app).close();
+  std::ofstream(feed.home + kStates, std::ios::app) << '\n';
 }
 
 Feed::Feed(std::string where)
     : home(std::move(where)),
       traceStart(std::strtod(environment("GATEWAY_TRACE_START").c_str(), nullptr)),
-      bus(home + "/page.trace"),
+      bus(home + kTrace),
       notes(home + "/trace"),
       messages(home + "/messages"),
       noteTime(traceStart),
@@ -188,10 +165,10 @@ void Feed::watch() {
   const FolderWatch folder(home);
   std::ofstream(home + kStates, std::ios::trunc).close();
   Tail states(home + kStates);
-  Printer trace({"gateway-trace", "--json"}, home + "/page.trace");
-  Printer status({"gateway-status", "--json", "--watch"}, home + kStates);
+  std::ofstream(home + kTrace, std::ios::app) << "\n\n";
+  const Child trace(runAgain("gateway-trace --json"), home + kTrace);
+  const Child status(runAgain("gateway-status --json --watch"), home + kStates);
   for (auto until = wantedUntil(); until > Clock::now(); until = wantedUntil()) {
-    until = std::min({until, trace.keep(), status.keep()});
     takeTurn(states);
     folder.await(gathered.empty() && heard.empty() ? until : Clock::now());
   }

@@ -78,9 +78,10 @@ std::string clipped(std::string text) {
 }
 
 bool isBadNote(const std::string& text) {
-  constexpr std::array kBad = {"FAULT", "has ended", "has left", "can not be", "disconnected"};
+  constexpr std::array kBad = {"FAULT", "has ended", "has left", "can not be"};
   const std::size_t status = text.starts_with("GET ") ? text.rfind(": ") : std::string::npos;
-  return (status != std::string::npos && text.compare(status + 2, 1, "4") >= 0) ||
+  return text == "disconnected" ||
+         (status != std::string::npos && text.compare(status + 2, 1, "4") >= 0) ||
          std::ranges::any_of(
              kBad, [&](const char* word) { return text.find(word) != std::string::npos; });
 }

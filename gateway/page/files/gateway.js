@@ -58,7 +58,7 @@ function switchFor(part, fault, help) {
 }
 
 /** One group of switches for each part, from what gateway-fault says of itself. */
-async function loadSwitches() {
+export async function loadSwitches() {
   const groups = new Map();
   for (const line of (await (await fetch('faults')).text()).split('\n')) {
     const [kind, words, help] = line.split('\t');
@@ -74,5 +74,3 @@ async function loadSwitches() {
   }
   by('switches').replaceChildren(...groups.values());
 }
-
-loadSwitches();

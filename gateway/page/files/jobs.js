@@ -111,4 +111,4 @@ const update = oncePerFrame(() => {
   offer(by('filter-job'), [...jobs.values()].map(job => job.deployId || String(job.jobId)));
 });
 
-loadAdvice();
+export { loadAdvice };

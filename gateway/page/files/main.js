@@ -19,7 +19,7 @@ function say(text, isBad) {
 function begin(start) {
   // Another process serves it now, whose files and token may be others.
   if (page && page !== start.page) return void location.reload();
-  if (!page) showFolders();
+  if (!page) for (const load of [showFolders, gateway.loadSwitches, jobs.loadAdvice]) load();
   page = start.page;
   say('connected', false);
   jobs.forget();
