@@ -86,19 +86,15 @@ bool isInside(const fs::path& path) {
          });
 }
 
-// The folder itself may be the archive's or the dropped folder's only entry.
-std::string raiseManifest(const fs::path& folder) {
+// Where the manifest is: the folder may be the archive's or the dropped folder's only entry. Empty
+// without one.
+fs::path findManifest(const fs::path& folder) {
   std::error_code error;
-  if (fs::exists(folder / kManifest, error)) return "";
+  if (fs::exists(folder / kManifest, error)) return folder;
   for (const auto& entry : fs::directory_iterator(folder, error)) {
-    if (!fs::exists(entry.path() / kManifest, error)) continue;
-    const fs::path inner = folder.string() + ".inner";
-    fs::rename(entry.path(), inner, error);
-    fs::remove_all(folder, error);
-    fs::rename(inner, folder, error);
-    return error ? error.message() : "";
+    if (fs::exists(entry.path() / kManifest, error)) return entry.path();
   }
-  return "There is no manifest.json in it.";
+  return {};
 }
 
 std::string writeFiles(const fs::path& folder,
@@ -173,13 +169,14 @@ Outcome takeFolder(const Places& places, const std::string& name,
   std::error_code error;
   fs::create_directories(incoming, error);
   std::string failure = writeFiles(incoming, files);
-  if (failure.empty()) failure = raiseManifest(incoming);
+  const fs::path complete = findManifest(incoming);
+  if (failure.empty() && complete.empty()) failure = "There is no manifest.json in it.";
   if (failure.empty()) {
     fs::remove_all(folder, error);
-    fs::rename(incoming, folder, error);
+    fs::rename(complete, folder, error);
+    if (error) failure = error.message();
   }
-  if (failure.empty() && error) failure = error.message();
-  if (!failure.empty()) fs::remove_all(incoming, error);
+  fs::remove_all(incoming, error);
   return {failure.empty(), failure.empty() ? name : failure};
 }
 
