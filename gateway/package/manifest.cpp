@@ -28,11 +28,21 @@ Json::Value emptyRequest(int deployType) {
   return request;
 }
 
+// What somebody else has packed may name what came with it, or a folder beside it, and no other
+// file of this machine.
+bool isNear(const fs::path& source, const fs::path& folder) {
+  std::error_code ignored;
+  const fs::path parent = fs::weakly_canonical(folder / "..", ignored);
+  const fs::path relative = fs::weakly_canonical(source, ignored).lexically_relative(parent);
+  return !relative.empty() && relative != "." && *relative.begin() != "..";
+}
+
 // Publishes one file (as it is) or folder (as a ZIP archive) of a resource and adds the three keys
 // of it that begin with `prefix`. `broken` makes a mistake on purpose: "missing" or "checksum".
 std::string publishFile(const fs::path& source, const PackageSettings& settings,
                         const std::string& prefix, const std::string& broken, Json::Value& resource,
                         const std::string& deployId) {
+  if (!isNear(source, settings.folder)) return source.string() + " is not beside its manifest";
   const bool isFolder = fs::is_directory(source);
   if (!isFolder && !fs::is_regular_file(source)) return source.string() + " does not exist";
   const std::string relative = deployId + "/" + resource["resourceId"].asString() + "." + prefix +
@@ -63,6 +73,7 @@ std::string addResource(const Json::Value& entry, const PackageSettings& setting
   const std::string id = entry["id"].asString();
   const std::string type = entry["type"].asString();
   if (id.empty() || type.empty()) return "a resource of the manifest lacks its id or type";
+  if (id.find('/') != std::string::npos) return "'" + id + "' can't be part of a file's name";
   const bool deletes = settings.deletes || entry.get("delete", false).asBool();
   Json::Value resource(Json::objectValue);
   resource["resourceId"] = id;
