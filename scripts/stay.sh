@@ -95,14 +95,24 @@ To see what becomes of a job when something is wrong (all of them: gateway-fault
 END_OF_TEXT
 }
 
-# start_page: what shows all this in a browser, on a free port or on the one it had before. Sets `page_address`.
+# start_page: what shows all this in a browser, on the port it had before or on a free one. Says where, when that is new.
 start_page() {
+  local log=$home/logs/gateway-page.log former=${page_address:-} port before
+  port=${former##*:}
+  : >>"$log"
+  before=$(wc -l <"$log")
   start gateway-page env "PATH=$build:$PATH" "$build/gateway-page" --root "$repository" --home "$home" \
-    --port "${page_port:-0}"
-  await_log gateway-page '^http://' || return
-  page_address=$(grep '^http://' "$home/logs/gateway-page.log" | tail -n 1)
-  page_port=${page_address//[!0-9:]/}
-  page_port=${page_port##*:}
+    --port "${port:-0}"
+  await_line "$log" $((before + 1)) 30 . || true
+  page_address=$(tail -n "+$((before + 1))" "$log" | sed -n 's|^\(http:.*\)/$|\1|p')
+  if [[ $page_address ]]; then
+    [[ $page_address == "$former" ]] || say "The gateway's page: $page_address/"
+    return 0
+  fi
+  echo "local-gateway: the page does not start: $(tail -n 1 "$log")" >&2
+  end gateway-page || true
+  # Somebody else has the port, perhaps.
+  [[ $port ]] && start_page
 }
 
 # start_part NAME

@@ -14,19 +14,25 @@
 namespace gateway {
 namespace {
 
-[[noreturn]] void become(const std::vector<std::string>& command, const std::string& log, int out) {
+// Between fork and exec, of which a process with several threads may allocate nothing.
+[[noreturn]] void become(char* const* arguments, const char* log, int out) {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
-  const int file = open(log.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
+  const int file = open(log, O_WRONLY | O_CREAT | O_APPEND, 0644);
   dup2(file, STDERR_FILENO);
   dup2(out >= 0 ? out : file, STDOUT_FILENO);
+  // Libraries open some that would outlive this process in its children.
+  close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
+  std::signal(SIGPIPE, SIG_DFL);
+  execvp(arguments[0], arguments);
+  _exit(127);
+}
+
+std::vector<char*> argumentsOf(const std::vector<std::string>& command) {
   std::vector<char*> arguments;
   arguments.reserve(command.size() + 1);
-  for (const std::string& argument : command) {
-    arguments.push_back(const_cast<char*>(argument.c_str()));
-  }
+  for (const std::string& word : command) arguments.push_back(const_cast<char*>(word.c_str()));
   arguments.push_back(nullptr);
-  execvp(arguments[0], arguments.data());
-  _exit(127);
+  return arguments;
 }
 
 void awaitEnd(pid_t process, int milliseconds) {
@@ -42,8 +48,9 @@ void awaitEnd(pid_t process, int milliseconds) {
 Child::Child(const std::vector<std::string>& command, const std::string& log, bool piped) {
   int ends[2] = {-1, -1};
   if (piped) require(pipe2(ends, O_CLOEXEC) == 0, "no pipe");
+  const std::vector<char*> arguments = argumentsOf(command);
   process = fork();
-  if (process == 0) become(command, log, ends[1]);
+  if (process == 0) become(arguments.data(), log.c_str(), ends[1]);
   require(process > 0, "no process");
   if (ends[1] >= 0) close(ends[1]);
   output = ends[0];
