@@ -3,30 +3,33 @@ import { by, button, el, offer, oncePerFrame, post, read } from './dom.js';
 
 const jobs = new Map();  // token -> what is known of the order
 const open = new Set();  // tokens whose details somebody looks at
-let advice = { codes: new Map(), numbers: [] };
+const advice = [];  // pairs of a code, or of numbers behind a code, and a sentence
 
-/** The tables of the document for operators: a code's cause, and a download's number's. */
+/** The tables of the document for operators. */
 async function loadAdvice() {
   const text = await (await fetch('advice')).text();
   for (const line of text.split('\n')) {
-    const [, code, cause, remedy] = line.split('|').map(cell => cell.trim());
-    if (!remedy) continue;
-    const sentence = `${cause}: ${remedy}`;
-    if (/^\d{6}$/.test(code)) advice.codes.set(code, sentence);
-    else if (/^[\d−]/.test(code)) advice.numbers.push([code, sentence]);
+    const [, key, cause, remedy] = line.split('|').map(cell => cell.trim());
+    if (remedy) advice.push([key, `${cause}: ${remedy}`]);
   }
   update();
 }
 
-function isMeant(range, number) {
-  const [low, high] = range.split(' to ').map(Number);
-  return high ? number >= low && number <= high : range.replace('−', '-').split(', ').map(Number).includes(number);
+/** Whether `ranges`, like "−1" or "1 to 4, 7", have the number. */
+function isMeant(ranges, number) {
+  return ranges.replace('−', '-').split(', ').some(range => {
+    const [low, high = low] = range.split(' to ').map(Number);
+    return number >= low && number <= high;
+  });
 }
 
-function adviceFor(row) {
-  const number = String(row.code) === '101208' && /Fail_(-?\d+)$/.exec(row.message);
-  const found = number && advice.numbers.find(([range]) => isMeant(range, Number(number[1])));
-  return found ? found[1] : advice.codes.get(String(row.code)) ?? '';
+export function adviceFor({ code, message }) {
+  const [, before, number] = (String(code) === '101208' && /(Fail_|res =)(-?\d+)$/.exec(message)) || [];
+  const prefix = before === 'res =' ? '"unzip res =" ' : '';
+  const isFor = ([key]) => (number ? key.startsWith(prefix) && isMeant(key.slice(prefix.length), number)
+    : key === String(code || 'none'));
+  const other = number ? 'any other number' : 'any other';
+  return (advice.find(isFor) ?? advice.find(([key]) => key === other))?.[1] ?? '';
 }
 
 export function forget() { jobs.clear(); }
@@ -73,7 +76,8 @@ async function loadPhases(job) {
   const begins = await read(`phases?job=${job.deployId}`).catch(() => ({}));
   const seen = Object.entries(begins).sort(([, one], [, other]) => (one < other ? -1 : 1));
   const ends = [...seen.slice(1).map(([, time]) => Date.parse(time)), report];
-  const spans = seen.map(([name, time], i) => [name, ends[i] - Date.parse(time)]);
+  // On a busy machine the bus is read a little later than the report is written.
+  const spans = seen.map(([name, time], i) => [name, Math.max(0, ends[i] - Date.parse(time))]);
   job.phases = [['waited', begun - queued], ...spans, ['altogether', report - begun]]
     .map(([name, ms]) => `${name} ${duration(ms)}`).join(', ');
   update();
@@ -91,13 +95,13 @@ function entry(job) {
   };
   if (!open.has(job.token)) return details;
   loadPhases(job);
-  details.append(el('p', {}, `job ${job.jobId}`, job.detail ? `, ${job.detail}` : '', job.phases ? `; ${job.phases}` : ''));
+  details.append(el('p', {}, `job ${job.jobId}`, job.detail && !job.times.report ? `, ${job.detail}` : '', job.phases ? `; ${job.phases}` : ''));
   if (job.resources.length > 0) details.append(resultTable(job));
   details.append(button('Delete this job', () => post('job', { command: 'delete', jobId: String(job.jobId) })));
   return details;
 }
 
-const mostShown = 100;
+let mostShown = 100;
 
 const update = oncePerFrame(() => {
   const focused = document.activeElement?.closest('details')?.dataset.token;
@@ -106,7 +110,9 @@ const update = oncePerFrame(() => {
     element.dataset.token = job.token;
     return element;
   });
-  by('job-list').replaceChildren(...(entries.length > 0 ? entries : ['none yet']));
+  const older = jobs.size - entries.length;
+  const more = button(`${older} older`, () => { mostShown += 100; update(); });
+  by('job-list').replaceChildren(...(entries.length > 0 ? entries : ['none yet']), ...(older > 0 ? [more] : []));
   entries.find(element => element.dataset.token === focused)?.firstChild.focus();
   offer(by('filter-job'), [...jobs.values()].map(job => job.deployId || String(job.jobId)));
 });
