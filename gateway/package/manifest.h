@@ -20,7 +20,8 @@ struct Package {
 };
 
 /// Reads the manifest and puts the files of its resources below webRoot, in a folder named by the
-/// deployment's id; only files from that folder and from those beside it. Returns "" and fills `package`, or says what is wrong.
+/// deployment's id; only files from that folder and from those beside it. Returns "" and fills
+/// `package`, or says what is wrong.
 std::string buildPackage(const PackageSettings& settings, Package& package);
 
 /// The request of a reset, likewise.
