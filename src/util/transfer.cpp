@@ -128,19 +128,21 @@ bool emptied(std::FILE* file) {
 
 }  // namespace
 
-// Whether another connection could bring nothing else: a whole answer, or a verdict of our own; not
-// 200 only if this transfer has opened its connection.
+// What a server may write into a connection that it is about to close, before it gets a request.
+bool isNoAnswer(long status) { return status == 0 || status == 400 || status == 408; }
+
+// Whether another connection could bring nothing else: a whole answer, or a verdict of our own;
+// over a kept connection only what can be nothing else.
 bool isFinal(const Transfer& done) {
-  const bool isWhole = done.result == CURLE_OK || done.result == CURLE_WRITE_ERROR ||
-                       done.result == CURLE_OPERATION_TIMEDOUT;
-  return isWhole && (done.status == kOkStatus || done.hasConnected);
+  const bool isVerdict =
+      done.result == CURLE_WRITE_ERROR || done.result == CURLE_OPERATION_TIMEDOUT;
+  if (done.result == CURLE_OK) return done.hasConnected || !isNoAnswer(done.status);
+  return isVerdict && (done.hasConnected || done.status == kOkStatus);
 }
 
-// A kept connection may lead nowhere any more, a kept name to where the server once was; and into a
-// connection that it is about to close a server may write an answer, 408 or 400, to a request that
-// it never got. So an answer that brings no file is believed only over a connection of its own (to
-// a name that is kept for a minute, as libcurl does), and after one that brought none nothing is
-// kept.
+// A kept connection may lead nowhere any more, a kept name to where the server once was. So what
+// brings no answer is believed only over a connection of its own (to a name that is kept for a
+// minute, as libcurl does), and after a transfer that brought no file nothing is kept.
 Transfer transfer(const std::string& url, std::FILE* file) {
   const bool hadNothing = !kept;
   if (hadNothing) kept = makeShare();

@@ -43,6 +43,9 @@ TEST(HttpDownload, uses_a_connection_again_and_gets_the_same_over_a_spoilt_one) 
   WebServer another;  // of which nothing was kept
   EXPECT_EQ(jobm::http_download(another.serve({.status = 404}), kFile), 404);
   EXPECT_EQ(another.connections, 1);
+  EXPECT_EQ(jobm::http_download(another.serve({}), kFile), 0);
+  EXPECT_EQ(jobm::http_download(another.serve({.status = 404}), kFile), 404);
+  EXPECT_EQ(another.connections, 2) << "an answer is an answer, over a kept connection, too";
 }
 
 TEST(HttpDownload, tells_of_a_server_that_fails_after_it_was_reached_what_it_tells_of_a_new_one) {
