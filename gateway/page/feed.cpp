@@ -49,9 +49,10 @@ class FolderWatch {
 
   void await(Clock::time_point until) const {
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(until - Clock::now());
+    const int forever = events < 0 ? 1000 : -1;  // the system has none for us: look now and then
     const bool isForever = until == Clock::time_point::max();
     pollfd ready{events, POLLIN, 0};
-    poll(&ready, 1, isForever ? -1 : std::max(static_cast<int>(left.count()), 0));
+    poll(&ready, 1, isForever ? forever : std::max(static_cast<int>(left.count()), 0));
     std::this_thread::sleep_for(kTogether);
     std::array<char, 4096> seen;
     while (read(events, seen.data(), seen.size()) > 0) {

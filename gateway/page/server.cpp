@@ -2,6 +2,7 @@
 
 #include <httplib.h>
 
+#include <chrono>
 #include <cstdio>
 #include <functional>
 #include <memory>
@@ -60,7 +61,8 @@ void send(Response& response, const Outcome& outcome, const char* type = kText) 
 Selection selectionOf(const Request& request, const Feed& feed) {
   const std::string job = request.get_param_value("job");
   Selection selection({.job = job, .resource = "", .executor = request.get_param_value("executor")},
-                      request.has_param("failures"), feed.executorNames());
+                      request.has_param("failures"));
+  selection.know(feed.executorNames());
   Json::Value order;
   for (std::size_t n = 0; !job.empty() && parsedObject(feed.order(n), order); ++n) {
     selection.learn(order);
@@ -80,7 +82,8 @@ std::size_t visit(Selection& selection, const Feed& feed, std::size_t begin, std
 
 /// What one open page is told, as server-sent events:
 ///
-///   start    first: {"page", the one that serves; "numbers" or "count" of the records so far}
+///   start    first: {"page", the one that serves; "numbers" of the records so far, or "oldest" and
+///            "count"}
 ///   rows     rows of new records, see rowOf()
 ///   order    an event of an order, as the scheduler tells it
 ///   state    the gateway's state, as gateway-status tells it
@@ -107,13 +110,26 @@ class Events {
     text.append("event: ").append(name).append("\ndata: ").append(data).append("\n\n");
   }
 
-  // How many records there are, or the numbers of those that are asked for.
+  // The first page comes before anything has been read. What people are called is in the state.
+  // Returns how many records there are.
+  std::size_t awaitFirstState() const {
+    const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(kQuiet);
+    Feed::Extent extent = feed.waitBeyond({}, kQuiet);
+    while (extent.states == 0 && std::chrono::steady_clock::now() < until) {
+      extent = feed.waitBeyond(extent, 1);
+    }
+    return extent.records;
+  }
+
+  // Which records there are: from the oldest that is kept to how many there have been, or the
+  // numbers of those that are asked for.
   std::string begin() {
     Json::Value start(Json::objectValue);
     start["page"] = page;
-    // The first one comes before anything has been read.
-    told.records = feed.waitBeyond({}, kQuiet).records;
+    told.records = awaitFirstState();
+    selection.know(feed.executorNames());
     if (selection.isOpen()) {
+      start["oldest"] = Json::Value::UInt64{feed.oldestRecord()};
       start["count"] = Json::Value::UInt64{told.records};
     } else {
       Json::Value& numbers = start["numbers"] = Json::Value(Json::arrayValue);
@@ -128,6 +144,7 @@ class Events {
   void addRows(std::string& text, std::size_t end) {
     Json::Value rows(Json::arrayValue);
     const KnownNames names = feed.executorNames();
+    selection.know(names);
     told.records = visit(selection, feed, told.records, end,
                          [&](std::size_t number, const Json::Value& record) {
                            rows.append(rowOf(number, record, names));

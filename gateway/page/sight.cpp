@@ -157,8 +157,8 @@ std::string phaseOf(const Json::Value& record) {
   return isCall ? "executors" : "";
 }
 
-Selection::Selection(const Wanted& wanted, bool failures, KnownNames known)
-    : filter(wanted), onlyFailures(failures), names(std::move(known)) {}
+Selection::Selection(const Wanted& wanted, bool failures)
+    : filter(wanted), onlyFailures(failures) {}
 
 bool Selection::isOpen() const { return filter.isOpen() && !onlyFailures; }
 

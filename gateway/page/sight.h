@@ -10,6 +10,7 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "trace/filter.h"
 
@@ -40,7 +41,10 @@ std::string phaseOf(const Json::Value& record);
 class Selection {
  public:
   /// `onlyFailures`: errors, silence, codes that are not 0, files that are not there.
-  Selection(const Wanted& wanted, bool onlyFailures, KnownNames names);
+  Selection(const Wanted& wanted, bool onlyFailures);
+
+  /// Tells it what is called how from now on.
+  void know(KnownNames known) { names = std::move(known); }
 
   /// Takes note of an order's ids and of its resources, from an event of the scheduler's.
   void learn(Json::Value order);
@@ -55,7 +59,7 @@ class Selection {
 
   Filter filter;
   const bool onlyFailures;
-  const KnownNames names;
+  KnownNames names;
   std::set<std::string> calls;  // that passed; what follows them does, too
 };
 

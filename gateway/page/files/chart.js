@@ -15,6 +15,7 @@ const fetched = 100;
 const chart = by('chart');
 const sheet = by('rows');
 let numbers = null;     // of the rows that a filter leaves; null: all of them
+let oldest = 0;         // the number of the first row, where they are all there
 let count = 0;
 let chosen = -1;
 let isFollowing = true;
@@ -24,7 +25,7 @@ const shown = new Map();  // place in the list -> element
 
 by('heads').append(...lanes.map(name => el('span', {}, name)));
 
-const numberAt = place => (numbers ? numbers[place] : place);
+const numberAt = place => (numbers ? numbers[place] : oldest + place);
 const rowHeight = () => parseFloat(getComputedStyle(chart).getPropertyValue('--row'));
 const center = lane => (lane + 0.5) / lanes.length * 100;
 
@@ -50,7 +51,7 @@ function arrow(row) {
 }
 
 function describe(element, row) {
-  const time = row.time && new Date(row.time).toTimeString().slice(0, 8) + row.time.slice(19, 23);
+  const time = !row.time ? '' : new Date(row.time).toTimeString().slice(0, 8) + row.time.slice(19, 23);
   const hasEnds = row.from !== '*' || row.to !== '*';
   element.className = `row ${row.kind}${row.failed ? ' failed' : ''}${hasEnds ? '' : ' plain'}`;
   const lanesPart = el('span', { className: 'lanes' }, ...(hasEnds ? arrow(row) : [row.text]));
@@ -124,7 +125,8 @@ function keep(row) {
 /** What there is when the connection begins. */
 export function begin(start) {
   numbers = start.numbers ?? null;
-  count = numbers ? numbers.length : start.count;
+  oldest = start.oldest ?? 0;
+  count = numbers ? numbers.length : start.count - oldest;
   sheet.replaceChildren();
   shown.clear();
   chosen = -1;
@@ -135,7 +137,7 @@ export function add(rows) {
   for (const row of rows) {
     keep(row);
     if (numbers) numbers.push(row.n);
-    ++count;
+    count = numbers ? numbers.length : row.n + 1 - oldest;
   }
   update();
 }

@@ -12,11 +12,13 @@ export function el(name, properties = {}, ...children) {
 export const button = (text, action, properties = {}) =>
   el('button', { type: 'button', onclick: action, ...properties }, text);
 
-export async function read(path) {
+export async function readText(path) {
   const answer = await fetch(path);
   if (!answer.ok) throw new Error(await answer.text());
-  return answer.json();
+  return answer.text();
 }
+
+export const read = async path => JSON.parse(await readText(path));
 
 const token = document.querySelector('meta[name=token]').content;
 

@@ -1,5 +1,5 @@
 // The gateway's state as tiles, and what can be done to its parts.
-import { by, button, el, offer, post } from './dom.js';
+import { by, button, el, offer, post, readText } from './dom.js';
 
 // What a KIND of a misbehaving executor or parser can be.
 const kinds = ['silent', 'late', 'code', 'garbage', 'twice', 'die'];
@@ -22,9 +22,14 @@ function tiles(status) {
     ['deployment', { ...deployment, waiting }], ['last deployment', status.deployments?.at(-1)],
   ];
   return facts.map(([name, value]) => {
-    const isBad = problems.some(text => text.includes(name));
+    const isBad = problems.some(text => isAbout(text, name));
     return el('div', { className: isBad ? 'tile bad' : 'tile' }, el('strong', {}, name), inWords(value ?? 'none'));
   });
+}
+
+/** Whether a problem is one of this part: it begins with its name. */
+function isAbout(problem, name) {
+  return [name, `the ${name}`].some(start => problem.startsWith(start) && " ,'".includes(problem[start.length]));
 }
 
 const isPlayed = (part, fault) => played[part]?.split(':')[0] === fault;
@@ -50,7 +55,7 @@ function switchFor(part, fault, help) {
 /** One group of switches for each part, from what gateway-fault says of itself. */
 export async function loadSwitches() {
   const groups = new Map();
-  for (const line of (await (await fetch('faults')).text()).split('\n')) {
+  for (const line of (await readText('faults')).split('\n')) {
     const [kind, words, help] = line.split('\t');
     if (kind !== 'command') continue;
     const [part, fault] = words.split(' ');

@@ -1,5 +1,5 @@
 // Every order, what became of it, and how long that took.
-import { by, button, el, offer, oncePerFrame, post, read } from './dom.js';
+import { by, button, el, offer, oncePerFrame, post, read, readText } from './dom.js';
 
 const jobs = new Map();  // token -> what is known of the order
 const open = new Set();  // tokens whose details somebody looks at
@@ -7,7 +7,7 @@ const advice = [];  // pairs of a code, or of numbers behind a code, and a sente
 
 /** The tables of the document for operators. */
 async function loadAdvice() {
-  const text = await (await fetch('advice')).text();
+  const text = await readText('advice');
   for (const line of text.split('\n')) {
     const [, key, cause, remedy] = line.split('|').map(cell => cell.trim());
     if (remedy) advice.push([key, `${cause}: ${remedy}`]);

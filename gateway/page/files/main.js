@@ -16,10 +16,14 @@ function say(text, isBad) {
   by('connection').className = isBad ? 'bad' : '';
 }
 
+async function untilDone(load) {
+  try { await load(); } catch { setTimeout(() => untilDone(load), 1000); }
+}
+
 function begin(start) {
   // Another process serves it now, whose files and token may be others.
   if (page && page !== start.page) return void location.reload();
-  if (!page) for (const load of [showFolders, gateway.loadSwitches, jobs.loadAdvice]) load();
+  if (!page) [showFolders, gateway.loadSwitches, jobs.loadAdvice].forEach(untilDone);
   page = start.page;
   say('connected', false);
   jobs.forget();
